@@ -1,0 +1,36 @@
+// Small conversions every module needs around UTF-16 text: ASCII and UTF-8 literals to
+// std::u16string, numbers to their decimal text, and ASCII case folding.
+//
+// These are plumbing for the program's own code; the system's named text procedures
+// (UTF8_Decode, StrCodePageToUnicode, ...) live in text/.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace base {
+
+// UTF-8 to UTF-16 and back (invalid sequences become U+FFFD; lone surrogates become U+FFFD).
+std::u16string Widen(std::string_view utf8);
+std::string Narrow(std::u16string_view text);
+
+// Decimal text of a signed integer ("-12").
+std::u16string ToText(std::int64_t value);
+
+// Upper-case hexadecimal without leading zeros ("4E4").
+std::u16string ToHex(std::uint64_t value);
+
+// ASCII-only case folding: letters outside A-Z/a-z are left alone.
+char16_t LowerAscii(char16_t c);
+char16_t UpperAscii(char16_t c);
+
+// Comparison without regard to case, the way the program compares names: ASCII letters fold,
+// and so do the Latin-1 letters (U+00C0..U+00DE <-> U+00E0..U+00FE, except the two signs).
+bool EqualNoCase(std::u16string_view a, std::u16string_view b);
+char16_t LowerChar(char16_t c);
+char16_t UpperChar(char16_t c);
+std::u16string Lower(std::u16string_view text);
+std::u16string Upper(std::u16string_view text);
+
+}  // namespace base

@@ -1,0 +1,73 @@
+#include "os/fault.h"
+
+#include <array>
+#include <atomic>
+
+#include "os/types.h"
+
+namespace os::fault {
+namespace {
+
+struct Slot {
+  int countdown = 0;  // calls left before the first failure; 0 = disarmed
+  int remaining = 0;  // failures left once started; negative = unlimited
+  std::uint32_t error = 0;
+};
+
+std::array<Slot, static_cast<int>(Op::kCount)>& Slots() {
+  static std::array<Slot, static_cast<int>(Op::kCount)> slots;
+  return slots;
+}
+
+std::atomic<bool>& AnyArmed() {
+  static std::atomic<bool> armed{false};
+  return armed;
+}
+
+std::function<std::uint32_t()>& Clock() {
+  static std::function<std::uint32_t()> clock;
+  return clock;
+}
+
+}  // namespace
+
+void Arm(Op op, std::uint32_t error, int nth, int times) {
+  Slot& slot = Slots()[static_cast<int>(op)];
+  slot.countdown = nth < 1 ? 1 : nth;
+  slot.remaining = times <= 0 ? -1 : times;
+  slot.error = error;
+  AnyArmed() = true;
+}
+
+void Reset() {
+  for (auto& slot : Slots()) slot = Slot{};
+  AnyArmed() = false;
+  Clock() = nullptr;
+}
+
+bool Hit(Op op) {
+  if (!AnyArmed().load(std::memory_order_relaxed)) return false;
+  Slot& slot = Slots()[static_cast<int>(op)];
+  if (slot.countdown == 0) return false;
+  if (slot.countdown > 1) {
+    --slot.countdown;
+    return false;
+  }
+  // This call fails.
+  if (slot.remaining > 0 && --slot.remaining == 0) slot.countdown = 0;
+  SetLastError(slot.error);
+  return true;
+}
+
+void SetClock(std::function<std::uint32_t()> clock) {
+  Clock() = std::move(clock);
+  if (Clock()) AnyArmed() = true;
+}
+
+bool ClockOverridden(std::uint32_t* now) {
+  if (!Clock()) return false;
+  *now = Clock()();
+  return true;
+}
+
+}  // namespace os::fault

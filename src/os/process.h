@@ -1,0 +1,68 @@
+// Starting programs, waiting for them, the program's own file, time and the message loop.
+// Functions that have A/W variants in Win32 keep the W name, so that windows.h macros cannot
+// rename them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "os/types.h"
+
+namespace os {
+
+// ShellExecuteW: starts `file` (a program or a document) with the verb (null or "" for the
+// default), parameters and working folder (null for the caller's), and the show command
+// (SW_* value). Returns the platform's result: above 32 on success, otherwise an error code
+// (2 file not found, 3 path not found, 5 access denied, 31 no association, ...).
+std::intptr_t ShellExecuteW(Handle owner, const char16_t* verb, const char16_t* file,
+                           const char16_t* parameters, const char16_t* directory,
+                           int show_command);
+
+inline constexpr std::uint32_t kSeeMaskNoCloseProcess = 0x40;
+inline constexpr std::uint32_t kSeeMaskFlagNoUi = 0x400;
+
+// The extended start record (SHELLEXECUTEINFOW), reduced to the members the program sets.
+struct ShellExecuteInfo {
+  std::uint32_t size = 60;
+  std::uint32_t mask = 0;
+  Handle owner = 0;
+  const char16_t* verb = nullptr;
+  const char16_t* file = nullptr;
+  const char16_t* parameters = nullptr;
+  const char16_t* directory = nullptr;
+  int show = 0;
+  std::intptr_t inst_app = 0;  // out: result code as ShellExecuteW would give it
+  Handle process = 0;          // out: process handle with kSeeMaskNoCloseProcess, 0 if none
+};
+
+// ShellExecuteExW. Returns the platform's success flag.
+bool ShellExecuteExW(ShellExecuteInfo& info);
+
+inline constexpr std::uint32_t kStillActive = 259;
+
+// GetExitCodeProcess: kStillActive while the process runs, its exit code once it ended.
+bool GetExitCodeProcess(Handle process, std::uint32_t* exit_code);
+
+// CloseHandle for a process handle.
+bool CloseHandle(Handle handle);
+
+// One pass of the thread's message loop (PeekMessage / DispatchMessage until empty).
+void PumpMessages();
+
+// Sleep, in milliseconds.
+void Sleep(std::uint32_t milliseconds);
+
+// timeGetTime: a millisecond clock that wraps around at 2^32.
+std::uint32_t TimeGetTime();
+
+// The full path of the running program file.
+std::u16string ModuleFileName();
+
+// LoadLibraryW / FreeLibrary (the program keeps "shell32.dll" loaded for its run).
+Handle LoadLibraryW(const char16_t* name);
+void FreeLibrary(Handle module);
+
+// InitCommonControlsEx with the structure size and class set given; returns its result.
+bool InitCommonControls(std::uint32_t size, std::uint32_t classes);
+
+}  // namespace os

@@ -1,0 +1,88 @@
+#include "base/trap.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "base/debug_log.h"
+
+namespace {
+
+using base::TrapSite;
+
+struct LogCapture {
+  std::vector<std::u16string> lines;
+  base::ScopedLogSink sink{[this](std::u16string_view l) { lines.emplace_back(l); }};
+};
+
+TEST(DebugLog, RecordsNothingWithoutSinkAndSurvivesAThrowingSink) {
+  DebugLog(u"nobody listens");  // must simply return
+  base::ScopedLogSink sink([](std::u16string_view) { throw std::runtime_error("sink broke"); });
+  DebugLog(u"still fine");
+}
+
+TEST(Trap, LogLineFormsAreExact) {
+  struct Row {
+    TrapSite site;
+    std::int32_t number;
+    const char16_t* expected;
+  } rows[] = {
+      {base::InFunction(u"mX.Y"), 9, u"Error 9 (Subscript out of range) in Function mX.Y"},
+      {base::InSub(u"mGlobal.SaveConfig"), 6, u"Error 6 (Overflow) in Sub mGlobal.SaveConfig"},
+      {base::InProperty(u"cXmlNode.Name"), 91,
+       u"Error 91 (Object variable or With block variable not set) in Property cXmlNode.Name"},
+      {base::DansFunction(u"mGlobal.GetFullPath"), 5,
+       u"Erreur 5 (Invalid procedure call or argument) dans Function mGlobal.GetFullPath"},
+      {base::DansFonction(u"SaveFile"), 13, u"Erreur 13 (Type mismatch) dans Fonction SaveFile"},
+      {base::TerseFunction(u"NextTag"), 9, u"Erreur 9 dans Function NextTag : Subscript out of range"},
+      {base::InFunction(u"m.P"), 1234,
+       u"Error 1234 (Application-defined or object-defined error) in Function m.P"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(base::TrapLine(row.site, row.number, base::ErrorDescription(row.number)),
+              row.expected);
+  }
+}
+
+TEST(Trap, ReturnsNeutralValueAndLogsTheMappedError) {
+  struct Row {
+    std::function<int()> body;
+    const char16_t* line;
+  } rows[] = {
+      {[]() -> int { base::Raise(6); }, u"Error 6 (Overflow) in Function m.F"},
+      {[]() -> int { throw std::out_of_range("x"); },
+       u"Error 9 (Subscript out of range) in Function m.F"},
+      {[]() -> int { throw std::bad_alloc(); }, u"Error 7 (Out of memory) in Function m.F"},
+      {[]() -> int { base::Raise(70, u"custom text"); }, u"Error 70 (custom text) in Function m.F"},
+      {[]() -> int { throw 42; }, u"Error 5 (Invalid procedure call or argument) in Function m.F"},
+  };
+  for (const auto& row : rows) {
+    LogCapture log;
+    EXPECT_EQ(base::Trap(base::InFunction(u"m.F"), -1, row.body), -1);
+    ASSERT_EQ(log.lines.size(), 1u);
+    EXPECT_EQ(log.lines[0], row.line);
+  }
+}
+
+TEST(Trap, SuccessfulBodyLogsNothing) {
+  LogCapture log;
+  EXPECT_EQ(base::Trap(base::InFunction(u"m.F"), 0, [] { return 7; }), 7);
+  EXPECT_TRUE(base::Trap(base::InSub(u"m.S"), [] {}));
+  EXPECT_TRUE(log.lines.empty());
+}
+
+TEST(Trap, CheckedArithmeticRaisesOverflow) {
+  EXPECT_EQ(base::CheckedSub(5, 7), -2);
+  EXPECT_EQ(base::CheckedAdd(INT32_MAX - 1, 1), INT32_MAX);
+  EXPECT_THROW(base::CheckedSub(INT32_MIN, 1), base::RuntimeError);
+  EXPECT_THROW(base::CheckedAdd(INT32_MAX, 1), base::RuntimeError);
+  try {
+    base::CheckedSub(-2147483647 - 1, 10);
+  } catch (const base::RuntimeError& e) {
+    EXPECT_EQ(e.Number(), 6);
+  }
+}
+
+}  // namespace
