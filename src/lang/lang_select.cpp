@@ -23,8 +23,10 @@ std::u16string getUserLangISO() {
 
 std::u16string LCIDtoISO(std::u16string_view code) {
   return base::Trap(base::InFunction(u"mLang.LCIDtoISO"), std::u16string(), [&] {
-    std::u16string padded = u"0000" + std::u16string(code);
-    std::u16string needle = u"|" + base::Upper(padded.substr(padded.size() - 4)) + u"|";
+    std::u16string padded(u"0000");
+    padded.append(code);
+    std::u16string needle(u"|");
+    needle.append(base::Upper(padded.substr(padded.size() - 4))).append(u"|");
     std::size_t at = base::Upper(kLangCatalogue).find(needle);
     if (at == std::u16string::npos) return std::u16string();
     std::size_t row = kLangCatalogue.rfind(u'/', at) + 1;
