@@ -44,7 +44,6 @@ std::map<std::string, Language> ReadLanguages(const std::string& text,
                                               std::vector<std::string>& errors) {
   std::map<std::string, Language> languages;
   std::vector<std::string> open;  // element names from the root down
-  std::string code;
   int number = 0;
   for (const std::string& line : Lines(text)) {
     ++number;
@@ -77,13 +76,11 @@ std::map<std::string, Language> ReadLanguages(const std::string& text,
       }
     } else {
       if (open.size() == 1) {
-        std::string attribute = " name=\"";
-        std::size_t at = tag.find(attribute);
-        languages[name].name =
-            at == std::string::npos
-                ? std::string()
-                : tag.substr(at + attribute.size(),
-                             tag.find('"', at + attribute.size()) - at - attribute.size());
+        std::size_t at = tag.find(" name=\"");
+        if (at != std::string::npos) {
+          at += 7;
+          languages[name].name = tag.substr(at, tag.find('"', at) - at);
+        }
       }
       open.push_back(name);
     }
@@ -132,6 +129,8 @@ TEST(ShippedLanguageFile, EveryLanguageHasTheFourMessages) {
       auto text = language.texts.find(key);
       ASSERT_NE(text, language.texts.end()) << code << " " << key;
       EXPECT_FALSE(text->second.empty()) << code << " " << key;
+      // The writer escapes these five; a bare one would not be read back as written.
+      EXPECT_EQ(text->second.find_first_of("'\"<>"), std::string::npos) << code << " " << key;
     }
     EXPECT_EQ(language.texts.size(), 4u) << code;
     bool counts = language.texts.at("Message.AppStillRunning").find("%count%") != std::string::npos;
