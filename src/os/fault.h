@@ -28,6 +28,7 @@ enum class Op : int {
   kGetAttributes,  // GetFileAttributesW
   kSetAttributes,  // SetFileAttributesW
   kFindFile,       // FindFirstFileW
+  kLocaleInfo,     // GetLocaleInfoW has no answer
   kCount
 };
 

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "os/fault.h"
+#include "os/locale.h"
 #include "os/process.h"
 #include "os/types.h"
 #include "os/ui.h"
