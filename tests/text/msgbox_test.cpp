@@ -242,7 +242,12 @@ TEST_F(TerminalBoxTest, UnrecognisedAnswersAskAgain) {
 
 TEST_F(TerminalBoxTest, HangUpIsTheEndOfInput) {
   auto answer = std::async(std::launch::async, [] { return mUnicodePatch::MsgBox(u"Go?", 1); });
-  Drain(master_, 200);
+  std::string screen;
+  auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (screen.find("> ") == std::string::npos && std::chrono::steady_clock::now() < limit) {
+    screen += Drain(master_, 100);
+  }
+  EXPECT_NE(screen.find("Go?"), std::string::npos) << "the box never showed";
   close(slave_);
   slave_ = -1;
   close(master_);
