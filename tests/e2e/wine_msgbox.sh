@@ -54,6 +54,7 @@ run_case() {
   "$WINE" "$DEMO" --out "$(winpath "$out")" --flags "$flags" --title "$title" --text "$text" \
     >"$ARTIFACTS/wine-msgbox-$name.log" 2>&1 &
   local pid=$!
+  ended() { ! kill -0 "$pid" 2>/dev/null; }
 
   find_box() { wid=$(xdotool search --onlyvisible --name "^${caption}\$" 2>/dev/null | head -1); [ -n "$wid" ]; }
   if ! wait_for 60 find_box; then
@@ -69,14 +70,16 @@ run_case() {
     wait_for 20 drawn || why="the box stayed blank (contrast $contrast)"
     # The key goes to the focused window: Wine ignores synthetic events sent to a window.
     xdotool key "$key"
-    ended() { ! kill -0 "$pid" 2>/dev/null; }
     if ! wait_for 20 ended; then
       why="${why:+$why; }the program did not end after $key"
     fi
     answer=$(tr -d '\r\n' <"$out" 2>/dev/null)
     [ "$answer" = "$expected" ] || why="${why:+$why; }answer \"$answer\", expected $expected"
   fi
-  kill "$pid" 2>/dev/null
+  if ! ended; then
+    kill "$pid" 2>/dev/null
+    wait_for 5 ended || kill -9 "$pid" 2>/dev/null
+  fi
   wait "$pid" 2>/dev/null
   if [ -z "$why" ]; then
     passed=$((passed + 1))
