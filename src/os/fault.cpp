@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <utility>
 
 #include "os/types.h"
 
@@ -29,6 +30,16 @@ std::function<std::uint32_t()>& Clock() {
   return clock;
 }
 
+std::function<void(Event, std::intptr_t)>& Observer() {
+  static std::function<void(Event, std::intptr_t)> observer;
+  return observer;
+}
+
+std::function<std::int32_t(const MessageBoxParams&)>& BoxAnswer() {
+  static std::function<std::int32_t(const MessageBoxParams&)> answer;
+  return answer;
+}
+
 }  // namespace
 
 void Arm(Op op, std::uint32_t error, int nth, int times) {
@@ -43,6 +54,8 @@ void Reset() {
   for (auto& slot : Slots()) slot = Slot{};
   AnyArmed() = false;
   Clock() = nullptr;
+  Observer() = nullptr;
+  BoxAnswer() = nullptr;
 }
 
 bool Hit(Op op) {
@@ -67,6 +80,28 @@ void SetClock(std::function<std::uint32_t()> clock) {
 bool ClockOverridden(std::uint32_t* now) {
   if (!Clock()) return false;
   *now = Clock()();
+  return true;
+}
+
+}  // namespace os::fault
+
+namespace os::fault {
+
+void SetObserver(std::function<void(Event, std::intptr_t)> observer) {
+  Observer() = std::move(observer);
+}
+
+void Notify(Event event, std::intptr_t value) {
+  if (Observer()) Observer()(event, value);
+}
+
+void SetMessageBoxAnswer(std::function<std::int32_t(const MessageBoxParams&)> answer) {
+  BoxAnswer() = std::move(answer);
+}
+
+bool AnswerMessageBox(const MessageBoxParams& params, std::int32_t* result) {
+  if (!BoxAnswer()) return false;
+  *result = BoxAnswer()(params);
   return true;
 }
 

@@ -11,6 +11,10 @@
 #include <cstdint>
 #include <functional>
 
+namespace os {
+struct MessageBoxParams;
+}
+
 namespace os::fault {
 
 enum class Op : int {
@@ -36,7 +40,7 @@ enum class Op : int {
 // calls after it too (times <= 0: every call from then on).
 void Arm(Op op, std::uint32_t error, int nth = 1, int times = 1);
 
-// Disarms every operation and removes any clock override.
+// Disarms every operation and removes the clock override, the observer and the box answer.
 void Reset();
 
 // For the seam: true when this call of op must fail; SetLastError has then been done.
@@ -46,7 +50,27 @@ bool Hit(Op op);
 void SetClock(std::function<std::uint32_t()> clock);
 bool ClockOverridden(std::uint32_t* now);
 
-// Disarms everything when it goes out of scope.
+// What a test can watch happen at the seam, in the order it happens.
+enum class Event : int {
+  kShellExecute,    // a start reached the platform; value: the show command passed on
+  kProcessStarted,  // a start handed back a process handle; value: the handle
+  kExitCodeRead,    // GetExitCodeProcess answered; value: the code (kStillActive while running)
+  kMessagesPumped,  // one pass of the message loop; value: 0
+  kSlept,           // Sleep; value: the milliseconds asked for
+};
+
+// Installs the function told of every Event while set; an empty function removes it.
+void SetObserver(std::function<void(Event, std::intptr_t)> observer);
+// For the seam: tells the observer, if any.
+void Notify(Event event, std::intptr_t value = 0);
+
+// Answers message boxes in place of the platform while set: MessageBoxIndirectW hands the box
+// to the function and returns its answer, and nothing is shown. An empty function removes it.
+void SetMessageBoxAnswer(std::function<std::int32_t(const MessageBoxParams&)> answer);
+// For the seam: true when a test answered the box; *result then holds the answer.
+bool AnswerMessageBox(const MessageBoxParams& params, std::int32_t* result);
+
+// Disarms everything (failures, clock, observer, message-box answer) when it goes out of scope.
 class Scope {
  public:
   Scope() = default;

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "os/types.h"
 
@@ -15,8 +17,8 @@ namespace os {
 // (SW_* value). Returns the platform's result: above 32 on success, otherwise an error code
 // (2 file not found, 3 path not found, 5 access denied, 31 no association, ...).
 std::intptr_t ShellExecuteW(Handle owner, const char16_t* verb, const char16_t* file,
-                           const char16_t* parameters, const char16_t* directory,
-                           int show_command);
+                            const char16_t* parameters, const char16_t* directory,
+                            int show_command);
 
 inline constexpr std::uint32_t kSeeMaskNoCloseProcess = 0x40;
 inline constexpr std::uint32_t kSeeMaskFlagNoUi = 0x400;
@@ -37,6 +39,11 @@ struct ShellExecuteInfo {
 
 // ShellExecuteExW. Returns the platform's success flag.
 bool ShellExecuteExW(ShellExecuteInfo& info);
+
+// The arguments a program started with these parameters receives, split by the Windows rules
+// (CommandLineToArgvW): blanks separate, quotes group, 2n backslashes before a quote give n and
+// the quote groups, 2n+1 give n and a literal quote, other backslashes stay as they are.
+std::vector<std::u16string> SplitCommandLine(std::u16string_view parameters);
 
 inline constexpr std::uint32_t kStillActive = 259;
 

@@ -21,6 +21,7 @@ std::uint32_t GetLastError() { return last_error; }
 void SetLastError(std::uint32_t error) { last_error = error; }
 
 void Sleep(std::uint32_t milliseconds) {
+  fault::Notify(fault::Event::kSlept, milliseconds);
   timespec ts{static_cast<time_t>(milliseconds / 1000),
               static_cast<long>(milliseconds % 1000) * 1000000L};
   while (nanosleep(&ts, &ts) == -1 && errno == EINTR) {

@@ -14,7 +14,10 @@ namespace os {
 std::uint32_t GetLastError() { return ::GetLastError(); }
 void SetLastError(std::uint32_t error) { ::SetLastError(error); }
 
-void Sleep(std::uint32_t milliseconds) { ::Sleep(milliseconds); }
+void Sleep(std::uint32_t milliseconds) {
+  fault::Notify(fault::Event::kSlept, milliseconds);
+  ::Sleep(milliseconds);
+}
 
 std::uint32_t TimeGetTime() {
   std::uint32_t now;

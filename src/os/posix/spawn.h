@@ -1,0 +1,44 @@
+// Starting child processes on the POSIX side of the seam, shared by the process starters and
+// the graphical message box: finding a program on PATH, fork and exec with the exec's failure
+// reported back to the caller, and waiting for a child.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace os::posix {
+
+// The file a shell would run for `name`: a name with a "/" is taken as it stands, a bare name
+// is looked for in each PATH folder. "" when there is no such executable file.
+std::string FindOnPath(std::string_view name);
+
+// True for an existing regular file the caller may execute.
+bool IsExecutableFile(const std::string& path);
+
+struct SpawnOptions {
+  std::string folder;         // working folder of the child; "" keeps the caller's
+  int stdout_fd = -1;         // when >= 0, becomes the child's standard output
+  bool quiet_stderr = false;  // the child's standard error goes to /dev/null
+};
+
+struct SpawnResult {
+  pid_t pid = -1;  // the child, when it started
+  int error = 0;   // errno of the failed chdir or exec (the child is then already reaped)
+};
+
+// Starts argv[0] (a path) with argv. Descriptors other than 0, 1 and 2 are not inherited, as
+// a Windows child inherits no handles from a shell start. Returns once the exec succeeded or
+// failed.
+SpawnResult Spawn(const std::vector<std::string>& argv, const SpawnOptions& options);
+
+// Waits for a child to end and returns its exit code: the status it passed to exit, or 128 +
+// the signal that ended it. -1 when the child cannot be waited for.
+int WaitForExit(pid_t pid);
+
+// The exit code in a wait status, as WaitForExit reports it.
+int ExitCodeFromStatus(int status);
+
+}  // namespace os::posix

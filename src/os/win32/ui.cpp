@@ -1,0 +1,30 @@
+// Win32 side of the seam: the message box.
+#include <windows.h>
+
+#include <string>
+
+#include "os/fault.h"
+#include "os/types.h"
+#include "os/ui.h"
+
+namespace os {
+
+std::int32_t MessageBoxIndirectW(const MessageBoxParams& params) {
+  std::int32_t answer = 0;
+  if (fault::AnswerMessageBox(params, &answer)) return answer;
+  // The texts must end with a NUL for the API.
+  std::u16string text(params.text);
+  std::u16string caption(params.caption);
+  // The program's record says 40 bytes, the size of the 32-bit MSGBOXPARAMSW it was written
+  // against; the 64-bit structure is 80 bytes, and that is what the API is given. The
+  // program's number stays in its own record.
+  MSGBOXPARAMSW box{};
+  box.cbSize = sizeof(box);
+  box.hwndOwner = reinterpret_cast<HWND>(params.owner);
+  box.lpszText = reinterpret_cast<const wchar_t*>(text.c_str());
+  box.lpszCaption = reinterpret_cast<const wchar_t*>(caption.c_str());
+  box.dwStyle = params.style;
+  return ::MessageBoxIndirectW(&box);
+}
+
+}  // namespace os
