@@ -335,20 +335,6 @@ TEST(AppCloserReal, ClosesExactlyTheSuitesApplications) {
   EXPECT_FALSE(c_outsider.Exited());
 }
 
-TEST(AppCloserReal, ASlowApplicationPastTheGracePeriodIsCounted) {
-  RealSuite s;
-  const std::u16string slow = s.Install(u"window_app", s.suite + u"/Slow");
-  ChildProcess c_slow;
-  ASSERT_TRUE(s.Start(c_slow, slow, {u"--close-delay", u"5000"}));
-  sys::CloseOptions options;
-  options.own_path = s.own;
-  options.grace_ms = 300;
-  const auto report = sys::CloseApplications(sys::DetermineCloseScope(s.own), options);
-  EXPECT_EQ(report.outcome, sys::CloseOutcome::kStillRunning);
-  EXPECT_EQ(Pids(report.still_running), std::vector<std::uint32_t>{c_slow.pid()});
-  EXPECT_EQ(Pids(report.asked), std::vector<std::uint32_t>{c_slow.pid()});
-}
-
 TEST(AppCloserReal, OnARemovableDriveTheWholeDriveIsTheScope) {
   TempDir temp;
   testing_support::LoopMount drive;

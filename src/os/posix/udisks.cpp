@@ -122,6 +122,8 @@ UdisksStatus UdisksEject(const std::string& disk_name, const std::vector<std::st
       }
       return UdisksStatus::kFailed;
     }
+    // Still mounted after all that: let the caller try, and say, what it can.
+    if (!MountPointOfDev(dev).empty()) return UdisksStatus::kFailed;
   }
 
   // The drive object behind the disk; "/" for devices that are no drive (loop devices).

@@ -1,7 +1,9 @@
 // Win32 side of the seam, processes: the Toolhelp snapshot, the executable's path through a
 // limited-information handle, WM_CLOSE to the process's windows, TerminateProcess.
-#include <tlhelp32.h>
+// windows.h first: the other headers need its types.
 #include <windows.h>
+
+#include <tlhelp32.h>
 
 #include <string>
 

@@ -1,9 +1,11 @@
 // Win32 side of the seam, volumes: the drive behind a path, the disk behind the volume (its
 // storage device number, then the disk device interface with the same number), and the eject
 // of the disk's parent device through the configuration manager.
+// windows.h first: the other headers need its types.
+#include <windows.h>
+
 #include <cfgmgr32.h>
 #include <setupapi.h>
-#include <windows.h>
 #include <winioctl.h>
 
 #include <string>
