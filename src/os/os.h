@@ -7,6 +7,7 @@
 // Tests can make seam operations fail on demand through os/fault.h.
 #pragma once
 
+#include "os/apps.h"
 #include "os/fault.h"
 #include "os/locale.h"
 #include "os/process.h"

@@ -1,0 +1,171 @@
+// Running applications and the drives they run from: what the two companions stand on.
+//
+// The process half lists running processes with their executable, asks one to close the way
+// a user would (WM_CLOSE to its windows, SIGTERM), tells whether it still runs, and ends it by
+// force only when asked. The drive half finds the volume behind a path, decides whether its
+// device is one the program may eject, flushes and ejects it, and names the processes that
+// hold it when the system refuses.
+//
+//   os::StorageDevice dev;
+//   if (os::QueryStorageDevice(os::GetVolumePathNameW(path), &dev) && dev.removable) {
+//     os::EjectAnswer answer;
+//     if (!os::RequestDeviceEject(dev, &answer)) ... answer.veto_type, answer.veto_name ...
+//   }
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "os/types.h"
+
+namespace os {
+
+// One running process. image is the full path of its executable, "" when it cannot be read
+// (another user's process, a kernel thread, a process that is ending).
+struct ProcessEntry {
+  std::uint32_t pid = 0;
+  std::uint32_t parent_pid = 0;
+  std::u16string image;
+};
+
+// Every running process (CreateToolhelp32Snapshot + QueryFullProcessImageNameW under
+// PROCESS_QUERY_LIMITED_INFORMATION; /proc/<pid>/exe). Empty on failure, last error set.
+std::vector<ProcessEntry> EnumProcesses();
+
+// The calling process's id.
+std::uint32_t GetCurrentProcessId();
+
+// The id of the process that started pid; 0 when unknown or pid does not run.
+std::uint32_t ParentProcessId(std::uint32_t pid);
+
+// The full path of pid's executable (QueryFullProcessImageNameW); "" when it cannot be read.
+std::u16string ProcessImagePath(std::uint32_t pid);
+
+// Asks pid to close as a user would: WM_CLOSE posted to each of its visible top-level windows
+// (Windows), SIGTERM (POSIX). Returns how many requests were sent: 0 when the process has no
+// window to close (a console program on Windows), -1 when it does not run or may not be
+// signalled (last error set).
+int RequestProcessClose(std::uint32_t pid);
+
+// True while pid runs. A process that has ended but was not reaped yet (a zombie) does not.
+bool IsProcessRunning(std::uint32_t pid);
+
+// Ends pid by force (TerminateProcess, SIGKILL). Only for a caller configured to do so.
+bool TerminateProcessById(std::uint32_t pid);
+
+// True when the platform's file names ignore case (so "E:\App" and "e:\app" are one file).
+bool PathsIgnoreCase();
+
+// Drive types, as GetDriveTypeW answers them.
+enum : std::uint32_t {
+  kDriveUnknown = 0,
+  kDriveNoRootDir = 1,
+  kDriveRemovable = 2,
+  kDriveFixed = 3,
+  kDriveRemote = 4,
+  kDriveCdrom = 5,
+  kDriveRamdisk = 6,
+};
+
+// Storage bus types (STORAGE_BUS_TYPE) the program looks at.
+enum : std::uint32_t {
+  kBusUnknown = 0,
+  kBusUsb = 7,
+};
+
+// The root of the volume that holds path, with a trailing separator (GetVolumePathNameW:
+// "E:\"; POSIX: the mount point of the file system holding it, "/media/u/STICK/"). "" when
+// none can be found (last error set). path need not exist: its nearest existing folder counts.
+std::u16string GetVolumePathNameW(std::u16string_view path);
+
+// GetDriveTypeW of a volume root (kDriveFixed ...).
+std::uint32_t GetDriveTypeW(std::u16string_view root);
+
+// The device behind a volume, and the program's verdict on whether it may be ejected.
+struct StorageDevice {
+  std::u16string root;    // the volume root asked about
+  std::u16string volume;  // "\\.\E:" / "/dev/sdb1": what is mounted there
+  std::u16string disk;    // the whole disk: its device interface path / "/dev/sdb"
+  std::u16string parent;  // what is ejected: the disk's parent device instance id / the disk
+  std::uint32_t drive_type = kDriveUnknown;
+  std::uint32_t device_number = 0xFFFFFFFF;  // STORAGE_DEVICE_NUMBER.DeviceNumber / major:minor
+  std::uint32_t bus_type = kBusUnknown;
+  bool removable_media = false;  // the device says its medium is removable
+  bool system = false;           // the disk holds the running system
+  // The verdict: a removable device that is not the system's. Windows: DRIVE_REMOVABLE, or a
+  // device that says its medium is removable, or one on the USB bus (USB disks say "fixed");
+  // never the disk holding the Windows folder. POSIX: see os/posix/README.md.
+  bool removable = false;
+  std::u16string rule;                       // why the verdict is what it is, in plain words
+  std::vector<std::u16string> mount_points;  // every mounted volume of the disk, roots as above
+};
+
+// Finds the device behind a volume root (GetVolumePathNameW's answer). Fills what it can and
+// returns true when the drive type is known (even when the device itself cannot be
+// identified: parent is then ""); false when root is no volume (last error set).
+bool QueryStorageDevice(std::u16string_view root, StorageDevice* device);
+
+// Writes cached data of every mounted volume of the device to it (FlushFileBuffers on
+// \\.\E:; syncfs). True when every flush succeeded.
+bool FlushVolumes(const StorageDevice& device);
+
+// Veto types (PNP_VETO_TYPE) an eject answers with.
+enum : std::uint32_t {
+  kVetoNone = 0,  // PNP_VetoTypeUnknown: no veto
+  kVetoPendingClose = 2,
+  kVetoWindowsApp = 3,
+  kVetoWindowsService = 4,
+  kVetoOutstandingOpen = 5,
+  kVetoDevice = 6,
+  kVetoDriver = 7,
+  kVetoIllegalDeviceRequest = 8,
+  kVetoInsufficientPower = 9,
+  kVetoNonDisableable = 10,
+  kVetoLegacyDriver = 11,
+  kVetoInsufficientRights = 12,
+};
+
+// What an eject did.
+enum class EjectDone {
+  kNothing,       // refused or failed
+  kRemoved,       // the device was stopped and may be unplugged (CM eject, udisks2 PowerOff)
+  kMediaEjected,  // the medium was ejected (udisks2 Eject, CDROMEJECT, SCSI START STOP)
+  kUnmounted,     // every volume was unmounted; the device has no eject of its own
+};
+
+struct EjectAnswer {
+  EjectDone done = EjectDone::kNothing;
+  std::uint32_t veto_type = kVetoNone;  // set when the system refused
+  std::u16string veto_name;             // what the system names as the reason
+  std::u16string method;                // how it was done: "cfgmgr32", "udisks2", "umount" ...
+};
+
+// Ejects the device (CM_Request_Device_EjectW on the disk's parent, with a veto-name buffer so
+// that no system dialog is shown; on POSIX every mounted volume of the disk is unmounted, then
+// udisks2 powers it off or ejects it when the service runs, else the block device's eject).
+// True when done is not kNothing. A refusal gives false with veto_type set; any other failure
+// false with kVetoNone and last error set.
+bool RequestDeviceEject(const StorageDevice& device, EjectAnswer* answer);
+
+// Processes that hold any of the roots: on POSIX those whose executable, working folder,
+// root, open files or mapped files lie under one of them; on Windows those whose executable
+// does (open files are not seen there). The caller is never listed.
+std::vector<ProcessEntry> ProcessesUsingVolumes(const std::vector<std::u16string>& roots);
+
+// For tests only: while an object lives, the named disk ("/dev/loop3") counts as removable
+// even though its device does not say so. A loop device never does, and is the only disk a
+// test can make. No effect on Windows.
+class ScopedRemovableDiskForTests {
+ public:
+  explicit ScopedRemovableDiskForTests(std::u16string disk);
+  ~ScopedRemovableDiskForTests();
+  ScopedRemovableDiskForTests(const ScopedRemovableDiskForTests&) = delete;
+  ScopedRemovableDiskForTests& operator=(const ScopedRemovableDiskForTests&) = delete;
+
+ private:
+  std::u16string previous_;
+};
+
+}  // namespace os

@@ -1,0 +1,402 @@
+// POSIX side of the seam, volumes: the mount point behind a path plays the part of the drive
+// root, sysfs decides whether its disk is removable, and the eject is an unmount of every
+// volume of the disk followed by udisks2's power-off, or the block device's own eject.
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/cdrom.h>
+#include <scsi/sg.h>
+#include <spawn.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <set>
+#include <sstream>
+
+#include "base/text.h"
+#include "os/apps.h"
+#include "os/posix/mounts.h"
+#include "os/posix/native.h"
+
+extern char** environ;
+
+namespace os {
+namespace {
+
+std::mutex& HookMutex() {
+  static std::mutex m;
+  return m;
+}
+std::u16string& HookDisk() {
+  static std::u16string disk;
+  return disk;
+}
+
+std::u16string RootText(const std::string& mount_point) {
+  return base::Widen(mount_point == "/" ? mount_point : mount_point + "/");
+}
+
+// A root as the seam hands it out ("/media/u/STICK/") back to a mount point.
+std::string MountPointOf(std::u16string_view root) {
+  std::string p = posix::NativePath(root);
+  while (p.size() > 1 && p.back() == '/') p.pop_back();
+  return p;
+}
+
+bool IsRemoteType(const std::string& t) {
+  static const char* const kRemote[] = {"nfs",   "nfs4", "cifs", "smb3", "smbfs",
+                                        "ncpfs", "afs",  "9p",   "ceph", "glusterfs"};
+  for (const char* r : kRemote)
+    if (t == r) return true;
+  return t.rfind("fuse.sshfs", 0) == 0;
+}
+
+bool IsRamType(const std::string& t) {
+  return t == "tmpfs" || t == "ramfs";
+}
+
+// The device numbers of the disk that holds "/", 0 when "/" has no block device behind it.
+dev_t SystemDisk(const std::vector<posix::MountEntry>& table) {
+  int root = posix::FindMountFor(table, "/");
+  if (root < 0) return 0;
+  posix::BlockDevice d;
+  return posix::DescribeBlockDevice(posix::MountDevice(table[root]), &d) ? d.disk_dev : 0;
+}
+
+// Runs the umount program (setuid, so that a user may unmount what fstab lets users mount).
+bool RunUmountProgram(const std::string& mount_point) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  char program[] = "umount";
+  std::string target = mount_point;
+  char* argv[] = {program, target.data(), nullptr};
+  pid_t pid = 0;
+  int rc = posix_spawnp(&pid, "umount", &actions, nullptr, argv, environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (rc != 0) return false;
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+bool StillMounted(const std::string& mount_point) {
+  for (const auto& e : posix::ReadMountTable())
+    if (e.mount_point == mount_point) return true;
+  return false;
+}
+
+// Unmounts one mount point, and every mount stacked on it. Never lazily (MNT_DETACH): a
+// detached file system stays in use and the device is not safe to remove at all.
+bool Unmount(const std::string& mount_point, EjectAnswer* answer) {
+  for (int layer = 0; layer < 16 && StillMounted(mount_point); ++layer) {
+    if (umount2(mount_point.c_str(), 0) == 0) continue;
+    int e = errno;
+    if (e == EINVAL && !StillMounted(mount_point)) return true;
+    if (e == EBUSY) {
+      answer->veto_type = kVetoOutstandingOpen;
+      answer->veto_name = base::Widen(mount_point);
+      return false;
+    }
+    if (e == EPERM && RunUmountProgram(mount_point)) continue;
+    if (e == EPERM) {
+      // The umount program says only that it failed: busy when someone holds the mount.
+      bool held = !ProcessesUsingVolumes({RootText(mount_point)}).empty();
+      answer->veto_type = held ? kVetoOutstandingOpen : kVetoInsufficientRights;
+      answer->veto_name = base::Widen(mount_point);
+      return false;
+    }
+    errno = e;
+    posix::SetLastErrorFromErrno();
+    return false;
+  }
+  return true;
+}
+
+// The eject of a block device whose volumes are all unmounted: CDROMEJECT for an optical
+// drive, else SCSI ALLOW MEDIUM REMOVAL and START STOP UNIT with LoEj, which USB sticks and
+// card readers understand. A device without either (loop, nvme, mmc) has no eject: its
+// volumes are unmounted and that is all that can be done.
+EjectDone EjectBlockDevice(const std::string& node, std::u16string* method) {
+  int fd = open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
+    *method = u"umount (the device could not be opened for its eject)";
+    return EjectDone::kUnmounted;
+  }
+  if (ioctl(fd, CDROMEJECT, 0) == 0) {
+    close(fd);
+    *method = u"umount + CDROMEJECT";
+    return EjectDone::kMediaEjected;
+  }
+  auto scsi = [fd](unsigned char op, unsigned char byte4) {
+    unsigned char cdb[6] = {op, 0, 0, 0, byte4, 0};
+    unsigned char sense[32] = {};
+    sg_io_hdr_t io{};
+    io.interface_id = 'S';
+    io.dxfer_direction = SG_DXFER_NONE;
+    io.cmdp = cdb;
+    io.cmd_len = sizeof cdb;
+    io.sbp = sense;
+    io.mx_sb_len = sizeof sense;
+    io.timeout = 10000;
+    return ioctl(fd, SG_IO, &io) == 0 && io.status == 0 && io.host_status == 0 &&
+           io.driver_status == 0;
+  };
+  bool ejected = scsi(0x1E, 0x00) && scsi(0x1B, 0x02);
+  close(fd);
+  *method = ejected ? u"umount + SCSI START STOP UNIT" : u"umount (the device has no eject)";
+  return ejected ? EjectDone::kMediaEjected : EjectDone::kUnmounted;
+}
+
+bool IsUnderAny(const std::string& path, const std::vector<std::string>& roots) {
+  if (path.empty() || path[0] != '/') return false;
+  for (const auto& r : roots)
+    if (posix::PathIsUnder(path, r)) return true;
+  return false;
+}
+
+std::string Link(const std::string& path) {
+  char buf[PATH_MAX + 1];
+  ssize_t n = readlink(path.c_str(), buf, PATH_MAX);
+  if (n <= 0) return std::string();
+  std::string t(buf, static_cast<std::size_t>(n));
+  constexpr std::string_view kDeleted = " (deleted)";
+  if (t.size() > kDeleted.size() && t.ends_with(kDeleted)) t.resize(t.size() - kDeleted.size());
+  return t;
+}
+
+// Whether /proc/<pid> shows anything under the roots: executable, working folder, root,
+// an open file or a mapped file.
+bool ProcessHolds(const std::string& proc, const std::vector<std::string>& roots) {
+  if (IsUnderAny(Link(proc + "/exe"), roots) || IsUnderAny(Link(proc + "/cwd"), roots)) return true;
+  std::string root = Link(proc + "/root");
+  if (root != "/" && IsUnderAny(root, roots)) return true;
+  if (DIR* fds = opendir((proc + "/fd").c_str())) {
+    bool held = false;
+    while (dirent* e = readdir(fds)) {
+      if (e->d_name[0] == '.') continue;
+      if (IsUnderAny(Link(proc + "/fd/" + e->d_name), roots)) {
+        held = true;
+        break;
+      }
+    }
+    closedir(fds);
+    if (held) return true;
+  }
+  std::ifstream maps(proc + "/maps");
+  std::string line;
+  while (std::getline(maps, line)) {
+    std::size_t slash = line.find('/');
+    if (slash == std::string::npos) continue;
+    std::string file = line.substr(slash);
+    constexpr std::string_view kDeleted = " (deleted)";
+    if (file.ends_with(kDeleted)) file.resize(file.size() - kDeleted.size());
+    if (IsUnderAny(file, roots)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::u16string GetVolumePathNameW(std::u16string_view path) {
+  std::string resolved = posix::ResolvePath(posix::NativePath(path));
+  if (resolved.empty()) {
+    SetLastError(kErrorPathNotFound);
+    return std::u16string();
+  }
+  auto table = posix::ReadMountTable();
+  int i = posix::FindMountFor(table, resolved);
+  if (i < 0) {
+    SetLastError(kErrorPathNotFound);
+    return std::u16string();
+  }
+  return RootText(table[i].mount_point);
+}
+
+std::uint32_t GetDriveTypeW(std::u16string_view root) {
+  StorageDevice device;
+  return QueryStorageDevice(root, &device) ? device.drive_type : kDriveNoRootDir;
+}
+
+bool QueryStorageDevice(std::u16string_view root, StorageDevice* out) {
+  StorageDevice d;
+  d.root = std::u16string(root);
+  auto table = posix::ReadMountTable();
+  std::string mount_point = MountPointOf(root);
+  int i = -1;
+  for (std::size_t k = 0; k < table.size(); ++k)
+    if (table[k].mount_point == mount_point) i = static_cast<int>(k);
+  if (i < 0) {
+    SetLastError(kErrorPathNotFound);
+    return false;
+  }
+  const posix::MountEntry& entry = table[i];
+  d.mount_points.push_back(RootText(entry.mount_point));
+  const std::u16string fs_type = base::Widen(entry.fs_type);
+  if (IsRemoteType(entry.fs_type)) {
+    d.drive_type = kDriveRemote;
+    d.rule = fs_type + u" is a network file system";
+    *out = std::move(d);
+    return true;
+  }
+  if (IsRamType(entry.fs_type)) {
+    d.drive_type = kDriveRamdisk;
+    d.rule = fs_type + u" lives in memory";
+    *out = std::move(d);
+    return true;
+  }
+  posix::BlockDevice block;
+  if (!posix::DescribeBlockDevice(posix::MountDevice(entry), &block)) {
+    d.drive_type = kDriveFixed;
+    d.rule = fs_type + u" has no block device behind it";
+    *out = std::move(d);
+    return true;
+  }
+  d.volume = base::Widen(block.node);
+  d.disk = base::Widen(block.disk_node);
+  d.parent = d.disk;
+  d.device_number = (major(block.disk_dev) << 20) | minor(block.disk_dev);
+  d.bus_type = block.usb ? kBusUsb : kBusUnknown;
+  d.removable_media = block.removable_flag;
+  d.system = block.disk_dev != 0 && block.disk_dev == SystemDisk(table);
+
+  // Every mounted volume of the same disk, the one asked about first.
+  auto devs = posix::DiskAndPartitions(block);
+  for (const auto& e : table) {
+    if (e.mount_point == entry.mount_point) continue;
+    dev_t dev = posix::MountDevice(e);
+    if (dev && std::find(devs.begin(), devs.end(), dev) != devs.end()) {
+      std::u16string r = RootText(e.mount_point);
+      if (std::find(d.mount_points.begin(), d.mount_points.end(), r) == d.mount_points.end())
+        d.mount_points.push_back(r);
+    }
+  }
+
+  const std::u16string hook = posix::RemovableDiskForTests();
+  const bool hooked = !hook.empty() && hook == d.disk;
+  const bool optical = block.disk_name.rfind("sr", 0) == 0;
+  d.drive_type = optical                                         ? kDriveCdrom
+                 : (block.removable_flag || block.usb || hooked) ? kDriveRemovable
+                                                                 : kDriveFixed;
+  if (d.system) {
+    d.rule = d.disk + u" holds the running system";
+  } else if (block.removable_flag) {
+    d.removable = true;
+    d.rule = d.disk + u" says its medium is removable";
+  } else if (block.usb) {
+    d.removable = true;
+    d.rule = d.disk + u" is on the usb bus";
+  } else if (hooked) {
+    d.removable = true;
+    d.rule = d.disk + u" is treated as removable for a test";
+  } else {
+    d.rule = d.disk + u" is a fixed disk (not removable, not on the usb bus)";
+  }
+  *out = std::move(d);
+  return true;
+}
+
+bool FlushVolumes(const StorageDevice& device) {
+  bool ok = true;
+  for (const auto& root : device.mount_points) {
+    int fd = open(MountPointOf(root).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0 || syncfs(fd) != 0) {
+      posix::SetLastErrorFromErrno();
+      ok = false;
+    }
+    if (fd >= 0) close(fd);
+  }
+  return ok;
+}
+
+bool RequestDeviceEject(const StorageDevice& device, EjectAnswer* answer) {
+  *answer = EjectAnswer{};
+  if (device.disk.empty()) {
+    SetLastError(kErrorInvalidParameter);
+    return false;
+  }
+  // The kernel names of the mounted volumes, for udisks2's objects.
+  std::vector<std::string> volumes;
+  auto table = posix::ReadMountTable();
+  std::vector<std::string> mount_points;
+  for (const auto& root : device.mount_points) mount_points.push_back(MountPointOf(root));
+  for (const auto& e : table) {
+    if (std::find(mount_points.begin(), mount_points.end(), e.mount_point) == mount_points.end())
+      continue;
+    posix::BlockDevice b;
+    if (posix::DescribeBlockDevice(posix::MountDevice(e), &b) &&
+        std::find(volumes.begin(), volumes.end(), b.name) == volumes.end())
+      volumes.push_back(b.name);
+  }
+  std::string disk_node = posix::NativePath(device.disk);
+  std::string disk_name = disk_node.substr(disk_node.find_last_of('/') + 1);
+
+  switch (posix::UdisksEject(disk_name, volumes, answer)) {
+    case posix::UdisksStatus::kDone:
+      return true;
+    case posix::UdisksStatus::kRefused:
+      return false;
+    case posix::UdisksStatus::kUnavailable:
+    case posix::UdisksStatus::kFailed:
+      break;
+  }
+
+  // Deepest first, so that a mount inside another goes before it.
+  std::sort(mount_points.begin(), mount_points.end(),
+            [](const std::string& a, const std::string& b) { return a.size() > b.size(); });
+  *answer = EjectAnswer{};
+  for (const auto& mp : mount_points)
+    if (!Unmount(mp, answer)) return false;
+  sync();
+  answer->done = EjectBlockDevice(disk_node, &answer->method);
+  return true;
+}
+
+std::vector<ProcessEntry> ProcessesUsingVolumes(const std::vector<std::u16string>& roots) {
+  std::vector<std::string> native;
+  for (const auto& r : roots) {
+    std::string mp = MountPointOf(r);
+    if (!mp.empty() && mp[0] == '/') native.push_back(mp);
+  }
+  std::vector<ProcessEntry> out;
+  if (native.empty()) return out;
+  const std::uint32_t self = GetCurrentProcessId();
+  for (const auto& p : EnumProcesses()) {
+    if (p.pid == self) continue;
+    if (ProcessHolds("/proc/" + std::to_string(p.pid), native)) out.push_back(p);
+  }
+  return out;
+}
+
+ScopedRemovableDiskForTests::ScopedRemovableDiskForTests(std::u16string disk) {
+  std::lock_guard<std::mutex> lock(HookMutex());
+  previous_ = HookDisk();
+  HookDisk() = std::move(disk);
+}
+
+ScopedRemovableDiskForTests::~ScopedRemovableDiskForTests() {
+  std::lock_guard<std::mutex> lock(HookMutex());
+  HookDisk() = previous_;
+}
+
+}  // namespace os
+
+namespace os::posix {
+
+std::u16string RemovableDiskForTests() {
+  std::lock_guard<std::mutex> lock(HookMutex());
+  return HookDisk();
+}
+
+}  // namespace os::posix

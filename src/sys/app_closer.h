@@ -1,0 +1,113 @@
+// Closing the applications that run from the drive, for the closing companion (TvAppsClose).
+//
+// Which applications: every process whose executable lies under the close scope. The scope is
+// the root of the drive holding the suite when that drive is removable (and not the system's
+// own disk); otherwise only the suite folder, the parent of the closer's own folder. A scope
+// that would be the root of a fixed drive is refused outright: the closer never sweeps a
+// whole system disk. Never closed: the closer itself (and other copies of it), its parent
+// (the program that called it), the ejector, and anything outside the scope.
+//
+// How: politely (WM_CLOSE to each window, SIGTERM), then a grace period for applications that
+// ask the user to save, then a count of what still runs. Force is used only when configured.
+//
+//   sys::CloseScope scope = sys::DetermineCloseScope(os::ModuleFileName());
+//   sys::CloseReport report = sys::CloseApplications(scope, sys::CloseOptions{});
+//   ... report.still_running.size() is the count written to TvAppsClose.out ...
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "os/apps.h"
+
+namespace sys {
+
+// True when path is folder or lies below it, whole components only ("C:\Suite2\a.exe" is not
+// under "C:\Suite"). "\" and "/" both separate; a trailing separator on folder is optional.
+bool PathIsUnder(std::u16string_view path, std::u16string_view folder, bool ignore_case);
+
+// The folder holding path, without a trailing separator except for a root ("C:\", "/"); ""
+// when path has no folder part.
+std::u16string ParentFolder(std::u16string_view path);
+
+// True for a path that is nothing but a root: "/", "C:\", "C:", "\\server\share\".
+bool IsRootPath(std::u16string_view path);
+
+// What the closer may touch.
+struct CloseScope {
+  std::u16string folder;     // processes whose executable lies under it are closed; "" = none
+  bool whole_drive = false;  // folder is the removable drive's root
+  std::u16string reason;     // why this scope, or why none
+};
+
+// The scope for a closer at own_path, given what the system says about the device holding it
+// (device null when it could not be asked). Pure: no system call.
+CloseScope ChooseCloseScope(std::u16string_view own_path, const os::StorageDevice* device);
+
+// ChooseCloseScope with the device found through the seam.
+CloseScope DetermineCloseScope(std::u16string_view own_path);
+
+// Processes never to be touched besides those outside the scope.
+struct Spared {
+  std::vector<std::uint32_t> pids;     // the closer and its parent, at least
+  std::vector<std::u16string> images;  // full paths (the closer's own file: other copies of it)
+  std::vector<std::u16string> names;   // file names with or without ".exe" ("TvDiskEjector")
+};
+
+// The processes of `all` to close: inside the scope, with a known executable, not spared.
+// Pure: no system call.
+std::vector<os::ProcessEntry> SelectProcessesToClose(const std::vector<os::ProcessEntry>& all,
+                                                     const CloseScope& scope, const Spared& spared,
+                                                     bool ignore_case);
+
+// The system calls the closer makes, replaceable in tests.
+struct ProcessOps {
+  std::function<std::vector<os::ProcessEntry>()> enumerate;
+  std::function<int(std::uint32_t)> request_close;
+  std::function<bool(std::uint32_t)> running;
+  std::function<bool(std::uint32_t)> terminate;
+  std::function<std::uint32_t()> now;  // milliseconds, may wrap
+  std::function<void(std::uint32_t)> sleep;
+  bool ignore_case = false;
+};
+
+// The seam's functions.
+ProcessOps SystemProcessOps();
+
+inline constexpr std::uint32_t kDefaultGraceMs = 10000;
+
+struct CloseOptions {
+  std::uint32_t grace_ms = kDefaultGraceMs;  // how long applications get to close
+  std::uint32_t poll_ms = 100;               // how often the wait looks
+  bool force = false;                        // end what is left by force after the grace period
+  std::u16string own_path;                   // the closer's file; "" = the running program
+  std::vector<std::uint32_t> spare_pids;     // besides the closer and its parent
+  std::vector<std::u16string> spare_names = {u"TvDiskEjector"};
+};
+
+enum class CloseOutcome {
+  kNothingToClose,  // no application ran in the scope
+  kAllClosed,       // every one closed within the grace period (or was ended by force)
+  kStillRunning,    // some still run: still_running lists them
+  kNoScope,         // the scope was refused: nothing was touched
+  kFailed,          // the process list could not be read: nothing was touched
+};
+
+struct CloseReport {
+  CloseOutcome outcome = CloseOutcome::kFailed;
+  CloseScope scope;
+  std::vector<os::ProcessEntry> asked;           // sent a close request
+  std::vector<os::ProcessEntry> without_window;  // had nothing to receive it (Windows consoles)
+  std::vector<os::ProcessEntry> killed;          // ended by force
+  std::vector<os::ProcessEntry> still_running;   // in the scope after everything
+  std::u16string reason;
+};
+
+// Closes the applications in scope and counts what still runs.
+CloseReport CloseApplications(const CloseScope& scope, const CloseOptions& options,
+                              const ProcessOps& ops = SystemProcessOps());
+
+}  // namespace sys

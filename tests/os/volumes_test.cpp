@@ -1,0 +1,128 @@
+// Volumes through the seam: the temporary folder's drive everywhere, and on Linux a real FAT
+// drive on a loop device that is flushed, held, refused and unmounted.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "base/text.h"
+#include "os/apps.h"
+#include "support/child_process.h"
+#include "support/loop_mount.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using testing_support::ChildProcess;
+using testing_support::LoopMount;
+using testing_support::TempDir;
+
+bool Lists(const std::vector<os::ProcessEntry>& processes, std::uint32_t pid) {
+  return std::any_of(processes.begin(), processes.end(),
+                     [&](const os::ProcessEntry& p) { return p.pid == pid; });
+}
+
+TEST(OsVolumes, TheTemporaryFolderIsOnAFixedDrive) {
+  TempDir temp;
+  const std::u16string root = os::GetVolumePathNameW(temp.u16(u"not/yet/there.txt"));
+  ASSERT_FALSE(root.empty());
+  EXPECT_TRUE(root.back() == u'/' || root.back() == u'\\') << base::Narrow(root);
+  EXPECT_EQ(temp.u16().compare(0, root.size() - 1, root, 0, root.size() - 1), 0);
+
+  os::StorageDevice device;
+  ASSERT_TRUE(os::QueryStorageDevice(root, &device));
+  EXPECT_EQ(device.root, root);
+  EXPECT_FALSE(device.removable) << base::Narrow(device.rule);
+  EXPECT_FALSE(device.rule.empty());
+  EXPECT_NE(device.drive_type, os::kDriveRemovable);
+  EXPECT_EQ(os::GetDriveTypeW(root), device.drive_type);
+}
+
+TEST(OsVolumes, NoVolumeBehindANonexistentRoot) {
+  os::StorageDevice device;
+  EXPECT_FALSE(os::QueryStorageDevice(u"Q:\\no\\such\\root\\", &device));
+  EXPECT_EQ(os::GetVolumePathNameW(u""), u"");
+}
+
+class OsLoopVolume : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string why;
+    if (!drive_.Create(temp_, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
+    root_ = drive_.mount_point() + u"/";
+  }
+  TempDir temp_;
+  LoopMount drive_;
+  std::u16string root_;
+};
+
+TEST_F(OsLoopVolume, DescribesTheLoopDeviceAndTellsWhyItIsNotRemovable) {
+  EXPECT_EQ(os::GetVolumePathNameW(drive_.mount_point() + u"/Suite/App/missing.exe"), root_);
+  os::StorageDevice device;
+  ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
+  EXPECT_EQ(device.volume, drive_.device());
+  EXPECT_EQ(device.disk, drive_.device());
+  EXPECT_EQ(device.parent, drive_.device());
+  EXPECT_EQ(device.mount_points, std::vector<std::u16string>{root_});
+  EXPECT_FALSE(device.system);
+  // A loop device is neither flagged removable nor on the usb bus: the honest answer is no.
+  EXPECT_FALSE(device.removable);
+  EXPECT_EQ(device.drive_type, os::kDriveFixed);
+  EXPECT_NE(device.rule.find(u"fixed disk"), std::u16string::npos) << base::Narrow(device.rule);
+
+  os::ScopedRemovableDiskForTests hook(drive_.device());
+  ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
+  EXPECT_TRUE(device.removable);
+  EXPECT_EQ(device.drive_type, os::kDriveRemovable);
+  EXPECT_TRUE(os::FlushVolumes(device));
+}
+
+TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
+  // One process runs from the drive, one works in a folder on it, one keeps a file open there;
+  // a fourth runs from elsewhere and must not be named.
+  const std::u16string exe =
+      testing_support::CopyHelperProgram(u"sleeper", drive_.mount_point() + u"/Apps");
+  ASSERT_FALSE(exe.empty());
+  std::filesystem::create_directories(std::filesystem::path(drive_.mount_point() + u"/Work"));
+  ChildProcess runs_from, works_in, keeps_open, outsider;
+  const std::u16string sleeper = testing_support::HelperProgram(u"sleeper");
+  ASSERT_TRUE(runs_from.Start(exe, {u"--ready", temp_.u16(u"r1")}, temp_.u16()));
+  ASSERT_TRUE(
+      works_in.Start(sleeper, {u"--ready", temp_.u16(u"r2")}, drive_.mount_point() + u"/Work"));
+  ASSERT_TRUE(keeps_open.Start(
+      sleeper, {u"--ready", temp_.u16(u"r3"), u"--open", drive_.mount_point() + u"/Work/log.txt"},
+      temp_.u16()));
+  ASSERT_TRUE(outsider.Start(sleeper, {u"--ready", temp_.u16(u"r4")}, temp_.u16()));
+  for (const char16_t* r : {u"r1", u"r2", u"r3", u"r4"})
+    ASSERT_TRUE(testing_support::WaitForFile(temp_.u16(r)));
+
+  const auto holders = os::ProcessesUsingVolumes({root_});
+  EXPECT_TRUE(Lists(holders, runs_from.pid()));
+  EXPECT_TRUE(Lists(holders, works_in.pid()));
+  EXPECT_TRUE(Lists(holders, keeps_open.pid()));
+  EXPECT_FALSE(Lists(holders, outsider.pid()));
+  EXPECT_FALSE(Lists(holders, os::GetCurrentProcessId()));
+
+  os::ScopedRemovableDiskForTests hook(drive_.device());
+  os::StorageDevice device;
+  ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
+  os::EjectAnswer answer;
+  EXPECT_FALSE(os::RequestDeviceEject(device, &answer));
+  EXPECT_EQ(answer.done, os::EjectDone::kNothing);
+  EXPECT_EQ(answer.veto_type, os::kVetoOutstandingOpen);
+  EXPECT_EQ(answer.veto_name, drive_.mount_point());
+  EXPECT_TRUE(drive_.Mounted());
+
+  runs_from.Kill();
+  works_in.Kill();
+  keeps_open.Kill();
+  EXPECT_TRUE(os::ProcessesUsingVolumes({root_}).empty());
+  EXPECT_TRUE(os::RequestDeviceEject(device, &answer)) << os::GetLastError();
+  // A loop device has no eject of its own: unmounted is all that can be said.
+  EXPECT_EQ(answer.done, os::EjectDone::kUnmounted);
+  EXPECT_EQ(answer.veto_type, os::kVetoNone);
+  EXPECT_FALSE(drive_.Mounted());
+  EXPECT_FALSE(outsider.Exited());
+}
+
+}  // namespace

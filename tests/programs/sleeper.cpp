@@ -1,0 +1,63 @@
+// A program that only waits, for the tests that close, count and scan processes.
+//
+//   sleeper [--ready FILE] [--ignore-term] [--term-delay MS] [--open FILE] [--life SECONDS]
+//
+// --ready FILE       writes FILE once its signal handling is in place (a SIGTERM sent before
+//                    that would end it whatever --ignore-term says)
+// --ignore-term      ignores SIGTERM, like an application that will not be closed politely
+// --term-delay MS    ends MS milliseconds after SIGTERM, like one that saves first
+// --open FILE        keeps FILE open for writing while it runs
+// --life SECONDS     ends by itself after that long (120 by default), so that nothing is left
+//                    behind by a test that failed half-way
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+
+namespace {
+std::atomic<bool> terminated{false};
+extern "C" void OnTerm(int) {
+  terminated = true;
+}
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string ready, open_file;
+  bool ignore_term = false;
+  long term_delay_ms = -1, life_s = 120;
+  for (int i = 1; i < argc; ++i) {
+    std::string a = argv[i];
+    bool has_value = i + 1 < argc;
+    if (a == "--ready" && has_value)
+      ready = argv[++i];
+    else if (a == "--ignore-term")
+      ignore_term = true;
+    else if (a == "--term-delay" && has_value)
+      term_delay_ms = std::atol(argv[++i]);
+    else if (a == "--open" && has_value)
+      open_file = argv[++i];
+    else if (a == "--life" && has_value)
+      life_s = std::atol(argv[++i]);
+  }
+  if (ignore_term)
+    std::signal(SIGTERM, SIG_IGN);
+  else if (term_delay_ms >= 0)
+    std::signal(SIGTERM, OnTerm);
+  std::ofstream held;
+  if (!open_file.empty()) held.open(std::filesystem::u8path(open_file), std::ios::app);
+  if (!ready.empty()) std::ofstream(std::filesystem::u8path(ready)) << "ready\n";
+
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(life_s);
+  while (std::chrono::steady_clock::now() < end) {
+    if (terminated) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(term_delay_ms));
+      return 0;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return 0;
+}

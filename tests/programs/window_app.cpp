@@ -1,0 +1,128 @@
+// A small application with one window, for the tests that close applications politely.
+//
+//   window_app [--ready FILE] [--close-delay MS] [--life SECONDS]
+//
+// On Windows it shows one top-level window and ends when the window is closed (WM_CLOSE); with
+// --close-delay it takes that long first, like an application that saves its work. Elsewhere
+// the same happens on SIGTERM. --ready FILE is written once the window is shown (or the signal
+// handler is in place); --life ends it by itself after that long (120 s by default).
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#ifdef _WIN32
+#include <windows.h>
+
+#include <shellapi.h>
+#endif
+
+namespace {
+
+struct Options {
+  std::filesystem::path ready;
+  long close_delay_ms = 0;
+  long life_s = 120;
+};
+
+template <class Str>
+Options Parse(const std::vector<Str>& args) {
+  auto narrow = [](const Str& s) { return std::string(s.begin(), s.end()); };
+  Options o;
+  for (std::size_t i = 1; i + 1 < args.size(); ++i) {
+    const std::string name = narrow(args[i]);
+    if (name == "--ready")
+      o.ready = std::filesystem::path(args[++i]);
+    else if (name == "--close-delay")
+      o.close_delay_ms = std::atol(narrow(args[++i]).c_str());
+    else if (name == "--life")
+      o.life_s = std::atol(narrow(args[++i]).c_str());
+  }
+  return o;
+}
+
+void WriteReady(const Options& o) {
+  if (!o.ready.empty()) std::ofstream(o.ready) << "ready\n";
+}
+
+}  // namespace
+
+#ifdef _WIN32
+
+namespace {
+Options options;
+constexpr UINT_PTR kCloseTimer = 1;
+constexpr UINT_PTR kLifeTimer = 2;
+
+LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM w, LPARAM l) {
+  switch (message) {
+    case WM_CLOSE:
+      if (options.close_delay_ms > 0) {
+        SetTimer(window, kCloseTimer, static_cast<UINT>(options.close_delay_ms), nullptr);
+        return 0;
+      }
+      DestroyWindow(window);
+      return 0;
+    case WM_TIMER:
+      DestroyWindow(window);
+      return 0;
+    case WM_DESTROY:
+      PostQuitMessage(0);
+      return 0;
+  }
+  return DefWindowProcW(window, message, w, l);
+}
+}  // namespace
+
+int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR, int) {
+  int argc = 0;
+  wchar_t** argv = CommandLineToArgvW(GetCommandLineW(), &argc);
+  options = Parse(std::vector<std::wstring>(argv, argv + argc));
+  LocalFree(argv);
+
+  WNDCLASSW wc{};
+  wc.lpfnWndProc = WindowProc;
+  wc.hInstance = instance;
+  wc.lpszClassName = L"TvEjectTestWindow";
+  RegisterClassW(&wc);
+  HWND window = CreateWindowW(wc.lpszClassName, L"window_app", WS_OVERLAPPEDWINDOW, 10, 10, 240,
+                              120, nullptr, nullptr, instance, nullptr);
+  if (!window) return 1;
+  ShowWindow(window, SW_SHOWNORMAL);
+  UpdateWindow(window);
+  SetTimer(window, kLifeTimer, static_cast<UINT>(options.life_s * 1000), nullptr);
+  WriteReady(options);
+  MSG msg;
+  while (GetMessageW(&msg, nullptr, 0, 0) > 0) {
+    TranslateMessage(&msg);
+    DispatchMessageW(&msg);
+  }
+  return 0;
+}
+
+#else
+
+namespace {
+std::atomic<bool> terminated{false};
+extern "C" void OnTerm(int) {
+  terminated = true;
+}
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options o = Parse(std::vector<std::string>(argv, argv + argc));
+  std::signal(SIGTERM, OnTerm);
+  WriteReady(o);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(o.life_s);
+  while (std::chrono::steady_clock::now() < end && !terminated)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  if (terminated) std::this_thread::sleep_for(std::chrono::milliseconds(o.close_delay_ms));
+  return 0;
+}
+
+#endif

@@ -1,0 +1,370 @@
+// The closer: which processes it may touch (pure rules, one table each), how it waits (a fake
+// clock), and the whole run on real programs started from a temporary suite folder.
+#include "sys/app_closer.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+
+#include "base/text.h"
+#include "support/child_process.h"
+#include "support/loop_mount.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using os::ProcessEntry;
+using testing_support::ChildProcess;
+using testing_support::TempDir;
+
+std::vector<std::uint32_t> Pids(const std::vector<ProcessEntry>& processes) {
+  std::vector<std::uint32_t> out;
+  for (const auto& p : processes) out.push_back(p.pid);
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+TEST(AppCloserPaths, PathIsUnderWholeComponentsEitherSeparator) {
+  struct Row {
+    const char16_t* path;
+    const char16_t* folder;
+    bool ignore_case;
+    bool under;
+  } rows[] = {
+      {u"E:\\Suite\\App\\app.exe", u"E:\\", true, true},
+      {u"e:\\suite\\app.exe", u"E:\\Suite", true, true},
+      {u"e:\\suite\\app.exe", u"E:\\Suite", false, false},
+      {u"E:\\Suite2\\app.exe", u"E:\\Suite", true, false},
+      {u"E:\\Suite", u"E:\\Suite\\", true, true},
+      {u"D:\\Suite\\app.exe", u"E:\\", true, false},
+      {u"/media/u/STICK/app", u"/media/u/STICK/", false, true},
+      {u"/media/u/STICK2/app", u"/media/u/STICK", false, false},
+      {u"/media/u/stick/app", u"/media/u/STICK", false, false},
+      {u"/media/u/STICK/app", u"\\media\\u\\STICK", false, true},
+      {u"/usr/bin/x", u"/", false, true},
+      {u"relative/x", u"/", false, false},
+      {u"/x", u"", false, false},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(sys::PathIsUnder(row.path, row.folder, row.ignore_case), row.under)
+        << base::Narrow(row.path) << " under " << base::Narrow(row.folder);
+}
+
+TEST(AppCloserPaths, ParentFoldersAndRoots) {
+  struct Row {
+    const char16_t* path;
+    const char16_t* parent;
+    bool root;
+  } rows[] = {
+      {u"E:\\Suite\\TvAppsClose\\TvAppsClose.exe", u"E:\\Suite\\TvAppsClose", false},
+      {u"E:\\Suite\\TvAppsClose\\", u"E:\\Suite", false},
+      {u"E:\\app.exe", u"E:\\", false},
+      {u"E:\\", u"", true},
+      {u"E:", u"", true},
+      {u"/media/stick/TvAppsClose/TvAppsClose", u"/media/stick/TvAppsClose", false},
+      {u"/app", u"/", false},
+      {u"/", u"/", true},
+      {u"//", u"/", true},
+      {u"\\\\server\\share\\", u"\\\\server", true},
+      {u"\\\\server\\share\\dir", u"\\\\server\\share", false},
+      {u"app.exe", u"", false},
+      {u"", u"", false},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(sys::ParentFolder(row.path), row.parent) << base::Narrow(row.path);
+    EXPECT_EQ(sys::IsRootPath(row.path), row.root) << base::Narrow(row.path);
+  }
+}
+
+TEST(AppCloserScope, RemovableDriveWholeOtherwiseSuiteFolderNeverAFixedRoot) {
+  auto device = [](const char16_t* root, bool removable, bool system) {
+    os::StorageDevice d;
+    d.root = root;
+    d.removable = removable;
+    d.system = system;
+    d.rule = u"rule";
+    return d;
+  };
+  const os::StorageDevice stick = device(u"/media/u/STICK/", true, false);
+  const os::StorageDevice fixed = device(u"/", false, true);
+  const os::StorageDevice home = device(u"/home/", false, false);
+  const os::StorageDevice live_usb = device(u"/", false, true);  // removable, but the system's
+  struct Row {
+    const char16_t* own;
+    const os::StorageDevice* dev;
+    const char16_t* folder;  // "" = refused
+    bool whole;
+  } rows[] = {
+      {u"/media/u/STICK/Suite/TvAppsClose/TvAppsClose", &stick, u"/media/u/STICK/", true},
+      {u"/media/u/STICK/TvAppsClose/TvAppsClose", &stick, u"/media/u/STICK/", true},
+      {u"/home/u/Suite/TvAppsClose/TvAppsClose", &fixed, u"/home/u/Suite", false},
+      {u"/home/u/Suite/TvAppsClose/TvAppsClose", nullptr, u"/home/u/Suite", false},
+      {u"/opt/TvAppsClose/TvAppsClose", &live_usb, u"/opt", false},
+      // The suite folder would be a whole fixed volume: refused.
+      {u"/TvAppsClose/TvAppsClose", &fixed, u"", false},
+      {u"/home/TvAppsClose/TvAppsClose", &home, u"", false},
+      {u"/TvAppsClose/TvAppsClose", nullptr, u"", false},
+      {u"TvAppsClose", nullptr, u"", false},
+      // The device answer is for another drive: it is not trusted.
+      {u"/srv/Suite/TvAppsClose/TvAppsClose", &stick, u"/srv/Suite", false},
+  };
+  for (const auto& row : rows) {
+    const sys::CloseScope scope = sys::ChooseCloseScope(row.own, row.dev);
+    EXPECT_EQ(scope.folder, row.folder) << base::Narrow(row.own);
+    EXPECT_EQ(scope.whole_drive, row.whole) << base::Narrow(row.own);
+    EXPECT_FALSE(scope.reason.empty());
+  }
+}
+
+TEST(AppCloserSelect, OnlyProcessesInScopeAndNeverTheSparedOnes) {
+  const sys::CloseScope scope{u"/media/STICK/", true, u""};
+  sys::Spared spared;
+  spared.pids = {10, 11};  // the closer, its parent
+  spared.images = {u"/media/STICK/Suite/TvAppsClose/TvAppsClose"};
+  spared.names = {u"TvDiskEjector"};
+  const std::vector<ProcessEntry> all = {
+      {10, 11, u"/media/STICK/Suite/TvAppsClose/TvAppsClose"},  // itself
+      {11, 1, u"/media/STICK/Suite/TvEject/TvEject"},           // its caller
+      {12, 1, u"/media/STICK/Suite/TvEject/TvDiskEjector"},     // the ejector
+      {13, 1, u"/media/STICK/Suite/TvEject/TvDiskEjector.exe"},
+      {14, 1, u"/media/STICK/Suite/TvAppsClose/TvAppsClose"},  // another copy of the closer
+      {20, 1, u"/media/STICK/Suite/Apps/editor"},
+      {21, 20, u"/media/STICK/Other/tool"},
+      {30, 1, u"/media/STICK2/Suite/app"},
+      {31, 1, u"/usr/bin/bash"},
+      {32, 1, u""},  // image unreadable
+      {0, 0, u"/media/STICK/idle"},
+  };
+  EXPECT_EQ(Pids(sys::SelectProcessesToClose(all, scope, spared, false)),
+            (std::vector<std::uint32_t>{20, 21}));
+  EXPECT_TRUE(sys::SelectProcessesToClose(all, sys::CloseScope{}, spared, false).empty());
+  // Case matters only where the platform's names ignore it.
+  const std::vector<ProcessEntry> upper = {{40, 1, u"/MEDIA/stick/app"}};
+  EXPECT_TRUE(sys::SelectProcessesToClose(upper, scope, spared, false).empty());
+  EXPECT_EQ(sys::SelectProcessesToClose(upper, scope, spared, true).size(), 1u);
+}
+
+// Fake process ids, far from any real one (the closer always spares its own and its parent's).
+constexpr std::uint32_t kFake = 0x7FFF0000u;
+std::vector<std::uint32_t> Fake(std::vector<std::uint32_t> ids) {
+  for (auto& id : ids) id += kFake;
+  return ids;
+}
+
+// A process table driven by a fake clock: each process ends at a given time after its close
+// request (never when -1), or when terminated.
+struct FakeSystem {
+  struct Proc {
+    ProcessEntry entry;
+    int windows = 1;               // what a close request answers
+    std::int64_t ends_after = -1;  // ms after the request; -1: ignores it
+    std::int64_t asked_at = -1;
+    bool alive = true;
+  };
+  std::map<std::uint32_t, Proc> procs;
+  std::uint32_t now = 4294960000u;  // near the wrap of the 32-bit clock on purpose
+  std::uint32_t slept = 0;
+  int terminated = 0;
+
+  void Add(std::uint32_t pid, std::u16string image, std::int64_t ends_after, int windows = 1) {
+    procs[pid] = Proc{{pid, 1, std::move(image)}, windows, ends_after};
+  }
+  void Tick() {
+    for (auto& [pid, p] : procs)
+      if (p.alive && p.asked_at >= 0 && p.ends_after >= 0 &&
+          static_cast<std::uint32_t>(now - static_cast<std::uint32_t>(p.asked_at)) >= p.ends_after)
+        p.alive = false;
+  }
+  sys::ProcessOps Ops() {
+    sys::ProcessOps ops;
+    ops.enumerate = [this] {
+      std::vector<ProcessEntry> out;
+      for (auto& [pid, p] : procs)
+        if (p.alive) out.push_back(p.entry);
+      return out;
+    };
+    ops.request_close = [this](std::uint32_t pid) {
+      procs[pid].asked_at = now;
+      return procs[pid].windows;
+    };
+    ops.running = [this](std::uint32_t pid) {
+      Tick();
+      return procs[pid].alive;
+    };
+    ops.terminate = [this](std::uint32_t pid) {
+      ++terminated;
+      procs[pid].alive = false;
+      return true;
+    };
+    ops.now = [this] { return now; };
+    ops.sleep = [this](std::uint32_t ms) {
+      now += ms;
+      slept += ms;
+    };
+    return ops;
+  }
+};
+
+TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
+  struct Row {
+    std::int64_t slow_ends_after;  // the second application's time to close
+    std::uint32_t grace;
+    bool force;
+    sys::CloseOutcome outcome;
+    std::vector<std::uint32_t> still;
+    std::uint32_t min_slept, max_slept;
+    int terminated;
+  } rows[] = {
+      {3000, 10000, false, sys::CloseOutcome::kAllClosed, {}, 3000, 3100, 0},
+      {-1, 10000, false, sys::CloseOutcome::kStillRunning, {21}, 10000, 10000, 0},
+      {12000, 10000, false, sys::CloseOutcome::kStillRunning, {21}, 10000, 10000, 0},
+      {-1, 10000, true, sys::CloseOutcome::kAllClosed, {}, 10000, 10000, 1},
+      {-1, 0, false, sys::CloseOutcome::kStillRunning, {20, 21}, 0, 0, 0},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.slow_ends_after << "/" << row.grace);
+    FakeSystem fake;
+    fake.Add(kFake + 20, u"/suite/App/quick", 200);
+    fake.Add(kFake + 21, u"/suite/App/slow", row.slow_ends_after);
+    fake.Add(kFake + 30, u"/elsewhere/app", 0);
+    sys::CloseOptions options;
+    options.grace_ms = row.grace;
+    options.force = row.force;
+    options.own_path = u"/suite/TvAppsClose/TvAppsClose";
+    const auto report = sys::CloseApplications({u"/suite", false, u""}, options, fake.Ops());
+    EXPECT_EQ(report.outcome, row.outcome);
+    EXPECT_EQ(Pids(report.asked), Fake({20, 21}));
+    EXPECT_EQ(Pids(report.still_running), Fake(row.still));
+    EXPECT_GE(fake.slept, row.min_slept);
+    EXPECT_LE(fake.slept, row.max_slept);
+    EXPECT_EQ(fake.terminated, row.terminated);
+    EXPECT_EQ(fake.procs[kFake + 30].asked_at, -1);  // outside: never asked
+    EXPECT_TRUE(fake.procs[kFake + 30].alive);
+  }
+}
+
+TEST(AppCloserRun, TouchesNothingWithoutScopeOrProcessList) {
+  FakeSystem fake;
+  fake.Add(kFake + 20, u"/suite/App/app", 0);
+  const auto none = sys::CloseApplications(sys::CloseScope{}, {}, fake.Ops());
+  EXPECT_EQ(none.outcome, sys::CloseOutcome::kNoScope);
+  EXPECT_EQ(fake.procs[kFake + 20].asked_at, -1);
+
+  auto ops = fake.Ops();
+  ops.enumerate = [] { return std::vector<ProcessEntry>{}; };
+  EXPECT_EQ(sys::CloseApplications({u"/suite", false, u""}, {}, ops).outcome,
+            sys::CloseOutcome::kFailed);
+  const auto elsewhere = sys::CloseApplications({u"/other", false, u""}, {}, fake.Ops());
+  EXPECT_EQ(elsewhere.outcome, sys::CloseOutcome::kNothingToClose);
+  EXPECT_EQ(fake.slept, 0u);
+}
+
+TEST(AppCloserRun, WindowlessProgramsAreCountedNotAsked) {
+  FakeSystem fake;
+  fake.Add(kFake + 20, u"/suite/App/console", -1, 0);
+  sys::CloseOptions options;
+  options.own_path = u"/suite/TvAppsClose/TvAppsClose";
+  const auto report = sys::CloseApplications({u"/suite", false, u""}, options, fake.Ops());
+  EXPECT_TRUE(report.asked.empty());
+  EXPECT_EQ(Pids(report.without_window), Fake({20}));
+  EXPECT_EQ(Pids(report.still_running), Fake({20}));
+}
+
+// Real programs. The suite lives in a temporary folder on a fixed disk, so the scope is the
+// suite folder; a program started from the test's own folder stands outside it.
+struct RealSuite {
+  TempDir temp;
+  std::u16string suite = temp.u16(u"Suite");
+  std::u16string own = suite + u"/TvAppsClose/TvAppsClose";
+  int next = 0;
+
+  std::u16string Install(const char16_t* program, const std::u16string& folder) {
+    return testing_support::CopyHelperProgram(program, folder);
+  }
+  bool Start(ChildProcess& child, const std::u16string& exe, std::vector<std::u16string> args) {
+    const std::u16string ready = temp.u16(u"ready" + base::ToText(++next));
+    args.insert(args.end(), {u"--ready", ready});
+    return child.Start(exe, args, temp.u16()) && testing_support::WaitForFile(ready);
+  }
+};
+
+// An application that will not close politely: on Windows a console program, which has no
+// window for WM_CLOSE; elsewhere one that ignores SIGTERM.
+const char16_t* const kStubborn = u"sleeper";
+#ifdef _WIN32
+const std::vector<std::u16string> kStubbornArgs = {};
+#else
+const std::vector<std::u16string> kStubbornArgs = {u"--ignore-term"};
+#endif
+
+TEST(AppCloserReal, ClosesExactlyTheSuitesApplications) {
+  RealSuite s;
+  const std::u16string app = s.Install(u"window_app", s.suite + u"/App");
+  const std::u16string slow = s.Install(u"window_app", s.suite + u"/Slow");
+  const std::u16string stubborn = s.Install(kStubborn, s.suite + u"/Stubborn");
+  ASSERT_FALSE(app.empty() || slow.empty() || stubborn.empty());
+  ChildProcess c_app, c_slow, c_stubborn, c_outsider;
+  ASSERT_TRUE(s.Start(c_app, app, {}));
+  ASSERT_TRUE(s.Start(c_slow, slow, {u"--close-delay", u"1000"}));
+  ASSERT_TRUE(s.Start(c_stubborn, stubborn, kStubbornArgs));
+  ASSERT_TRUE(s.Start(c_outsider, testing_support::HelperProgram(u"window_app"), {}));
+
+  const sys::CloseScope scope = sys::DetermineCloseScope(s.own);
+  ASSERT_FALSE(scope.whole_drive) << base::Narrow(scope.reason);
+  ASSERT_TRUE(sys::PathIsUnder(app, scope.folder, os::PathsIgnoreCase()))
+      << base::Narrow(scope.reason);
+  sys::CloseOptions options;
+  options.own_path = s.own;
+  options.grace_ms = 3000;  // the slow one needs 1 s; the stubborn one is waited for in vain
+  const auto report = sys::CloseApplications(scope, options);
+
+  EXPECT_EQ(report.outcome, sys::CloseOutcome::kStillRunning) << base::Narrow(report.reason);
+  EXPECT_EQ(Pids(report.still_running), std::vector<std::uint32_t>{c_stubborn.pid()});
+  EXPECT_TRUE(c_app.WaitExit(5000));
+  EXPECT_TRUE(c_slow.WaitExit(5000));  // it took a second to close and was waited for
+  EXPECT_FALSE(c_stubborn.Exited());
+  EXPECT_FALSE(c_outsider.Exited());
+
+  options.force = true;
+  const auto forced = sys::CloseApplications(scope, options);
+  EXPECT_EQ(forced.outcome, sys::CloseOutcome::kAllClosed) << base::Narrow(forced.reason);
+  EXPECT_EQ(Pids(forced.killed), std::vector<std::uint32_t>{c_stubborn.pid()});
+  EXPECT_TRUE(c_stubborn.WaitExit(5000));
+  EXPECT_FALSE(c_outsider.Exited());
+}
+
+TEST(AppCloserReal, OnARemovableDriveTheWholeDriveIsTheScope) {
+  TempDir temp;
+  testing_support::LoopMount drive;
+  std::string why;
+  if (!drive.Create(temp, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
+  os::ScopedRemovableDiskForTests hook(drive.device());
+  const std::u16string suite = drive.mount_point() + u"/Suite";
+  const std::u16string in_suite =
+      testing_support::CopyHelperProgram(u"window_app", suite + u"/App");
+  const std::u16string beside =
+      testing_support::CopyHelperProgram(u"window_app", drive.mount_point() + u"/Other");
+  ChildProcess c_in, c_beside, c_outsider;
+  ASSERT_TRUE(c_in.Start(in_suite, {u"--ready", temp.u16(u"r1")}, temp.u16()));
+  ASSERT_TRUE(c_beside.Start(beside, {u"--ready", temp.u16(u"r2")}, temp.u16()));
+  ASSERT_TRUE(c_outsider.Start(testing_support::HelperProgram(u"window_app"),
+                               {u"--ready", temp.u16(u"r3")}, temp.u16()));
+  for (const char16_t* r : {u"r1", u"r2", u"r3"})
+    ASSERT_TRUE(testing_support::WaitForFile(temp.u16(r)));
+
+  const std::u16string own = suite + u"/TvAppsClose/TvAppsClose";
+  const sys::CloseScope scope = sys::DetermineCloseScope(own);
+  EXPECT_TRUE(scope.whole_drive) << base::Narrow(scope.reason);
+  EXPECT_EQ(scope.folder, drive.mount_point() + u"/");
+  sys::CloseOptions options;
+  options.own_path = own;
+  const auto report = sys::CloseApplications(scope, options);
+  EXPECT_EQ(report.outcome, sys::CloseOutcome::kAllClosed) << base::Narrow(report.reason);
+  EXPECT_TRUE(c_in.WaitExit(5000));
+  EXPECT_TRUE(c_beside.WaitExit(5000));
+  EXPECT_FALSE(c_outsider.Exited());
+}
+
+}  // namespace
