@@ -114,7 +114,15 @@ void cXmlNode::ChildList::push_back(XmlNodePtr node) {
 
 void cXmlNode::ChildList::insert(std::size_t i, XmlNodePtr node) {
   if (i == size()) return push_back(std::move(node));
-  if (begin_ > 0 && i <= size() / 2) {
+  if (i <= size() / 2) {
+    if (begin_ == 0) {
+      // Open room at the front, in proportion to the list, so that a run of insertions near
+      // the start costs one move of the whole list, not one per insertion.
+      const std::size_t gap = std::max<std::size_t>(8, size() / 2);
+      slots_.insert(slots_.begin(), gap, nullptr);
+      begin_ = gap;
+      renumber(begin_, slots_.size());
+    }
     // Cheaper to move the head one slot towards the front.
     const std::size_t at = begin_ + i;
     std::move(slots_.begin() + static_cast<std::ptrdiff_t>(begin_),
