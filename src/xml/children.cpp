@@ -178,27 +178,25 @@ std::int32_t cXmlNode::AddChild(const XmlNodePtr& child, std::optional<std::int3
     }
     node->SetParentLink(this);
     // The link is made before the list takes the node, as it always was: a refused position
-    // leaves the node pointing here without being listed.
+    // leaves the node pointing here without being listed, and this node marked for it.
+    const bool was_parent_of_orphan = parent_of_orphan_;
+    parent_of_orphan_ = true;
     const std::size_t count = childs_.size();
-    if (before && after) {
-      parent_of_orphan_ = true;
-      base::Raise(base::kInvalidCall);
-    }
+    if (before && after) base::Raise(base::kInvalidCall);
     if (before) {
       if (*before < 1 || !IsRealChild(static_cast<std::size_t>(*before), count)) {
-        parent_of_orphan_ = true;
         base::Raise(base::kSubscriptOutOfRange);
       }
       childs_.insert(static_cast<std::size_t>(*before) - 1, node);
     } else if (after) {
       if (*after < 1 || !IsRealChild(static_cast<std::size_t>(*after), count)) {
-        parent_of_orphan_ = true;
         base::Raise(base::kSubscriptOutOfRange);
       }
       childs_.insert(static_cast<std::size_t>(*after), node);
     } else {
       childs_.push_back(node);
     }
+    parent_of_orphan_ = was_parent_of_orphan;
     node->RaiseAdded();
     return static_cast<std::int32_t>(childs_.size());
   });

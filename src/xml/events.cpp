@@ -329,6 +329,7 @@ void cXmlNode::RaiseUpward(const EventCall& call, std::u16string_view site, bool
 }
 
 void cXmlNode::RaiseDownward(const EventCall& call, std::u16string_view site, bool check_lock) {
+  if (childs_.empty()) return;
   base::Trap(base::InSub(site), [&] {
     struct Frame {
       XmlNodePtr node;

@@ -185,7 +185,7 @@ std::size_t cXmlNode::ChildList::find(const cXmlNode* node) const {
   if (hint >= begin_ && hint < slots_.size() && slots_[hint].get() == node) return hint - begin_;
   for (std::size_t s = begin_; s < slots_.size(); ++s) {
     if (slots_[s].get() == node) {
-      const_cast<cXmlNode*>(node)->index_hint_ = static_cast<std::uint32_t>(s);
+      node->index_hint_ = static_cast<std::uint32_t>(s);
       return s - begin_;
     }
   }

@@ -387,7 +387,7 @@ class cXmlNode : public std::enable_shared_from_this<cXmlNode> {
   std::unique_ptr<Attributes> attrs_;
   xml::SleepText sleep_;
   std::unique_ptr<Extras> extras_;
-  std::uint32_t index_hint_ = 0;
+  mutable std::uint32_t index_hint_ = 0;
   bool event_lock_flag_ = false;
   bool node_from_ptr_guard_ = false;
   bool listening_ = false;

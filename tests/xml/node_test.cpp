@@ -190,13 +190,19 @@ TEST(XmlNodeTree, LinksThatWouldLoopAreRefused) {
   q->Parent(p);
   EXPECT_EQ(q->AddChild(p), 0);
   EXPECT_EQ(p->Parent(), nullptr);
-  EXPECT_EQ(log.lines,
-            (std::vector<std::u16string>{
-                u"Error 5 (Invalid procedure call or argument) in Property cXmlNode.Parent",
-                u"Error 5 (Invalid procedure call or argument) in Property cXmlNode.Parent",
-                u"Erreur 5 (Invalid procedure call or argument) dans Function cXmlNode.AddChild",
-                u"Erreur 5 (Invalid procedure call or argument) dans Function cXmlNode.AddChild",
-                u"Erreur 5 (Invalid procedure call or argument) dans Function cXmlNode.AddChild"}));
+  // Nor after a refused position left such a link behind.
+  XmlNodePtr r = Node(u"r"), s = Node(u"s");
+  EXPECT_EQ(r->AddChild(s, 5), 0);
+  EXPECT_EQ(s->AddChild(r), 0);
+  EXPECT_EQ(r->Parent(), nullptr);
+  const std::u16string parent_refused =
+      u"Error 5 (Invalid procedure call or argument) in Property cXmlNode.Parent";
+  const std::u16string add_refused =
+      u"Erreur 5 (Invalid procedure call or argument) dans Function cXmlNode.AddChild";
+  EXPECT_EQ(log.lines, (std::vector<std::u16string>{
+                           parent_refused, parent_refused, add_refused, add_refused, add_refused,
+                           u"Erreur 9 (Subscript out of range) dans Function cXmlNode.AddChild",
+                           add_refused}));
 }
 
 TEST(XmlNodeTree, NodeFromPtrRefusesToReenter) {
