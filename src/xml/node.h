@@ -225,8 +225,18 @@ class cXmlNode : public std::enable_shared_from_this<cXmlNode> {
   // The first node in pre-order, at most max_depth levels down, that Match accepts.
   XmlNodePtr FindFirstMatch(const XmlNodePtr& rules, const XmlNodePtr& match_node,
                             std::int32_t max_depth);
-  // Whether this node pairs with match_node under the rules (see NodeMatch in rules.cpp); an
-  // empty node stands in for a missing match_node.
+  // Whether this node pairs with match_node under the rules: the search that merging trees
+  // relies on ("is this the node that one stands for?"). It is judged by NodeMatch:
+  //   1. The names must be equal without regard to case.
+  //   2. The rule that applies is chosen on this node alone, the way MatchRule chooses: the
+  //      first "MatchRule" whose path fits this node and whose "filter" criteria hold here.
+  //   3. No rule applies: the names decide (a match).
+  //   4. Otherwise every other criterion of that rule is a key that must agree between the two
+  //      nodes, each side read at the same "parentdepth": an "Attribut" present on both (exact
+  //      name) with equal values, a "Child" present on both with equal values; a criterion
+  //      with a text also requires that value. Values compare exactly.
+  //   5. With recursive, the children must pair too, in order and equal in number.
+  // A missing match_node is an empty node, which pairs only with a node without a name.
   bool Match(const XmlNodePtr& rules, const XmlNodePtr& match_node = nullptr,
              bool recursive = false);
 
@@ -377,7 +387,16 @@ class cXmlNode : public std::enable_shared_from_this<cXmlNode> {
 
   // The reader's entry for waking (parser.cpp): builds this node from text, every level when
   // full, one level otherwise. Runs with events locked and the node's own sleep text already
-  // cleared, so members called on this node from inside do not wake it again.
+  // cleared, so members called on this node from inside do not wake it again. A failure
+  // (thrown) puts the text back: the node stays asleep.
+  //
+  // What the reader and the writer build on: sleep_ (a view into the document or owned text;
+  // a node is asleep exactly while it is non-empty), AppendChildQuiet (no events; the lock is
+  // set anyway while waking), DropChildList (start over, or go to sleep), childs_.assign (a new
+  // order, keeping the position hints right), RequestSaveSleepData (offer sleep_ to the
+  // application after a node has gone to sleep), DecodeSpecialCharsInPlace, RaiseModified.
+  // Invariant to keep: a node that is some node's parent_ either lists that node or has
+  // parent_of_orphan_ set.
   void ParseSleepText(const xml::SleepText& text, bool full);
 
   cXmlNode* parent_ = nullptr;

@@ -13,22 +13,12 @@
 // "path" is a plain suffix of the node's Path (separator ".", no attributes). A criterion
 // tests the node, or the ancestor "parentdepth" levels up (an empty node past the top): an
 // attribute ("Attribut") or a child ("Child") of that name exists and, when the criterion has
-// a text, has that value. MatchRule: the first rule whose path fits and whose "filter"
-// criteria hold decides; a failing binding criterion rejects the node outright.
+// a text, has that value. MatchRule tries the rules whose path fits in order, and their
+// criteria in order: a failing "filter" criterion passes on to the next rule, any other
+// failing criterion rejects the node at once, and a rule whose criteria all hold accepts it.
 //
-// NodeMatch (behind Match and FindFirstMatch) pairs a node with another one, for merging a
-// tree into another:
-//   1. The names must be equal without regard to case.
-//   2. The rule that applies is chosen on this node alone, as MatchRule chooses it: the first
-//      "MatchRule" whose path fits this node and whose "filter" criteria hold on it.
-//   3. No rule applies: the names decide (a match).
-//   4. Otherwise every binding criterion of that rule must agree between the two nodes, each
-//      side taken at the same "parentdepth": an "Attribut" (exact name) present on both with
-//      equal values, a "Child" present on both with equal values; a criterion with a text
-//      also requires that value. Values compare exactly.
-//   5. With the recursive flag the children must pair as well, in order and equal in number.
-// Match hands an empty node to NodeMatch when no partner is given, which pairs only with a
-// node that has no name.
+// NodeMatch, behind Match and FindFirstMatch, pairs a node with another one under the same
+// vocabulary; its rules are described at Match in node.h.
 #include "base/text.h"
 #include "base/trap.h"
 #include "xml/node.h"

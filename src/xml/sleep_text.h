@@ -24,6 +24,19 @@ inline constexpr std::u16string_view kStoredMarker = u"_-_STORED_-_";
 class SleepText {
  public:
   SleepText() = default;
+  SleepText(const SleepText&) = default;
+  SleepText& operator=(const SleepText&) = default;
+  // A moved-from text is empty.
+  SleepText(SleepText&& other) noexcept
+      : buffer_(std::move(other.buffer_)),
+        offset_(std::exchange(other.offset_, 0)),
+        length_(std::exchange(other.length_, 0)) {}
+  SleepText& operator=(SleepText&& other) noexcept {
+    buffer_ = std::move(other.buffer_);
+    offset_ = std::exchange(other.offset_, 0);
+    length_ = std::exchange(other.length_, 0);
+    return *this;
+  }
 
   static SleepText Owned(std::u16string text) {
     SleepText s;
