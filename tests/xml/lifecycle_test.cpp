@@ -46,15 +46,4 @@ TEST(XmlLifecycle, RefCountsSeeHoldersOutsideTheTree) {
   EXPECT_TRUE(a->IsSleeping());
 }
 
-TEST(XmlLifecycle, AwakeNodesDoNotSleepAndWakingNothingIsFree) {
-  XmlNodePtr n = Node(u"n", {Node(u"c")});
-  EXPECT_FALSE(n->IsSleeping());
-  Lines events;
-  auto rec = Recorder::On({n}, events);
-  n->WakeUp(true);
-  n->WakeUp(false);
-  EXPECT_TRUE(events.empty());
-  EXPECT_EQ(n->ChildCount(), 1);
-}
-
 }  // namespace

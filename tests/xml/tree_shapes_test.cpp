@@ -31,7 +31,9 @@ class Counter : public xml::XmlNodeEvents {
       child_added = 0;
 };
 
-// root > n > n > ... > leaf: count nodes in all.
+// root > n > n > ... > leaf: count nodes in all. Built the way the reader builds a document,
+// without events: with a listener anywhere in the process, adding each level through AddChild
+// would announce it to every ancestor.
 struct Chain {
   explicit Chain(std::int32_t count) {
     root = Node(u"root");
@@ -39,11 +41,11 @@ struct Chain {
     for (std::int32_t i = 2; i < count; ++i) {
       XmlNodePtr next = cXmlNode::Create();
       next->Name(u"n");
-      current->AddChild(next);
+      XmlNodeTestPeer::AppendChildQuiet(*current, next);
       current = std::move(next);
     }
     leaf = Node(u"leaf");
-    current->AddChild(leaf);
+    XmlNodeTestPeer::AppendChildQuiet(*current, leaf);
   }
   XmlNodePtr root;
   XmlNodePtr leaf;
@@ -124,6 +126,37 @@ TEST(XmlTreeShapes, MillionLevelChainReleaseAndDelete) {
     EXPECT_EQ(mid->child_deleted, kMillion - 11);
     EXPECT_EQ(chain.root->NodeCount(), 10);
   }
+}
+
+TEST(XmlTreeShapes, MillionLevelChainRuleWalks) {
+  Chain chain(kMillion);
+  const XmlNodePtr leaf_rule =
+      Node(u"R", {Node(xml_test::Spec{u"MatchRule", u"", {{u"path", u"n.leaf"}}})});
+  std::vector<XmlNodePtr> found;
+  chain.root->FindNodes(leaf_rule, found);
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_EQ(found[0], chain.leaf);
+  EXPECT_EQ(chain.root->FindFirstMatch(Node(u"R"), Node(u"leaf"), kMillion), chain.leaf);
+
+  XmlNodePtr copy = chain.root->Clone();
+  EXPECT_TRUE(chain.root->Match(Node(u"R"), copy, true));
+  copy->FindNode(u"leaf", true)->Name(u"other");
+  EXPECT_FALSE(chain.root->Match(Node(u"R"), copy, true));
+
+  chain.root->DelChilds(leaf_rule);
+  EXPECT_TRUE(chain.leaf->Deleted);
+  EXPECT_EQ(chain.root->NodeCount(), kMillion - 2);
+}
+
+TEST(XmlTreeShapes, MillionLevelChainEmptiedFromTheBottom) {
+  // A million deletions, each one of a node a million levels down: each looks for listening
+  // ancestors once, which is free only while nothing in the process listens.
+  if (XmlNodeTestPeer::ListeningNodes() != 0) GTEST_SKIP() << "a listener is alive elsewhere";
+  Chain chain(kMillion);
+  // Every node is empty once the leaf has gone: the whole chain goes, bottom first.
+  chain.root->DeleteEmptyChilds(true);
+  EXPECT_EQ(chain.root->ChildCount(), 0);
+  EXPECT_TRUE(chain.leaf->Deleted);
 }
 
 TEST(XmlTreeShapes, MillionChildrenWalksAndEdits) {

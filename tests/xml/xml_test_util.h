@@ -11,6 +11,7 @@
 
 #include "base/debug_log.h"
 #include "xml/node.h"
+#include "xml/node_internal.h"
 
 // Internals that only a wake-up or the reader sets.
 struct XmlNodeTestPeer {
@@ -24,6 +25,12 @@ struct XmlNodeTestPeer {
     node.GetExtras().xml_version.assign(v);
   }
   static void RequestSaveSleepData(cXmlNode& node) { node.RequestSaveSleepData(); }
+  // Nodes in the process that have a listener.
+  static std::int64_t ListeningNodes() { return xml::detail::listening_nodes; }
+  // Appends the way the reader does, without events.
+  static void AppendChildQuiet(cXmlNode& parent, XmlNodePtr child) {
+    parent.AppendChildQuiet(std::move(child));
+  }
   // Raises the Deleted family on a node as it stands (children included).
   static void RaiseDeleted(cXmlNode& node) { node.RaiseDeleted(node.EventLock(), nullptr); }
 };
