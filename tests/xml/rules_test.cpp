@@ -7,16 +7,16 @@ namespace {
 
 using xml_test::LogCapture;
 using xml_test::Node;
-using xml_test::Spec;
+using xml_test::NodeDef;
 
 // A criterion element: kind "Attribut" or "Child", its attributes and its expected text.
 XmlNodePtr Criterion(const char16_t* kind, const char16_t* name, const char16_t* value = u"",
                      const char16_t* type = u"", const char16_t* depth = u"") {
-  return Node(Spec{kind, value, {{u"name", name}, {u"type", type}, {u"parentdepth", depth}}});
+  return Node(NodeDef{kind, value, {{u"name", name}, {u"type", type}, {u"parentdepth", depth}}});
 }
 
 XmlNodePtr Rule(const char16_t* path, std::initializer_list<XmlNodePtr> criteria) {
-  return Node(Spec{u"MatchRule", u"", {{u"path", path}}}, criteria);
+  return Node(NodeDef{u"MatchRule", u"", {{u"path", path}}}, criteria);
 }
 
 // root > list (lang=fr) > item (id=1, kind=file) > title "T"
@@ -118,8 +118,8 @@ TEST(XmlRules, NodeMatchPairsByNameAndTheApplicableRulesKeys) {
                                       Criterion(u"Attribut", u"lang", u"", u"", u"1")})});
   std::vector<XmlNodePtr> lists;  // keeps each partner's parent alive
   const auto item = [&](const char16_t* id, const char16_t* kind, const char16_t* lang) {
-    XmlNodePtr i = Node(Spec{u"Item", u"", {{u"id", id}, {u"kind", kind}}});
-    lists.push_back(Node(Spec{u"list", u"", {{u"lang", lang}}}, {i}));
+    XmlNodePtr i = Node(NodeDef{u"Item", u"", {{u"id", id}, {u"kind", kind}}});
+    lists.push_back(Node(NodeDef{u"list", u"", {{u"lang", lang}}}, {i}));
     return i;
   };
   Doc d;  // item id=1 kind=file under list lang=fr
@@ -132,12 +132,12 @@ TEST(XmlRules, NodeMatchPairsByNameAndTheApplicableRulesKeys) {
       {"other id", item(u"2", u"file", u"fr"), false},
       {"other parent lang", item(u"1", u"file", u"en"), false},
       {"the filter is judged on this node only", item(u"1", u"dir", u"fr"), true},
-      {"other name", Node(Spec{u"title", u"", {{u"id", u"1"}}}), false},
+      {"other name", Node(NodeDef{u"title", u"", {{u"id", u"1"}}}), false},
   };
   for (const auto& r : rows) EXPECT_EQ(d.item->Match(rules, r.other), r.match) << r.what;
 
   // No rule applies (the path does not fit): the names decide.
-  XmlNodePtr dir = Node(Spec{u"item", u"", {{u"id", u"1"}, {u"kind", u"dir"}}});
+  XmlNodePtr dir = Node(NodeDef{u"item", u"", {{u"id", u"1"}, {u"kind", u"dir"}}});
   EXPECT_TRUE(dir->Match(rules, Node(u"ITEM")));
   EXPECT_FALSE(dir->Match(rules));  // an empty stand-in has no name
   EXPECT_TRUE(Node(u"")->Match(rules));
@@ -146,23 +146,24 @@ TEST(XmlRules, NodeMatchPairsByNameAndTheApplicableRulesKeys) {
 TEST(XmlRules, NodeMatchRecursiveComparesChildrenInOrder) {
   XmlNodePtr rules = Node(u"R", {Rule(u"v", {Criterion(u"Attribut", u"n")})});
   const auto tree = [](const char16_t* n1, const char16_t* n2) {
-    return Node(u"t", {Node(Spec{u"v", u"", {{u"n", n1}}}), Node(Spec{u"v", u"", {{u"n", n2}}})});
+    return Node(u"t",
+                {Node(NodeDef{u"v", u"", {{u"n", n1}}}), Node(NodeDef{u"v", u"", {{u"n", n2}}})});
   };
   XmlNodePtr a = tree(u"1", u"2");
   EXPECT_TRUE(a->Match(rules, tree(u"1", u"2"), true));
   EXPECT_FALSE(a->Match(rules, tree(u"1", u"3"), true));
   EXPECT_TRUE(a->Match(rules, tree(u"1", u"3"), false));
   EXPECT_FALSE(a->Match(rules, tree(u"2", u"1"), true));
-  XmlNodePtr shorter = Node(u"t", {Node(Spec{u"v", u"", {{u"n", u"1"}}})});
+  XmlNodePtr shorter = Node(u"t", {Node(NodeDef{u"v", u"", {{u"n", u"1"}}})});
   EXPECT_FALSE(a->Match(rules, shorter, true));
 }
 
 TEST(XmlRules, FindFirstMatchSearchesPreOrderWithinTheDepth) {
   XmlNodePtr rules = Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"id")})});
-  XmlNodePtr deep = Node(Spec{u"x", u"", {{u"id", u"9"}}});
-  XmlNodePtr first = Node(Spec{u"x", u"", {{u"id", u"9"}}});
+  XmlNodePtr deep = Node(NodeDef{u"x", u"", {{u"id", u"9"}}});
+  XmlNodePtr first = Node(NodeDef{u"x", u"", {{u"id", u"9"}}});
   XmlNodePtr root = Node(u"root", {Node(u"a", {Node(u"b", {deep})}), Node(u"c", {first})});
-  XmlNodePtr probe = Node(Spec{u"X", u"", {{u"id", u"9"}}});
+  XmlNodePtr probe = Node(NodeDef{u"X", u"", {{u"id", u"9"}}});
   EXPECT_EQ(root->FindFirstMatch(rules, probe, 3), deep);
   EXPECT_EQ(root->FindFirstMatch(rules, probe, 2), first);
   EXPECT_EQ(root->FindFirstMatch(rules, probe, 1), nullptr);

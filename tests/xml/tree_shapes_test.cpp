@@ -131,7 +131,7 @@ TEST(XmlTreeShapes, MillionLevelChainReleaseAndDelete) {
 TEST(XmlTreeShapes, MillionLevelChainRuleWalks) {
   Chain chain(kMillion);
   const XmlNodePtr leaf_rule =
-      Node(u"R", {Node(xml_test::Spec{u"MatchRule", u"", {{u"path", u"n.leaf"}}})});
+      Node(u"R", {Node(xml_test::NodeDef{u"MatchRule", u"", {{u"path", u"n.leaf"}}})});
   std::vector<XmlNodePtr> found;
   chain.root->FindNodes(leaf_rule, found);
   ASSERT_EQ(found.size(), 1u);

@@ -38,23 +38,23 @@ struct XmlNodeTestPeer {
 namespace xml_test {
 
 // A node with a name, a text, attributes and children.
-struct Spec {
+struct NodeDef {
   std::u16string name;
   std::u16string value;
   std::vector<std::pair<std::u16string, std::u16string>> attrs = {};
 };
 
-inline XmlNodePtr Node(Spec spec, std::initializer_list<XmlNodePtr> children = {}) {
+inline XmlNodePtr Node(NodeDef def, std::initializer_list<XmlNodePtr> children = {}) {
   XmlNodePtr node = cXmlNode::Create();
-  node->Name(spec.name);
-  node->RawValue(spec.value);
-  for (const auto& [k, v] : spec.attrs) node->Attribut(k, v);
+  node->Name(def.name);
+  node->RawValue(def.value);
+  for (const auto& [k, v] : def.attrs) node->Attribut(k, v);
   for (const auto& c : children) node->AddChild(c);
   return node;
 }
 
 inline XmlNodePtr Node(const char16_t* name, std::initializer_list<XmlNodePtr> children = {}) {
-  return Node(Spec{name, {}, {}}, children);
+  return Node(NodeDef{name, {}, {}}, children);
 }
 
 // The names of a node's children, joined by ",".
