@@ -1,0 +1,26 @@
+// Helpers shared by the files of cXmlNode; not part of its interface.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace xml::detail {
+
+// Nodes in the process that have a typed listener or a receiver with a method name. While it
+// is 0 no event can be observed, so the tree skips raising them altogether.
+extern std::int64_t listening_nodes;
+
+// The program's conversion of a number to an integer: to the nearest, halves to even; raises
+// 6 (Overflow) outside the signed 32-bit range.
+std::int32_t RoundToInt32(double value);
+
+// A number written as text ("2", " 3.5 ", "-1e1"), as a position argument may arrive; raises
+// 13 (Type mismatch) for anything else.
+double TextToNumber(std::u16string_view text);
+
+// Splits at every separator, the way the program's Split does: an empty text gives no parts
+// at all, an empty separator gives the whole text as one part.
+std::vector<std::u16string_view> SplitText(std::u16string_view text, std::u16string_view sep);
+
+}  // namespace xml::detail

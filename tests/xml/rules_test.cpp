@@ -1,0 +1,173 @@
+#include <gtest/gtest.h>
+
+#include "xml/node.h"
+#include "xml_test_util.h"
+
+namespace {
+
+using xml_test::LogCapture;
+using xml_test::Node;
+using xml_test::NodeDef;
+
+// A criterion element: kind "Attribut" or "Child", its attributes and its expected text.
+XmlNodePtr Criterion(const char16_t* kind, const char16_t* name, const char16_t* value = u"",
+                     const char16_t* type = u"", const char16_t* depth = u"") {
+  return Node(NodeDef{kind, value, {{u"name", name}, {u"type", type}, {u"parentdepth", depth}}});
+}
+
+XmlNodePtr Rule(const char16_t* path, std::initializer_list<XmlNodePtr> criteria) {
+  return Node(NodeDef{u"MatchRule", u"", {{u"path", path}}}, criteria);
+}
+
+// root > list (lang=fr) > item (id=1, kind=file) > title "T"
+//      > listitem
+struct Doc {
+  XmlNodePtr title = Node({u"title", u"T"});
+  XmlNodePtr item = Node({u"item", u"", {{u"id", u"1"}, {u"kind", u"file"}}}, {title});
+  XmlNodePtr list = Node({u"list", u"", {{u"lang", u"fr"}}}, {item});
+  XmlNodePtr listitem = Node(u"listitem");
+  XmlNodePtr root = Node(u"root", {list, listitem});
+};
+
+TEST(XmlRules, MatchRuleCases) {
+  Doc d;
+  struct Row {
+    const char* what;
+    XmlNodePtr rules;
+    XmlNodePtr node;
+    bool match;
+  } rows[] = {
+      {"no MatchRule child", Node(u"R", {Node(u"Other")}), d.item, false},
+      {"empty rule set", Node(u"R"), d.item, false},
+      {"no criteria, no path", Node(u"R", {Rule(u"", {})}), d.title, true},
+      {"path suffix", Node(u"R", {Rule(u"list.item", {})}), d.item, true},
+      {"plain suffix, no separator check", Node(u"R", {Rule(u"item", {})}), d.listitem, true},
+      {"path longer than the node's", Node(u"R", {Rule(u"x.root.list", {})}), d.list, false},
+      {"path is case-sensitive", Node(u"R", {Rule(u"List.item", {})}), d.item, false},
+      {"rule element name is exact", Node(u"R", {Node(u"matchrule")}), d.item, false},
+      {"attribute exists", Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"id")})}), d.item, true},
+      {"attribute name exact", Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"ID")})}), d.item,
+       false},
+      {"attribute value", Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"kind", u"file")})}),
+       d.item, true},
+      {"attribute value exact", Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"kind", u"File")})}),
+       d.item, false},
+      {"child exists", Node(u"R", {Rule(u"", {Criterion(u"Child", u"TITLE")})}), d.item, true},
+      {"child value", Node(u"R", {Rule(u"", {Criterion(u"Child", u"title", u"T")})}), d.item, true},
+      {"child value exact", Node(u"R", {Rule(u"", {Criterion(u"Child", u"title", u"t")})}), d.item,
+       false},
+      {"on the parent",
+       Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"lang", u"fr", u"", u"1")})}), d.item, true},
+      {"parentdepth rounded",
+       Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"lang", u"", u"", u"0.6")})}), d.item, true},
+      {"two levels up", Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"lang", u"", u"", u"2")})}),
+       d.title, true},
+      {"past the top tests an empty node",
+       Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"lang", u"", u"", u"4")})}), d.title, false},
+      {"other criteria count as satisfied", Node(u"R", {Rule(u"", {Node(u"Note")})}), d.item, true},
+      {"binding failure in the first fitting rule rejects",
+       Node(u"R", {Rule(u"item", {Criterion(u"Attribut", u"missing")}), Rule(u"", {})}), d.item,
+       false},
+      {"a failing filter passes to the next rule",
+       Node(u"R",
+            {Rule(u"item", {Criterion(u"Attribut", u"missing", u"", u"filter")}), Rule(u"", {})}),
+       d.item, true},
+      {"filter holds, binding fails",
+       Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"kind", u"file", u"filter"),
+                              Criterion(u"Attribut", u"id", u"2")}),
+                   Rule(u"", {})}),
+       d.item, false},
+      {"a rule whose path does not fit is skipped",
+       Node(u"R", {Rule(u"title", {Criterion(u"Attribut", u"missing")}), Rule(u"", {})}), d.item,
+       true},
+      {"type is exact",
+       Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"x", u"", u"Filter")}), Rule(u"", {})}),
+       d.item, false},
+  };
+  for (const auto& r : rows) {
+    EXPECT_EQ(r.node->MatchRule(r.rules), r.match) << r.what;
+  }
+}
+
+TEST(XmlRules, BadParentDepthOrMissingRulesLogAndAnswerFalse) {
+  Doc d;
+  LogCapture log;
+  EXPECT_FALSE(d.item->MatchRule(
+      Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"id", u"", u"", u"one")})})));
+  EXPECT_FALSE(d.item->MatchRule(nullptr));
+  EXPECT_EQ(log.lines, (std::vector<std::u16string>{
+                           u"Error 13 (Type mismatch) in Function cXmlNode.MatchRule",
+                           u"Error 91 (Object variable or With block variable not set) in Function "
+                           u"cXmlNode.MatchRule"}));
+}
+
+TEST(XmlRules, GetParent) {
+  Doc d;
+  EXPECT_EQ(d.title->GetParent(0), d.title);
+  EXPECT_EQ(d.title->GetParent(-3), d.title);
+  EXPECT_EQ(d.title->GetParent(2), d.list);
+  EXPECT_EQ(d.title->GetParent(3), d.root);
+  EXPECT_EQ(d.title->GetParent(4), nullptr);
+}
+
+TEST(XmlRules, NodeMatchPairsByNameAndTheApplicableRulesKeys) {
+  // Pair "item" elements by id (and the parent's lang), only where kind is "file".
+  XmlNodePtr rules =
+      Node(u"R", {Rule(u"list.item", {Criterion(u"Attribut", u"kind", u"file", u"filter"),
+                                      Criterion(u"Attribut", u"id"),
+                                      Criterion(u"Attribut", u"lang", u"", u"", u"1")})});
+  std::vector<XmlNodePtr> lists;  // keeps each partner's parent alive
+  const auto item = [&](const char16_t* id, const char16_t* kind, const char16_t* lang) {
+    XmlNodePtr i = Node(NodeDef{u"Item", u"", {{u"id", id}, {u"kind", kind}}});
+    lists.push_back(Node(NodeDef{u"list", u"", {{u"lang", lang}}}, {i}));
+    return i;
+  };
+  Doc d;  // item id=1 kind=file under list lang=fr
+  struct Row {
+    const char* what;
+    XmlNodePtr other;
+    bool match;
+  } rows[] = {
+      {"same keys", item(u"1", u"file", u"fr"), true},
+      {"other id", item(u"2", u"file", u"fr"), false},
+      {"other parent lang", item(u"1", u"file", u"en"), false},
+      {"the filter is judged on this node only", item(u"1", u"dir", u"fr"), true},
+      {"other name", Node(NodeDef{u"title", u"", {{u"id", u"1"}}}), false},
+  };
+  for (const auto& r : rows) EXPECT_EQ(d.item->Match(rules, r.other), r.match) << r.what;
+
+  // No rule applies (the path does not fit): the names decide.
+  XmlNodePtr dir = Node(NodeDef{u"item", u"", {{u"id", u"1"}, {u"kind", u"dir"}}});
+  EXPECT_TRUE(dir->Match(rules, Node(u"ITEM")));
+  EXPECT_FALSE(dir->Match(rules));  // an empty stand-in has no name
+  EXPECT_TRUE(Node(u"")->Match(rules));
+}
+
+TEST(XmlRules, NodeMatchRecursiveComparesChildrenInOrder) {
+  XmlNodePtr rules = Node(u"R", {Rule(u"v", {Criterion(u"Attribut", u"n")})});
+  const auto tree = [](const char16_t* n1, const char16_t* n2) {
+    return Node(u"t",
+                {Node(NodeDef{u"v", u"", {{u"n", n1}}}), Node(NodeDef{u"v", u"", {{u"n", n2}}})});
+  };
+  XmlNodePtr a = tree(u"1", u"2");
+  EXPECT_TRUE(a->Match(rules, tree(u"1", u"2"), true));
+  EXPECT_FALSE(a->Match(rules, tree(u"1", u"3"), true));
+  EXPECT_TRUE(a->Match(rules, tree(u"1", u"3"), false));
+  EXPECT_FALSE(a->Match(rules, tree(u"2", u"1"), true));
+  XmlNodePtr shorter = Node(u"t", {Node(NodeDef{u"v", u"", {{u"n", u"1"}}})});
+  EXPECT_FALSE(a->Match(rules, shorter, true));
+}
+
+TEST(XmlRules, FindFirstMatchSearchesPreOrderWithinTheDepth) {
+  XmlNodePtr rules = Node(u"R", {Rule(u"", {Criterion(u"Attribut", u"id")})});
+  XmlNodePtr deep = Node(NodeDef{u"x", u"", {{u"id", u"9"}}});
+  XmlNodePtr first = Node(NodeDef{u"x", u"", {{u"id", u"9"}}});
+  XmlNodePtr root = Node(u"root", {Node(u"a", {Node(u"b", {deep})}), Node(u"c", {first})});
+  XmlNodePtr probe = Node(NodeDef{u"X", u"", {{u"id", u"9"}}});
+  EXPECT_EQ(root->FindFirstMatch(rules, probe, 3), deep);
+  EXPECT_EQ(root->FindFirstMatch(rules, probe, 2), first);
+  EXPECT_EQ(root->FindFirstMatch(rules, probe, 1), nullptr);
+  EXPECT_EQ(deep->FindFirstMatch(rules, probe, 0), deep);
+}
+
+}  // namespace
