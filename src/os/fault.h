@@ -28,6 +28,9 @@ enum class Op : int {
   kGetAttributes,  // GetFileAttributesW
   kSetAttributes,  // SetFileAttributesW
   kFindFile,       // FindFirstFileW
+  kFullPathName,   // GetFullPathNameW
+  kVolumeInfo,     // GetVolumeInformationW
+  kDeviceQuery,    // DeviceIoControl
   kCount
 };
 

@@ -7,7 +7,10 @@
 // Tests can make seam operations fail on demand through os/fault.h.
 #pragma once
 
+#include "os/codepage.h"
 #include "os/fault.h"
+#include "os/files.h"
 #include "os/process.h"
 #include "os/types.h"
 #include "os/ui.h"
+#include "os/volume.h"
