@@ -15,8 +15,8 @@ namespace os {
 // (SW_* value). Returns the platform's result: above 32 on success, otherwise an error code
 // (2 file not found, 3 path not found, 5 access denied, 31 no association, ...).
 std::intptr_t ShellExecuteW(Handle owner, const char16_t* verb, const char16_t* file,
-                            const char16_t* parameters, const char16_t* directory,
-                            int show_command);
+                           const char16_t* parameters, const char16_t* directory,
+                           int show_command);
 
 inline constexpr std::uint32_t kSeeMaskNoCloseProcess = 0x40;
 inline constexpr std::uint32_t kSeeMaskFlagNoUi = 0x400;

@@ -1,7 +1,7 @@
 // Win32 side of the seam: last error, time, the program's own path, libraries and controls.
+#include <windows.h>
 #include <commctrl.h>
 #include <mmsystem.h>
-#include <windows.h>
 
 #include <string>
 
@@ -11,16 +11,10 @@
 
 namespace os {
 
-std::uint32_t GetLastError() {
-  return ::GetLastError();
-}
-void SetLastError(std::uint32_t error) {
-  ::SetLastError(error);
-}
+std::uint32_t GetLastError() { return ::GetLastError(); }
+void SetLastError(std::uint32_t error) { ::SetLastError(error); }
 
-void Sleep(std::uint32_t milliseconds) {
-  ::Sleep(milliseconds);
-}
+void Sleep(std::uint32_t milliseconds) { ::Sleep(milliseconds); }
 
 std::uint32_t TimeGetTime() {
   std::uint32_t now;
