@@ -27,8 +27,8 @@ std::u16string Decode(std::uint32_t cp, const std::string& bytes, bool whole = f
 std::string Encode(std::uint32_t cp, const std::u16string& text, bool* used = nullptr) {
   int n = os::WideCharToMultiByte(cp, 0, text.c_str(), -1, nullptr, 0, nullptr, nullptr);
   std::string out(static_cast<std::size_t>(n > 0 ? n : 0), '\0');
-  int m = n > 0 ? os::WideCharToMultiByte(cp, 0, text.c_str(), -1, out.data(), n, nullptr, used)
-                : 0;
+  int m =
+      n > 0 ? os::WideCharToMultiByte(cp, 0, text.c_str(), -1, out.data(), n, nullptr, used) : 0;
   EXPECT_EQ(m, n);
   return out;
 }
@@ -63,7 +63,10 @@ TEST(CodePage, Utf8DecodingReplacesBrokenSequencesAsWindowsDoes) {
        std::u16string(u"\u00E9\u20AC\U0001F600") + u'\0'},
       {"U+10FFFF, the last code point", "\xF4\x8F\xBF\xBF", false,
        std::u16string(u"\U0010FFFF") + u'\0'},
-      {"UTF-8 mark", "\xEF\xBB\xBF" "A", false, std::u16string(u"\uFEFFA") + u'\0'},
+      {"UTF-8 mark",
+       "\xEF\xBB\xBF"
+       "A",
+       false, std::u16string(u"\uFEFFA") + u'\0'},
       {"lead byte before the terminator", "a\xC3", false, std::u16string(u"a\uFFFD") + u'\0'},
       {"overlong slash C0 AF", "\xC0\xAF", false, std::u16string(u"\uFFFD\uFFFD") + u'\0'},
       {"surrogate ED A0 80: ED A0 is one", "\xED\xA0\x80z", false,
@@ -77,8 +80,7 @@ TEST(CodePage, Utf8DecodingReplacesBrokenSequencesAsWindowsDoes) {
        std::u16string(u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD") + u'\0'},
       {"stray continuation bytes", "\x80\x80z", false, std::u16string(u"\uFFFD\uFFFDz") + u'\0'},
       {"FE FF", "\xFE\xFFz", false, std::u16string(u"\uFFFD\uFFFDz") + u'\0'},
-      {"overlong three-byte form", "\xE0\x80\x80", false,
-       std::u16string(u"\uFFFD\uFFFD") + u'\0'},
+      {"overlong three-byte form", "\xE0\x80\x80", false, std::u16string(u"\uFFFD\uFFFD") + u'\0'},
       {"overlong four-byte form", "\xF0\x80\x80\x80", false,
        std::u16string(u"\uFFFD\uFFFD\uFFFD") + u'\0'},
       {"four-byte form cut short", "\xF0\x9F\x98z", false, std::u16string(u"\uFFFDz") + u'\0'},
@@ -102,7 +104,10 @@ TEST(CodePage, Utf8EncodingReplacesUnpairedSurrogates) {
   lone += char16_t(0xD800);
   lone += u'b';
   lone += char16_t(0xDC00);
-  EXPECT_EQ(Encode(os::kCpUtf8, lone), std::string("a\xEF\xBF\xBD" "b\xEF\xBF\xBD", 8) + '\0');
+  EXPECT_EQ(Encode(os::kCpUtf8, lone), std::string("a\xEF\xBF\xBD"
+                                                   "b\xEF\xBF\xBD",
+                                                   8) +
+                                           '\0');
   EXPECT_EQ(Encode(os::kCpUtf8, u"\U0001F600\u00E9"),
             std::string("\xF0\x9F\x98\x80\xC3\xA9", 6) + '\0');
 }
@@ -133,11 +138,11 @@ TEST(CodePage, Windows1252BestFitAndDefaultCharacter) {
     std::string bytes;
     bool used_default;
   } rows[] = {
-      {u"\u0100\u0141", "AL", false},        // Ā Ł written as similar letters
-      {u"\uFF21\u2033", "A?", true},         // full-width A; double prime has no match
-      {u"\u4E00", "?", true},                // a CJK character
+      {u"\u0100\u0141", "AL", false},  // Ā Ł written as similar letters
+      {u"\uFF21\u2033", "A?", true},   // full-width A; double prime has no match
+      {u"\u4E00", "?", true},          // a CJK character
       {u"\u20AC\u00E9\u0081", "\x80\xE9\x81", false},
-      {u"\U0001F600", "??", true},           // each half of the pair on its own
+      {u"\U0001F600", "??", true},  // each half of the pair on its own
   };
   for (const Row& row : rows) {
     bool used = false;
@@ -151,9 +156,9 @@ TEST(CodePage, Windows1252BestFitAndDefaultCharacter) {
   EXPECT_EQ(os::WideCharToMultiByte(1252, 0, text.c_str(), 3, out, 8, "#", &used), 3);
   EXPECT_EQ(std::string(out, 3), "a#A");
   EXPECT_TRUE(used);
-  EXPECT_EQ(os::WideCharToMultiByte(1252, os::kWcNoBestFitChars, text.c_str(), 3, out, 8, "#",
-                                    nullptr),
-            3);
+  EXPECT_EQ(
+      os::WideCharToMultiByte(1252, os::kWcNoBestFitChars, text.c_str(), 3, out, 8, "#", nullptr),
+      3);
   EXPECT_EQ(std::string(out, 3), "a##");
 }
 
@@ -181,8 +186,8 @@ TEST(CodePage, SizesAndRefusals) {
       {"unknown flag", 1252, 0x80, "a", -1, nullptr, 0, 0, 1004},
       {"strict UTF-8 refuses a broken sequence", 65001, os::kMbErrInvalidChars, "a\xC3", -1,
        nullptr, 0, 0, 1113},
-      {"strict UTF-8 takes a valid one", 65001, os::kMbErrInvalidChars, "a\xC3\xA9", -1, nullptr,
-       0, 3, 0},
+      {"strict UTF-8 takes a valid one", 65001, os::kMbErrInvalidChars, "a\xC3\xA9", -1, nullptr, 0,
+       3, 0},
   };
   for (const Row& row : rows) {
     os::SetLastError(0);
@@ -225,19 +230,26 @@ TEST(CodePage, IsTextUnicodeStatisticsAndSignature) {
       {"UTF-16LE English", Utf16(u"Hello world"), true, 2},
       {"UTF-16LE French", Utf16(u"\u00C9t\u00E9 \u00E0 la for\u00EAt"), true, 2},
       {"UTF-16LE German", Utf16(u"Gr\u00FC\u00DFe aus K\u00F6ln"), true, 2},
-      {"UTF-16LE Russian: no unit below U+0100 but the blanks", Utf16(u"\u041F\u0440\u0438\u0432"
-                                                                    u"\u0435\u0442 \u043C\u0438"
-                                                                    u"\u0440"),
+      {"UTF-16LE Russian: no unit below U+0100 but the blanks",
+       Utf16(u"\u041F\u0440\u0438\u0432"
+             u"\u0435\u0442 \u043C\u0438"
+             u"\u0440"),
        false, 0},
       {"UTF-16LE Greek", Utf16(u"\u039A\u03B1\u03BB\u03B7\u03BC\u03AD\u03C1\u03B1"), false, 0},
       {"UTF-16LE Chinese", Utf16(u"\u4F60\u597D\u4E16\u754C"), false, 0},
-      {"UTF-16LE Russian with its mark", Utf16(u"\uFEFF\u041F\u0440\u0438\u0432\u0435\u0442"),
-       true, 8},
+      {"UTF-16LE Russian with its mark", Utf16(u"\uFEFF\u041F\u0440\u0438\u0432\u0435\u0442"), true,
+       8},
       {"UTF-16LE English with its mark", Utf16(u"\uFEFFHello"), true, 10},
       {"reversed mark before English", Utf16(u"\uFFFEHello"), true, 2},
       {"half the units low is not more than half", Utf16(u"ab\u4F60\u597D"), false, 0},
-      {"UTF-8", "Caf\xC3\xA9 cr\xC3\xA8me br\xC3\xBBl\xC3\xA9" "e", false, 0},
-      {"cp1252", "Caf\xE9 cr\xE8me br\xFBl\xE9" "e \x80 5", false, 0},
+      {"UTF-8",
+       "Caf\xC3\xA9 cr\xC3\xA8me br\xC3\xBBl\xC3\xA9"
+       "e",
+       false, 0},
+      {"cp1252",
+       "Caf\xE9 cr\xE8me br\xFBl\xE9"
+       "e \x80 5",
+       false, 0},
       {"random bytes", noise, false, 0},
       {"one byte", "a", false, 0},
       {"A NUL: the zero last byte is not looked at", std::string("A\0", 2), false, 0},
