@@ -71,6 +71,9 @@ TEST_F(Files, SearchPatterns) {
       {u"data.*", {"data.tar.gz"}},
       {u"*z", {"data.tar.gz"}},
       {u"a.txt*", {"a.txt"}},
+      {u"a.txt.", {"a.txt"}},
+      {u"*.", everything},
+      {u"noext.*", {"noext"}},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(List(dir.u16() + u"\\" + row.pattern), row.names) << base::Narrow(row.pattern);

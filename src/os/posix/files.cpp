@@ -83,9 +83,9 @@ std::uint64_t Ticks(const struct timespec& t) {
 // ---- directory search ----------------------------------------------------------------------
 
 // Windows' name matching: "*" any run of characters, "?" exactly one, letters without regard to
-// case; "*.*" matches every name, a dot included or not.
-bool Matches(std::u16string_view pattern, std::u16string_view name) {
-  if (pattern == u"*.*") pattern = u"*";
+// case. Dots at the end of the pattern are dropped ("*." is "*", "a.txt." is "a.txt"), and a
+// pattern ending in ".*" also takes the name without any extension ("noext.*" finds "noext").
+bool Wildcard(std::u16string_view pattern, std::u16string_view name) {
   std::size_t p = 0, n = 0, star = std::u16string_view::npos, resume = 0;
   while (n < name.size()) {
     if (p < pattern.size() && pattern[p] == u'*') {
@@ -104,6 +104,13 @@ bool Matches(std::u16string_view pattern, std::u16string_view name) {
   }
   while (p < pattern.size() && pattern[p] == u'*') ++p;
   return p == pattern.size();
+}
+
+bool Matches(std::u16string_view pattern, std::u16string_view name) {
+  while (pattern.size() > 1 && pattern.back() == u'.') pattern.remove_suffix(1);
+  if (Wildcard(pattern, name)) return true;
+  return pattern.size() > 2 && pattern.substr(pattern.size() - 2) == u".*" &&
+         Wildcard(pattern.substr(0, pattern.size() - 2), name);
 }
 
 struct Search {
