@@ -1,72 +1,15 @@
 #include "text/utf8.h"
 
-#include <array>
-
 #include "base/trap.h"
+#include "base/utf8_scan.h"
 #include "text/encoding.h"
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 namespace mUTF8 {
-namespace {
-
-// Continuation bytes announced by a lead byte, by its high bits: 110xxxxx one, 1110xxxx two,
-// 11110xxx three, 111110xx four, 1111110x five; -1 for a byte that cannot start a sequence.
-constexpr std::array<std::int8_t, 256> kFollow = [] {
-  std::array<std::int8_t, 256> t{};
-  for (int b = 0; b < 256; ++b) {
-    t[b] = b < 0x80             ? 0
-           : (b & 0xE0) == 0xC0 ? 1
-           : (b & 0xF0) == 0xE0 ? 2
-           : (b & 0xF8) == 0xF0 ? 3
-           : (b & 0xFC) == 0xF8 ? 4
-           : (b & 0xFE) == 0xFC ? 5
-                                : -1;
-  }
-  return t;
-}();
-
-bool ScanUtf8(const unsigned char* s, std::size_t n) {
-  bool multi = false;
-  std::size_t i = 0;
-  while (i < n) {
-#if defined(__SSE2__)
-    // Skip ASCII 16 bytes at a time, up to the first byte with its high bit set.
-    while (n - i >= 16) {
-      __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
-      unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(block));
-      if (mask != 0) {
-        i += static_cast<unsigned>(__builtin_ctz(mask));
-        break;
-      }
-      i += 16;
-    }
-    if (i >= n) break;
-#endif
-    const unsigned char lead = s[i];
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    const int follow = kFollow[lead];
-    if (follow < 0) return false;
-    if (follow > static_cast<int>(n - i - 1)) return false;
-    for (int k = 1; k <= follow; ++k) {
-      if ((s[i + k] & 0xC0) != 0x80) return false;
-    }
-    multi = true;
-    i += static_cast<std::size_t>(follow) + 1;
-  }
-  return multi;
-}
-
-}  // namespace
 
 bool IsUTF8(std::string_view bytes) {
   return base::Trap(base::DansFunction(u"mUTF8.IsUTF8"), false, [&] {
-    return ScanUtf8(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    return base::utf8_scan::Lenient(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                    bytes.size());
   });
 }
 

@@ -9,11 +9,8 @@
 
 #include "os/codepage.h"
 #include "os/posix/cp1252.h"
+#include "os/posix/utf8.h"
 #include "os/types.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace os {
 namespace {
@@ -167,103 +164,7 @@ struct Sink {
   }
 };
 
-// ---- UTF-8 -------------------------------------------------------------------------------
-
-// Windows' UTF-8 decoding (as Wine answers it): a lead byte C2..F4 announces 1 to 3 continuation
-// bytes; a sequence that breaks off is replaced by one U+FFFD covering the bytes read so far; the
-// checks for overlong forms, surrogates and values above U+10FFFF are made as the bytes arrive,
-// so "ED A0 80" gives two U+FFFD (ED A0, then 80) and "F4 90 80 80" three. A sequence cut by the
-// end of the source swallows the rest of the source into one U+FFFD.
-constexpr char32_t kBad = 0xFFFFFFFF;
-
-inline bool Continuation(unsigned char c) {
-  return (c & 0xC0) == 0x80;
-}
-
-// Decodes the sequence whose lead byte s[p - 1] is at least 0x80; advances p past what it used.
-inline char32_t DecodeSequence(unsigned char lead, const unsigned char* s, std::size_t& p,
-                               std::size_t n) {
-  int follow = lead >= 0xC2 && lead <= 0xDF   ? 1
-               : lead >= 0xE0 && lead <= 0xEF ? 2
-               : lead >= 0xF0 && lead <= 0xF4 ? 3
-                                              : 0;
-  if (follow == 0) return kBad;
-  if (p + follow > n) {
-    p = n;
-    return kBad;
-  }
-  char32_t value = lead & (follow == 1 ? 0x1F : follow == 2 ? 0x0F : 0x07);
-  if (follow == 3) {
-    if (!Continuation(s[p])) return kBad;
-    value = (value << 6) | (s[p] & 0x3F);
-    ++p;
-    if (value < 0x10) return kBad;  // overlong four-byte form
-  }
-  if (follow >= 2) {
-    if (!Continuation(s[p])) return kBad;
-    value = (value << 6) | (s[p] & 0x3F);
-    if (value >= (0x110000 >> 6)) return kBad;  // above U+10FFFF: this byte is not used
-    ++p;
-    if (value < 0x20) return kBad;                                      // overlong three-byte form
-    if (value >= (0xD800 >> 6) && value <= (0xDFFF >> 6)) return kBad;  // a surrogate
-  }
-  if (!Continuation(s[p])) return kBad;
-  value = (value << 6) | (s[p] & 0x3F);
-  ++p;
-  return value;
-}
-
-// Counts (target null) or writes the UTF-16 form of n bytes of UTF-8. Returns false when the
-// target is too small, or when strict and a sequence is invalid.
-bool Utf8ToUtf16(const unsigned char* s, std::size_t n, char16_t* target, std::size_t capacity,
-                 bool strict, std::size_t* written, bool* invalid) {
-  std::size_t p = 0;
-  std::size_t q = 0;
-  const bool write = target != nullptr;
-  while (p < n) {
-#if defined(__SSE2__)
-    // ASCII runs 16 bytes at a time: widen the block, keep the part before the first byte >= 0x80.
-    if (n - p >= 16 && (!write || capacity - q >= 16)) {
-      __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + p));
-      unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(block));
-      unsigned ascii = mask == 0 ? 16 : static_cast<unsigned>(__builtin_ctz(mask));
-      if (write) {
-        __m128i zero = _mm_setzero_si128();
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(target + q), _mm_unpacklo_epi8(block, zero));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(target + q + 8),
-                         _mm_unpackhi_epi8(block, zero));
-      }
-      p += ascii;
-      q += ascii;
-      if (ascii == 16) continue;
-    }
-#endif
-    unsigned char c = s[p++];
-    char32_t value = c < 0x80 ? char32_t{c} : DecodeSequence(c, s, p, n);
-    if (value == kBad) {
-      if (strict) return false;
-      *invalid = true;
-      value = 0xFFFD;
-    }
-    if (value >= 0x10000) {
-      if (write) {
-        if (capacity - q < 2) return false;
-        value -= 0x10000;
-        target[q] = static_cast<char16_t>(0xD800 + (value >> 10));
-        target[q + 1] = static_cast<char16_t>(0xDC00 + (value & 0x3FF));
-      }
-      q += 2;
-    } else {
-      if (write) {
-        if (capacity == q) return false;
-        target[q] = static_cast<char16_t>(value);
-      }
-      ++q;
-    }
-  }
-  *written = q;
-  return true;
-}
+// ---- UTF-8 --------------------------------------------------------------------------------------
 
 void Utf16ToUtf8(const char16_t* s, std::size_t n, Sink<char>& out) {
   for (std::size_t i = 0; i < n; ++i) {
@@ -404,12 +305,13 @@ int MultiByteToWideChar(std::uint32_t code_page, std::uint32_t flags, const char
   std::size_t count = 0;
   if (cp == kCpUtf8) {
     bool invalid = false;
-    bool ok = Utf8ToUtf16(s, n, capacity ? target : nullptr, capacity, strict, &count, &invalid);
+    bool ok =
+        posix::Utf8ToUtf16(s, n, capacity ? target : nullptr, capacity, strict, &count, &invalid);
     if (!ok) {
       // Strict mode refuses any invalid sequence; otherwise only a full target stops it.
       if (strict) {
         std::size_t unused;
-        bool bad = !Utf8ToUtf16(s, n, nullptr, 0, true, &unused, &invalid);
+        bool bad = !posix::Utf8ToUtf16(s, n, nullptr, 0, true, &unused, &invalid);
         if (bad) return Fail(kErrorNoUnicodeTranslation);
       }
       return Fail(kErrorInsufficientBuffer);

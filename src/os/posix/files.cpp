@@ -169,7 +169,7 @@ Handle FindFirstFileW(const char16_t* pattern, FindData* entry) {
   } else if (!posix::SystemPath(folder, &dir)) {
     return kInvalidHandle;
   }
-  if (dir.empty()) dir = "/";
+  if (dir.empty()) dir.assign(1, '/');
   DIR* d = opendir(dir.c_str());
   if (!d) {
     SetLastError(errno == ENOENT || errno == ENOTDIR ? kErrorPathNotFound

@@ -138,7 +138,8 @@ bool SystemPath(std::u16string_view path, std::string* out) {
       return false;
     }
     p.remove_prefix(2);
-    *out = "/" + NativePath(p);
+    out->assign(1, '/');
+    out->append(NativePath(p));
     return true;
   }
   *out = NativePath(p);
