@@ -94,8 +94,14 @@ inline Vec OwesNext(int reach) {
 
 }  // namespace sse2
 
+// Everything up to the matching pop is compiled for AVX2; it only runs where the processor
+// has it.
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
+#else
 #pragma GCC push_options
 #pragma GCC target("avx2")
+#endif
 
 namespace avx2 {
 
@@ -176,7 +182,11 @@ inline Vec OwesNext(int reach) {
 
 }  // namespace avx2
 
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
 #pragma GCC pop_options
+#endif
 
 namespace {
 bool HasAvx2() {

@@ -517,11 +517,11 @@ std::uint32_t SetFilePointer(Handle file, std::int32_t distance, std::int32_t* d
       distance_high ? static_cast<std::int64_t>((static_cast<std::uint64_t>(*distance_high) << 32) |
                                                 static_cast<std::uint32_t>(distance))
                     : distance;
-  int whence = method == kFileBegin ? SEEK_SET : method == kFileCurrent ? SEEK_CUR : SEEK_END;
   if (method > kFileEnd) {
     Fail(kErrorInvalidParameter);
     return kInvalidSetFilePointer;
   }
+  const int whence = method == kFileBegin ? SEEK_SET : method == kFileCurrent ? SEEK_CUR : SEEK_END;
   off_t at = lseek(f->fd, 0, SEEK_CUR);
   if (whence == SEEK_END) {
     struct stat st;
