@@ -277,9 +277,9 @@ TEST(CodePage, IsTextUnicodeWithEveryTest) {
   EXPECT_EQ(tests, os::kIsTextUnicodeNullBytes | os::kIsTextUnicodeOddLength |
                        os::kIsTextUnicodeControls | os::kIsTextUnicodeStatistics);
   EXPECT_TRUE(os::IsTextUnicode(english.data(), 22, nullptr));
-  const std::string reversed("\0H\0e\0l\0l\0o\0 \0w", 16);
+  const std::string reversed("\0H\0e\0l\0l\0o\0 \0w", 14);
   tests = os::kIsTextUnicodeReverseControls | os::kIsTextUnicodeControls;
-  EXPECT_FALSE(os::IsTextUnicode(reversed.data(), 16, &tests));
+  EXPECT_FALSE(os::IsTextUnicode(reversed.data(), 14, &tests));
   EXPECT_EQ(tests, os::kIsTextUnicodeReverseControls);
 }
 
