@@ -33,6 +33,9 @@ enum class Op : int {
   kSetAttributes,  // SetFileAttributesW
   kFindFile,       // FindFirstFileW
   kLocaleInfo,     // GetLocaleInfoW has no answer
+  kFullPathName,   // GetFullPathNameW
+  kVolumeInfo,     // GetVolumeInformationW
+  kDeviceQuery,    // DeviceIoControl
   kCount
 };
 

@@ -8,8 +8,11 @@
 #pragma once
 
 #include "os/apps.h"
+#include "os/codepage.h"
 #include "os/fault.h"
+#include "os/files.h"
 #include "os/locale.h"
 #include "os/process.h"
 #include "os/types.h"
 #include "os/ui.h"
+#include "os/volume.h"

@@ -11,12 +11,12 @@ TEST(BaseText, Utf8RoundTripAndRepair) {
   } rows[] = {
       {"", u""},
       {"abc", u"abc"},
-      {"\xC3\xA9t\xC3\xA9", u"\u00E9t\u00E9"},          // été
-      {"\xE2\x82\xAC", u"\u20AC"},                      // euro sign
-      {"\xF0\x9F\x98\x80", u"\U0001F600"},              // emoji, a surrogate pair
-      {"\xC3", u"\uFFFD"},                              // truncated sequence
-      {"\xC0\xAF", u"\uFFFD\uFFFD"},                    // overlong slash
-      {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD"},          // encoded surrogate
+      {"\xC3\xA9t\xC3\xA9", u"\u00E9t\u00E9"},  // été
+      {"\xE2\x82\xAC", u"\u20AC"},              // euro sign
+      {"\xF0\x9F\x98\x80", u"\U0001F600"},      // emoji, a surrogate pair
+      {"\xC3", u"\uFFFD"},                      // truncated sequence
+      {"\xC0\xAF", u"\uFFFD\uFFFD"},            // overlong slash
+      {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD"},  // encoded surrogate
   };
   for (const auto& row : rows) {
     EXPECT_EQ(base::Widen(row.utf8), row.text) << row.utf8;

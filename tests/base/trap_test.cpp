@@ -36,7 +36,8 @@ TEST(Trap, LogLineFormsAreExact) {
       {base::DansFunction(u"mGlobal.GetFullPath"), 5,
        u"Erreur 5 (Invalid procedure call or argument) dans Function mGlobal.GetFullPath"},
       {base::DansFonction(u"SaveFile"), 13, u"Erreur 13 (Type mismatch) dans Fonction SaveFile"},
-      {base::TerseFunction(u"NextTag"), 9, u"Erreur 9 dans Function NextTag : Subscript out of range"},
+      {base::TerseFunction(u"NextTag"), 9,
+       u"Erreur 9 dans Function NextTag : Subscript out of range"},
       {base::InFunction(u"m.P"), 1234,
        u"Error 1234 (Application-defined or object-defined error) in Function m.P"},
   };

@@ -1,0 +1,159 @@
+// Win32 side of the seam: files, folders, searches, error texts and the locked memory block.
+// Each call goes straight to the API; the fault hooks let tests make any of them fail.
+#include <windows.h>
+
+#include "os/fault.h"
+#include "os/files.h"
+
+namespace os {
+namespace {
+
+const wchar_t* W(const char16_t* s) {
+  return reinterpret_cast<const wchar_t*>(s);
+}
+
+std::uint64_t Ticks(const FILETIME& t) {
+  return (static_cast<std::uint64_t>(t.dwHighDateTime) << 32) | t.dwLowDateTime;
+}
+
+void Fill(const WIN32_FIND_DATAW& data, FindData* entry) {
+  entry->attributes = data.dwFileAttributes;
+  entry->creation_time = Ticks(data.ftCreationTime);
+  entry->last_access_time = Ticks(data.ftLastAccessTime);
+  entry->last_write_time = Ticks(data.ftLastWriteTime);
+  entry->size_high = data.nFileSizeHigh;
+  entry->size_low = data.nFileSizeLow;
+  entry->name.assign(reinterpret_cast<const char16_t*>(data.cFileName));
+}
+
+HANDLE H(Handle h) {
+  return reinterpret_cast<HANDLE>(h);
+}
+
+}  // namespace
+
+std::uint32_t GetFullPathNameW(const char16_t* path, std::uint32_t buffer_size, char16_t* buffer) {
+  if (fault::Hit(fault::Op::kFullPathName)) return 0;
+  return ::GetFullPathNameW(W(path), buffer_size, reinterpret_cast<wchar_t*>(buffer), nullptr);
+}
+
+Handle FindFirstFileW(const char16_t* pattern, FindData* entry) {
+  if (fault::Hit(fault::Op::kFindFile)) return kInvalidHandle;
+  WIN32_FIND_DATAW data;
+  HANDLE h = ::FindFirstFileW(W(pattern), &data);
+  if (h == INVALID_HANDLE_VALUE) return kInvalidHandle;
+  Fill(data, entry);
+  return reinterpret_cast<Handle>(h);
+}
+
+bool FindNextFileW(Handle search, FindData* entry) {
+  WIN32_FIND_DATAW data;
+  if (!::FindNextFileW(H(search), &data)) return false;
+  Fill(data, entry);
+  return true;
+}
+
+bool FindClose(Handle search) {
+  return ::FindClose(H(search)) != FALSE;
+}
+
+std::uint32_t GetFileAttributesW(const char16_t* path) {
+  if (fault::Hit(fault::Op::kGetAttributes)) return kInvalidFileAttributes;
+  return ::GetFileAttributesW(W(path));
+}
+
+bool SetFileAttributesW(const char16_t* path, std::uint32_t attributes) {
+  if (fault::Hit(fault::Op::kSetAttributes)) return false;
+  return ::SetFileAttributesW(W(path), attributes) != FALSE;
+}
+
+bool DeleteFileW(const char16_t* path) {
+  if (fault::Hit(fault::Op::kDeleteFile)) return false;
+  return ::DeleteFileW(W(path)) != FALSE;
+}
+
+bool MoveFileW(const char16_t* source, const char16_t* destination) {
+  if (fault::Hit(fault::Op::kMoveFile)) return false;
+  return ::MoveFileW(W(source), W(destination)) != FALSE;
+}
+
+bool CreateDirectoryW(const char16_t* path) {
+  if (fault::Hit(fault::Op::kCreateFolder)) return false;
+  return ::CreateDirectoryW(W(path), nullptr) != FALSE;
+}
+
+std::uint32_t FormatMessageA(std::uint32_t error, char* buffer, std::uint32_t buffer_size) {
+  return ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                          error, 0, buffer, buffer_size, nullptr);
+}
+
+Handle CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t share,
+                   std::uint32_t disposition, std::uint32_t flags_and_attributes) {
+  if (fault::Hit(fault::Op::kOpenFile)) return kInvalidHandle;
+  HANDLE h =
+      ::CreateFileW(W(path), access, share, nullptr, disposition, flags_and_attributes, nullptr);
+  return h == INVALID_HANDLE_VALUE ? kInvalidHandle : reinterpret_cast<Handle>(h);
+}
+
+bool ReadFile(Handle file, void* buffer, std::uint32_t size, std::uint32_t* done) {
+  if (fault::Hit(fault::Op::kReadFile)) return false;
+  DWORD n = 0;
+  BOOL ok = ::ReadFile(H(file), buffer, size, &n, nullptr);
+  if (done) *done = n;
+  return ok != FALSE;
+}
+
+bool WriteFile(Handle file, const void* buffer, std::uint32_t size, std::uint32_t* done) {
+  if (fault::Hit(fault::Op::kWrite)) return false;
+  // A short write: the disk took only part of the data and still reported success.
+  if (size > 0 && fault::Hit(fault::Op::kShortWrite)) size -= 1;
+  DWORD n = 0;
+  BOOL ok = ::WriteFile(H(file), buffer, size, &n, nullptr);
+  if (done) *done = n;
+  return ok != FALSE;
+}
+
+std::uint32_t SetFilePointer(Handle file, std::int32_t distance, std::int32_t* distance_high,
+                             std::uint32_t method) {
+  if (fault::Hit(fault::Op::kSeek)) return kInvalidSetFilePointer;
+  LONG high = distance_high ? *distance_high : 0;
+  DWORD low = ::SetFilePointer(H(file), distance, distance_high ? &high : nullptr, method);
+  if (distance_high) *distance_high = high;
+  return low;
+}
+
+std::uint32_t GetFileSize(Handle file, std::uint32_t* size_high) {
+  DWORD high = 0;
+  DWORD low = ::GetFileSize(H(file), &high);
+  if (size_high) *size_high = high;
+  return low;
+}
+
+bool FlushFileBuffers(Handle file) {
+  if (fault::Hit(fault::Op::kFlush)) return false;
+  return ::FlushFileBuffers(H(file)) != FALSE;
+}
+
+bool CloseFile(Handle file) {
+  return ::CloseHandle(H(file)) != FALSE;
+}
+
+void* VirtualAlloc(std::size_t size) {
+  if (fault::Hit(fault::Op::kAlloc)) return nullptr;
+  return ::VirtualAlloc(nullptr, size, MEM_COMMIT, PAGE_READWRITE);
+}
+
+bool VirtualLock(void* block, std::size_t size) {
+  if (fault::Hit(fault::Op::kAlloc)) return false;
+  return ::VirtualLock(block, size) != FALSE;
+}
+
+bool VirtualUnlock(void* block, std::size_t size) {
+  return ::VirtualUnlock(block, size) != FALSE;
+}
+
+bool VirtualFree(void* block, std::size_t) {
+  return ::VirtualFree(block, 0, MEM_RELEASE) != FALSE;
+}
+
+}  // namespace os
