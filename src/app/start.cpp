@@ -1,11 +1,62 @@
 #include "app/start.h"
 
+#include <cmath>
+#include <cstdlib>
+#include <string>
+
+#include "app/config.h"
+#include "app/program.h"
+#include "base/text.h"
+#include "lang/lang.h"
+#include "lang/language_file.h"
 #include "os/os.h"
+#include "sys/file_utils.h"
+#include "sys/paths.h"
+#include "sys/sync_shell.h"
+#include "text/msgbox.h"
+#include "text/strings.h"
+#include "text/text_file.h"
 
 namespace app {
 namespace {
+
 os::Handle shell_library = 0;
+
+// On Windows the companions are .exe files; elsewhere programs carry no suffix.
+#ifdef _WIN32
+constexpr std::u16string_view kExe = u".exe";
+#else
+constexpr std::u16string_view kExe = u"";
+#endif
+
+constexpr std::u16string_view kIntroDefault =
+    u"Tarvel USB Eject ferme tous les programmes du p\u00E9riph\u00E9rique USB !";
+constexpr std::u16string_view kCloseErrorDefault =
+    u"Erreur en ex\u00E9cutant le programme de fermeture des applications";
+constexpr std::u16string_view kStillRunningDefault =
+    u"Il reste encore des applications en cours d'ex\u00E9cution.\r\n\r\n"
+    u"D\u00E9connexion USB annul\u00E9e";
+constexpr std::u16string_view kEjectErrorDefault =
+    u"Erreur en ex\u00E9cutant le programme d'ejection du disque USB";
+
+std::u16string Text(std::u16string_view key, std::u16string_view default_text) {
+  return mLang::Lang().GetString(key, default_text);
 }
+
+std::int32_t Box(const std::u16string& text, std::int32_t flags) {
+  return mUnicodePatch::MsgBox(text, flags, u"", u"", 0, -1, true);
+}
+
+std::u16string ReplaceAll(std::u16string text, std::u16string_view from, std::u16string_view to) {
+  std::size_t at = 0;
+  while ((at = text.find(from, at)) != std::u16string::npos) {
+    text.replace(at, from.size(), to);
+    at += to.size();
+  }
+  return text;
+}
+
+}  // namespace
 
 void FreeShellLibrary() {
   if (shell_library != 0) {
@@ -14,12 +65,96 @@ void FreeShellLibrary() {
   }
 }
 
+std::int32_t ParseCount(std::u16string_view text) {
+  std::size_t i = 0;
+  while (i < text.size() && (text[i] == u' ' || text[i] == u'\t')) ++i;
+  // The longest leading piece that reads as a decimal number: sign, digits, a point, digits,
+  // an exponent.
+  std::string number;
+  if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) number += static_cast<char>(text[i++]);
+  auto digits = [&] {
+    while (i < text.size() && text[i] >= u'0' && text[i] <= u'9') number += static_cast<char>(text[i++]);
+  };
+  digits();
+  if (i < text.size() && text[i] == u'.') {
+    number += '.';
+    ++i;
+    digits();
+  }
+  if (i < text.size() && (text[i] == u'e' || text[i] == u'E') && number.find_first_of("0123456789") != std::string::npos) {
+    std::size_t mark = i;
+    std::string exponent = "e";
+    ++i;
+    if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) exponent += static_cast<char>(text[i++]);
+    std::size_t before = exponent.size();
+    while (i < text.size() && text[i] >= u'0' && text[i] <= u'9') exponent += static_cast<char>(text[i++]);
+    if (exponent.size() > before) number += exponent; else i = mark;
+  }
+  if (number.find_first_of("0123456789") == std::string::npos) return 0;
+  double value = std::strtod(number.c_str(), nullptr);
+  value = std::nearbyint(value);  // the default rounding mode: halves to even
+  if (!(value >= -2147483648.0 && value <= 2147483647.0)) {
+    // More applications than a count can hold: still "some are running".
+    return value > 0 ? 2147483647 : 0;
+  }
+  return static_cast<std::int32_t>(value);
+}
+
+void RunEject() {
+  if (!mGlobal::LoadConfig()) {
+    FreeShellLibrary();
+    return;
+  }
+  mLang::InitLanguage();
+  mGlobal::SaveConfig();
+
+  if (Box(Text(u"Messages.Intro", kIntroDefault), 1) == os::kIdCancel) {
+    FreeShellLibrary();
+    return;
+  }
+
+  std::u16string companion = mGlobal::GetFullPath(mGlobal::ProgramFolder() + u"\\..\\TvAppsClose");
+  mStringTools::AddBackSlash(companion);
+  const std::u16string result_file = companion + u"TvAppsClose.out";
+  mFileUtils::KillFile(result_file, 20);
+
+  std::u16string error_text;
+  if (!mSyncShell::SyncShell(companion + u"TvAppsClose" + std::u16string(kExe), u"/now /out",
+                             std::nullopt, 1, error_text, 2000000000, u"")) {
+    Box(Text(u"Messages.Errors.TvAppsCloseRunError", kCloseErrorDefault), 16);
+    FreeShellLibrary();
+    return;
+  }
+
+  std::int32_t count = 0;
+  if (mFileUtils::FileExists(result_file)) {
+    const std::u16string text = mGlobal::LoadTextFile(result_file);
+    mFileUtils::KillFile(result_file, 20);
+    count = ParseCount(text);
+  }
+
+  if (count > 0) {
+    std::u16string message = Text(u"Message.AppStillRunning", kStillRunningDefault);
+    message = ReplaceAll(std::move(message), u"%count%", base::ToText(count));
+    Box(message, 64);
+    FreeShellLibrary();
+    return;
+  }
+
+  std::int32_t shell_result = 0;
+  if (!mSyncShell::ShellExec(mGlobal::ProgramFolder() + u"\\TvDiskEjector" + std::u16string(kExe), 1,
+                             u"/retry", u"", u"", 0, shell_result)) {
+    Box(Text(u"Messages.Errors.TvDiskEjectorRunError", kEjectErrorDefault), 16);
+  }
+  mLang::SaveLangFile();
+  FreeShellLibrary();
+}
+
 void Start() {
   shell_library = os::LoadLibraryW(u"shell32.dll");
   // ICC_USEREX_CLASSES with the 8-byte structure; the result does not matter to the run.
   os::InitCommonControls(8, 0x200);
-  // The eject sequence is wired in here once the configuration and language load exist.
-  FreeShellLibrary();
+  RunEject();
 }
 
 }  // namespace app

@@ -68,4 +68,60 @@ DateParts SplitDate(Date date) {
   return p;
 }
 
+namespace {
+
+// Whole seconds since the epoch of the date value, whatever the sign of its fraction.
+std::int64_t TotalSeconds(Date date) {
+  DateParts p = SplitDate(date);
+  std::int64_t days = DaysFromCivil(p.year, p.month, p.day) - kEpoch;
+  return days * 86400 + p.hour * 3600 + p.minute * 60 + p.second;
+}
+
+void AppendPadded(std::u16string& out, std::int64_t value, std::size_t width) {
+  std::u16string digits;
+  std::int64_t v = value < 0 ? -value : value;
+  do {
+    digits.insert(digits.begin(), static_cast<char16_t>(u'0' + v % 10));
+    v /= 10;
+  } while (v != 0);
+  while (digits.size() < width) digits.insert(digits.begin(), u'0');
+  if (value < 0) out.push_back(u'-');
+  out += digits;
+}
+
+}  // namespace
+
+std::u16string FormatDate(Date date, std::u16string_view format) {
+  const DateParts p = SplitDate(date);
+  std::u16string out;
+  std::size_t i = 0;
+  while (i < format.size()) {
+    char16_t c = format[i];
+    char16_t lower = c >= u'A' && c <= u'Z' ? c + 32 : c;
+    std::size_t run = 1;
+    while (i + run < format.size() && format[i + run] == c) ++run;
+    switch (lower) {
+      case u'y':
+        AppendPadded(out, run <= 2 ? p.year % 100 : p.year, run <= 2 ? 2 : run);
+        break;
+      case u'm': AppendPadded(out, p.month, run); break;
+      case u'd': AppendPadded(out, p.day, run); break;
+      case u'h': AppendPadded(out, p.hour, run); break;
+      case u'n': AppendPadded(out, p.minute, run); break;
+      case u's': AppendPadded(out, p.second, run); break;
+      default: out.append(run, c); break;
+    }
+    i += run;
+  }
+  return out;
+}
+
+std::int64_t MinutesBetween(Date from, Date to) {
+  return FloorDiv(TotalSeconds(to), 60) - FloorDiv(TotalSeconds(from), 60);
+}
+
+std::int64_t DaysBetween(Date from, Date to) {
+  return FloorDiv(TotalSeconds(to), 86400) - FloorDiv(TotalSeconds(from), 86400);
+}
+
 }  // namespace base

@@ -7,6 +7,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 namespace base {
 
@@ -28,5 +30,15 @@ Date MakeDate(int year, int month, int day, int hour, int minute, int second);
 
 // The fields of a date, to the nearest second.
 DateParts SplitDate(Date date);
+
+// Writes a date by a format of the letters y (year), m (month), d (day), h (hour), n (minute)
+// and s (second): a run of one letter is that field, zero-padded to the run's length ("yyyy"
+// four digits, "yy" the last two); every other character is copied. "mm" is always the month.
+std::u16string FormatDate(Date date, std::u16string_view format);
+
+// How many minute boundaries (or day boundaries) lie between two dates: the difference of
+// their whole minutes (days), so 10:59:59 to 11:00:00 is one minute apart.
+std::int64_t MinutesBetween(Date from, Date to);
+std::int64_t DaysBetween(Date from, Date to);
 
 }  // namespace base

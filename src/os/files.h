@@ -113,6 +113,10 @@ std::uint32_t SetFilePointer(Handle file, std::int32_t distance, std::int32_t* d
 std::uint32_t GetFileSize(Handle file, std::uint32_t* size_high);
 // FlushFileBuffers: the file's data on the disk.
 bool FlushFileBuffers(Handle file);
+// Makes a folder's entries (files created, renamed or deleted in it) durable on the device.
+// POSIX needs this after a rename or a creation (fsync of the folder); Windows' file systems
+// keep their own metadata journal, so there it does nothing and answers true.
+bool FlushFolder(const char16_t* path);
 // CloseHandle for a file or device handle from CreateFileW.
 // Note: process handles are closed with CloseHandle of os/process.h.
 bool CloseFile(Handle file);

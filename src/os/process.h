@@ -62,6 +62,12 @@ void Sleep(std::uint32_t milliseconds);
 // timeGetTime: a millisecond clock that wraps around at 2^32.
 std::uint32_t TimeGetTime();
 
+// GetLocalTime: the wall-clock date and time in the user's time zone.
+struct SystemTime {
+  int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+};
+SystemTime GetLocalTime();
+
 // The full path of the running program file.
 std::u16string ModuleFileName();
 

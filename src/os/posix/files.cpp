@@ -557,6 +557,19 @@ std::uint32_t GetFileSize(Handle file, std::uint32_t* size_high) {
   return static_cast<std::uint32_t>(size);
 }
 
+bool FlushFolder(const char16_t* path) {
+  if (fault::Hit(fault::Op::kFlush)) return false;
+  int fd = open(posix::NativePath(path ? path : u"").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) {
+    posix::SetLastErrorFromErrno();
+    return false;
+  }
+  bool ok = fsync(fd) == 0;
+  if (!ok) posix::SetLastErrorFromErrno();
+  close(fd);
+  return ok;
+}
+
 bool FlushFileBuffers(Handle file) {
   if (fault::Hit(fault::Op::kFlush)) return false;
   auto f = DataFile(file, kGenericWrite);

@@ -37,6 +37,15 @@ std::uint32_t TimeGetTime() {
                                     static_cast<std::uint64_t>(ts.tv_nsec) / 1000000u);
 }
 
+SystemTime GetLocalTime() {
+  timespec ts;
+  clock_gettime(CLOCK_REALTIME, &ts);
+  tm parts{};
+  localtime_r(&ts.tv_sec, &parts);
+  return SystemTime{parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday,
+                    parts.tm_hour,        parts.tm_min,     parts.tm_sec};
+}
+
 std::u16string ModuleFileName() {
   char buf[PATH_MAX + 1];
   ssize_t n = readlink("/proc/self/exe", buf, PATH_MAX);

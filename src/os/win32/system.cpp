@@ -25,6 +25,12 @@ std::uint32_t TimeGetTime() {
   return ::timeGetTime();
 }
 
+SystemTime GetLocalTime() {
+  SYSTEMTIME st;
+  ::GetLocalTime(&st);
+  return SystemTime{st.wYear, st.wMonth, st.wDay, st.wHour, st.wMinute, st.wSecond};
+}
+
 std::u16string ModuleFileName() {
   // Grow the buffer until the whole path fits (GetModuleFileNameW truncates silently).
   std::wstring buf(MAX_PATH, L'\0');

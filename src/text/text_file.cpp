@@ -1,0 +1,445 @@
+#include "text/text_file.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "base/debug_log.h"
+#include "base/text.h"
+#include "base/trap.h"
+#include "os/files.h"
+#include "os/process.h"
+#include "sys/file_utils.h"
+#include "sys/paths.h"
+#include "text/encoding.h"
+#include "text/utf8.h"
+#include "xml/node.h"
+
+namespace {
+
+using base::ToText;
+
+base::Date Now() {
+  os::SystemTime t = os::GetLocalTime();
+  return base::MakeDate(t.year, t.month, t.day, t.hour, t.minute, t.second);
+}
+
+// The folder part of a path, or "" for a bare name (unlike FilePathOnly, which hands a bare
+// name back unchanged).
+std::u16string FolderOf(std::u16string_view path) {
+  std::size_t cut = path.find_last_of(u"\\/");
+  return cut == std::u16string_view::npos ? std::u16string() : std::u16string(path.substr(0, cut));
+}
+
+// A file name without its extension, and the extension (without the dot).
+std::u16string WithoutExtension(std::u16string_view name) {
+  std::u16string ext = mFileUtils::FileExtention(name);
+  if (ext.empty()) {
+    // A name ending in a dot has an empty extension but still loses the dot.
+    std::size_t slash = name.find_last_of(u"\\/");
+    std::size_t start = slash == std::u16string_view::npos ? 0 : slash + 1;
+    if (name.size() > start && name.back() == u'.') return std::u16string(name.substr(0, name.size() - 1));
+    return std::u16string(name);
+  }
+  return std::u16string(name.substr(0, name.size() - ext.size() - 1));
+}
+
+// The search pattern for every dated backup of a file: settings.xml -> settings_*.xml.
+std::u16string DatedPattern(std::u16string_view file_name) {
+  std::u16string ext = mFileUtils::FileExtention(file_name);
+  std::u16string pattern = WithoutExtension(file_name) + u"_*";
+  if (!ext.empty()) pattern += u"." + ext;
+  return pattern;
+}
+
+// Numbers formatted with the pattern "000": three digits at least, more when needed.
+std::u16string ThreeDigits(std::int32_t n) {
+  std::u16string digits = ToText(n);
+  while (digits.size() < 3) digits.insert(digits.begin(), u'0');
+  return digits;
+}
+
+// Lists the names (without folder) that match a pattern, closing the listing before returning,
+// so that files can be moved or deleted afterwards without disturbing it.
+std::vector<std::u16string> ListFiles(std::u16string_view pattern) {
+  std::vector<std::u16string> names;
+  for (std::u16string name = mFileUtils::FindFile(pattern, 0); !name.empty();
+       name = mFileUtils::FindFile(u"", 0)) {
+    names.push_back(std::move(name));
+  }
+  return names;
+}
+
+// The stamp of a dated backup's name: the Format-long text where "*" stands in the pattern.
+std::u16string StampOf(std::u16string_view name, std::u16string_view pattern_name,
+                       std::size_t stamp_length) {
+  std::size_t star = pattern_name.find(u'*');
+  if (star == std::u16string_view::npos || star >= name.size()) return std::u16string();
+  return std::u16string(name.substr(star, stamp_length));
+}
+
+// The lenient numeric value of a field of digits (no digits: 0).
+int FieldValue(std::u16string_view text) {
+  int value = 0;
+  for (char16_t c : text) {
+    if (c < u'0' || c > u'9') break;
+    value = value * 10 + (c - u'0');
+  }
+  return value;
+}
+
+}  // namespace
+
+namespace mGlobal {
+
+std::int32_t LoadFile(std::u16string_view FileName, std::string& Data, std::int32_t Offset,
+                      std::int32_t Length) {
+  return base::Trap(base::DansFunction(u"mglobal.LoadFile"), std::int32_t{0}, [&] {
+    if (!mFileUtils::FileExists(FileName)) return std::int32_t{0};
+    const std::u16string name(FileName);
+    os::Handle file =
+        os::CreateFileW(name.c_str(), os::kGenericRead, os::kFileShareRead, os::kOpenExisting, 0);
+    if (file == os::kInvalidHandle) return std::int32_t{0};
+    double count = Length;
+    if (Length < 1) {
+      std::uint32_t high = 0;
+      std::uint32_t low = os::GetFileSize(file, &high);
+      count = static_cast<double>(high) * 4294967296.0 + low;
+    }
+    if (count > 2147483647.0) {
+      os::CloseFile(file);
+      base::Raise(base::kOverflow);
+    }
+    if (Offset > 0) os::SetFilePointer(file, Offset, nullptr, os::kFileBegin);
+    const auto n = static_cast<std::int32_t>(count);
+    if (n > 0) {
+      Data.assign(static_cast<std::size_t>(n), '\0');
+      std::uint32_t done = 0;
+      if (!os::ReadFile(file, Data.data(), static_cast<std::uint32_t>(n), &done)) {
+        os::CloseFile(file);
+        return std::int32_t{0};
+      }
+    }
+    os::CloseFile(file);
+    return n;
+  });
+}
+
+std::u16string LoadTextFile(std::u16string_view FileName, bool Raw, bool AutoDetect,
+                            std::int32_t& Encoding, bool& WithBOM, bool& BOMChanged) {
+  std::string bytes;
+  if (LoadFile(FileName, bytes) == 0) return std::u16string();
+  if (Raw) return mStringTools::BytesToStr(bytes);
+  if (AutoDetect) {
+    Encoding = 0;
+    std::u16string text = mStringTools::StrDataToUnicode(bytes, Encoding, 1252, WithBOM, BOMChanged);
+    DebugLog(u"Loaded text file as " + mStringTools::EncodingName(Encoding) + u" (auto) : " +
+             std::u16string(FileName));
+    return text;
+  }
+  DebugLog(u"Loaded file : " + std::u16string(FileName));
+  return mStringTools::AnsiBytesToStr(bytes);
+}
+
+std::u16string LoadTextFile(std::u16string_view FileName) {
+  std::int32_t encoding = 0;
+  bool with_bom = false;
+  bool bom_changed = false;
+  return LoadTextFile(FileName, false, true, encoding, with_bom, bom_changed);
+}
+
+}  // namespace mGlobal
+
+namespace mStringTools {
+
+namespace {
+
+// The bytes a save writes for its data.
+std::string BytesToWrite(const std::u16string& Data, bool IsText, std::int32_t Encoding,
+                         bool WithBOM, std::uint32_t CodePage) {
+  if (!IsText) return StrToBytes(Data);
+  // The data in memory is always UTF-16 text here, so it is taken as such rather than guessed
+  // at: a guess can misjudge text written only in a non-Latin script and save it as mojibake.
+  const std::string utf16 = StrToBytes(Data);
+  bool bom_changed = false;
+  switch (Encoding) {
+    case 1:
+    case 2:
+    case 3: {
+      std::int32_t as_utf16 = 1;
+      std::u16string text =
+          StrDataToUnicode(utf16, as_utf16, CodePage, Encoding == 3 ? false : WithBOM, bom_changed);
+      if (Encoding == 1) return StrToBytes(text);
+      if (Encoding == 2) return mUTF8::UTF8_Encode(text, true);
+      return StrUnicodeToCodePage(text, CodePage);
+    }
+    default:
+      if (IsUnicode(utf16)) return StrToAnsiBytes(Data);
+      return utf16;
+  }
+}
+
+// Restores the old file after a failed write, with the line that says how it went.
+bool Restore(std::u16string_view FileName, const std::u16string& backup_name,
+             const std::u16string& temp_name) {
+  if (!backup_name.empty()) {
+    if (mFileUtils::MoveFileTo(backup_name, FileName)) {
+      DebugLog(u"Original file restored from backup");
+    } else {
+      DebugLog(u"Error while trying to restore the original filename: " + backup_name + u" => " +
+               std::u16string(FileName));
+    }
+  } else if (!temp_name.empty()) {
+    if (mFileUtils::MoveFileTo(temp_name, FileName)) {
+      DebugLog(u"Original file restored from automatic backup");
+    } else {
+      DebugLog(u"Error while trying to restore the original file: " + temp_name + u" => " +
+               std::u16string(FileName));
+    }
+  }
+  return false;
+}
+
+// The error number of a failed or short write: a short write reports success with fewer bytes,
+// which on a file means the device is full.
+std::uint32_t WriteError() {
+  std::uint32_t error = os::GetLastError();
+  return error == 0 ? os::kErrorDiskFull : error;
+}
+
+}  // namespace
+
+bool SaveFile(std::u16string_view FileName, const std::u16string& Data, bool IsText,
+              std::int32_t Encoding, bool WithBOM, std::uint32_t CodePage,
+              std::int32_t BackupCount, bool Append, std::u16string_view BackupFolder,
+              std::int32_t BackupDays, std::int32_t BackupMinutes) {
+  std::u16string backup_name;
+  std::u16string temp_name;
+  bool restore_needed = false;
+  bool result = false;
+  const std::u16string name(FileName);
+  bool completed = base::Trap(base::DansFonction(u"SaveFile"), [&] {
+    const std::string bytes = BytesToWrite(Data, IsText, Encoding, WithBOM, CodePage);
+    if (IsText && !Append) {
+      DebugLog(u"Save text file as " + EncodingName(Encoding) + u" : " + name);
+    }
+
+    const std::u16string folder = FolderOf(name);
+    if (!folder.empty() && !mFileUtils::CreateFolder(folder)) return;
+
+    if (!Append && mFileUtils::FileExists(name)) {
+      std::u16string target_folder;
+      if (!BackupFolder.empty()) target_folder = folder + u"\\" + std::u16string(BackupFolder);
+      const std::u16string in_target =
+          target_folder.empty() ? name
+                                : target_folder + u"\\" + mFileUtils::FileNameOnly(name);
+      if (BackupCount >= 1) {
+        if (!target_folder.empty() && !mFileUtils::CreateFolder(target_folder)) return;
+        backup_name = BackupFileName(in_target, BackupCount, u".bak");
+      } else if (BackupDays > 0) {
+        if (!target_folder.empty() && !mFileUtils::CreateFolder(target_folder)) {
+          DebugLog(u"Error while creating backups folder (" + target_folder + u")");
+        }
+        backup_name = BackupDateFileName(in_target, BackupDays, u"yyyy-mm-dd_hh-nn-ss", true);
+        if (BackupMinutes > 0) {
+          base::Date last = LastBackupDate(in_target, u"yyyy-mm-dd_hh-nn-ss");
+          if (base::MinutesBetween(last, Now()) < BackupMinutes) {
+            DebugLog(u"Skip file backup [" + name + u"] (recent backup date: " +
+                     base::FormatDate(last, u"yyyy/mm/dd hh:nn:ss") + u")");
+            backup_name.clear();
+          }
+        }
+      }
+      if (!backup_name.empty()) {
+        DebugLog(u"Backup previous file in " + std::u16string(BackupFolder) + u"\\" +
+                 mFileUtils::FileNameOnly(backup_name));
+        if (!mFileUtils::MoveFileTo(name, backup_name)) {
+          DebugLog(u"Error while moving file : " + name + u" => " + backup_name);
+          return;
+        }
+      } else {
+        temp_name = BackupFileName(name, 99999, u".tmp");
+        if (!mFileUtils::MoveFileTo(name, temp_name)) {
+          DebugLog(u"Error while moving file: " + name + u" => " + temp_name);
+          temp_name.clear();
+          return;
+        }
+      }
+    }
+
+    // From here on a failure puts the old file back.
+    restore_needed = true;
+    os::Handle file = os::CreateFileW(name.c_str(), os::kGenericWrite, 0, os::kOpenAlways,
+                                      os::kAttributeNormal | os::kFileFlagRandomAccess);
+    if (file == os::kInvalidHandle) return;
+
+    if (Append && os::SetFilePointer(file, 0, nullptr, os::kFileEnd) == os::kInvalidSetFilePointer) {
+      std::uint32_t error = os::GetLastError();
+      DebugLog(u"Error while setting file pointer to FILE_END => " + ToText(error) + u" : " +
+               mFileUtils::SystemErrorText(error));
+      os::CloseFile(file);
+      mFileUtils::KillFile(name, 20);
+      return;
+    }
+
+    const std::size_t size = bytes.size();
+    void* block = nullptr;
+    if (size > 0) {
+      // One write from one pinned block of exactly the content's size, so that the text is not
+      // paged out half-way through the write.
+      block = os::VirtualAlloc(size);
+      if (block && !os::VirtualLock(block, size)) {
+        os::VirtualFree(block, size);
+        block = nullptr;
+      }
+      // Without a block the handle stays open and the restore below meets the new, empty file;
+      // the safety copy then stays beside it and is put back at the next load.
+      if (!block) return;
+      std::memcpy(block, bytes.data(), size);
+    }
+
+    std::uint32_t written = 0;
+    bool ok = size == 0 || (os::WriteFile(file, block, static_cast<std::uint32_t>(size), &written) &&
+                            written == size);
+    std::uint32_t error = ok ? 0 : WriteError();
+    // The new content must be on the device before the old one is let go.
+    if (ok && !os::FlushFileBuffers(file)) {
+      ok = false;
+      error = WriteError();
+    }
+    if (block) {
+      os::VirtualUnlock(block, size);
+      os::VirtualFree(block, size);
+    }
+    os::CloseFile(file);
+    if (ok && !folder.empty() && !os::FlushFolder(folder.c_str())) {
+      ok = false;
+      error = WriteError();
+    }
+    if (!ok) {
+      DebugLog(u"Error WriteFile " + ToText(error) + u" : " + mFileUtils::SystemErrorText(error));
+      mFileUtils::KillFile(name, 20);
+      return;
+    }
+
+    restore_needed = false;
+    result = true;
+    if (!temp_name.empty() && !mFileUtils::KillFile(temp_name, 20)) {
+      DebugLog(u"Error while deleting file automatic backup: " + temp_name);
+    }
+  });
+  if (result) return true;
+  if (restore_needed || !completed) Restore(FileName, backup_name, temp_name);
+  return false;
+}
+
+std::u16string BackupFileName(std::u16string_view BaseName, std::int32_t MaxCount,
+                              std::u16string_view Ext) {
+  return base::Trap(base::InFunction(u"mStringTools.BackupFileName"), std::u16string(), [&] {
+    const std::u16string base_name(BaseName);
+    auto numbered = [&](std::int32_t n) {
+      return base_name + u"." + ThreeDigits(n) + std::u16string(Ext);
+    };
+    std::int32_t n = 1;
+    std::u16string candidate = numbered(n);
+    while (mFileUtils::FileExists(candidate)) {
+      ++n;
+      if (n == MaxCount + 1) {
+        mFileUtils::KillFile(numbered(1), -1);
+        for (std::int32_t k = 2; k <= MaxCount; ++k) mFileUtils::MoveFileTo(numbered(k), numbered(k - 1));
+        return numbered(MaxCount);
+      }
+      candidate = numbered(n);
+    }
+    return candidate;
+  });
+}
+
+std::u16string BackupDateFileName(std::u16string_view FileName, std::int32_t Days,
+                                  std::u16string_view Format, bool ConvertOld) {
+  return base::Trap(base::InFunction(u"mStringTools.BackupDateFileName"), std::u16string(), [&] {
+    std::u16string pattern(FileName);
+    if (pattern.find(u'*') == std::u16string::npos) {
+      if (ConvertOld) {
+        const std::u16string folder = FolderOf(FileName);
+        for (const auto& old : ListFiles(std::u16string(FileName) + u".???.bak")) {
+          const std::u16string old_path = folder.empty() ? old : folder + u"\\" + old;
+          double size = 0;
+          base::Date date = 0;
+          if (!mFileUtils::FileExists(old_path, size, date)) continue;
+          std::u16string dated = DatedPattern(FileName);
+          dated.replace(dated.find(u'*'), 1, base::FormatDate(date, Format));
+          mFileUtils::MoveFileTo(old_path, dated);
+        }
+      }
+      pattern = DatedPattern(FileName);
+    }
+
+    const std::u16string folder = FolderOf(pattern);
+    const std::u16string pattern_name = mFileUtils::FileNameOnly(pattern);
+    const base::Date now = Now();
+    for (const auto& name : ListFiles(pattern)) {
+      base::Date stamp = ParseDate(StampOf(name, pattern_name, Format.size()), Format);
+      if (base::DaysBetween(stamp, now) > Days) {
+        const std::u16string full = folder.empty() ? name : folder + u"\\" + name;
+        DebugLog(u"Suppression fichier BAK (plus de " + ToText(Days) + u" jours) => " + full);
+        mFileUtils::KillFile(full, 20);
+      }
+    }
+    std::u16string result = pattern;
+    result.replace(result.find(u'*'), 1, base::FormatDate(now, Format));
+    return result;
+  });
+}
+
+base::Date LastBackupDate(std::u16string_view FileName, std::u16string_view Format) {
+  return base::Trap(base::InFunction(u"mStringTools.LastBackupDate"), base::Date{0}, [&] {
+    std::u16string pattern(FileName);
+    if (pattern.find(u'*') == std::u16string::npos) pattern = DatedPattern(FileName);
+    const std::u16string pattern_name = mFileUtils::FileNameOnly(pattern);
+
+    XmlNodePtr list = cXmlNode::Create();
+    for (const auto& name : ListFiles(pattern)) {
+      base::Date stamp = ParseDate(StampOf(name, pattern_name, Format.size()), Format);
+      XmlNodePtr entry = cXmlNode::Create();
+      entry->Name(u"file");
+      entry->Attribut(u"date", base::FormatDate(stamp, u"yyyymmddhhnnss"));
+      list->AddChild(entry);
+    }
+    if (list->ChildCount() == 0) return base::Date{0};
+    // Descending by stamp: the newest backup comes first.
+    list->SortChilds(u"a:date", false, 0, false);
+    return ParseDate(list->Child(1)->Attribut(u"date"), u"yyyymmddhhnnss");
+  });
+}
+
+base::Date ParseDate(std::u16string_view Text, std::u16string_view Format) {
+  return base::Trap(base::InFunction(u"mStringTools.ParseDate"), base::Date{0}, [&] {
+    const std::u16string format = base::Lower(Format);
+    auto field = [&](char16_t letter) {
+      std::size_t at = format.find(letter);
+      if (at == std::u16string::npos) return 0;
+      std::size_t end = at;
+      while (end < format.size() && format[end] == letter) ++end;
+      if (at >= Text.size()) return 0;
+      return FieldValue(Text.substr(at, end - at));
+    };
+    return base::MakeDate(field(u'y'), field(u'm'), field(u'd'), field(u'h'), field(u'n'),
+                          field(u's'));
+  });
+}
+
+bool RecoverInterruptedSave(std::u16string_view FileName) {
+  const std::u16string name(FileName);
+  const std::u16string safety = name + u".001.tmp";
+  if (!mFileUtils::FileExists(safety)) return false;
+  // Whatever stands under the name is the interrupted save's partial output.
+  if (mFileUtils::FileExists(name) && !mFileUtils::KillFile(name, 20)) return false;
+  if (!mFileUtils::MoveFileTo(safety, name)) return false;
+  const std::u16string folder = FolderOf(name);
+  if (!folder.empty()) os::FlushFolder(folder.c_str());
+  DebugLog(u"Interrupted save: previous file restored from " + safety);
+  return true;
+}
+
+}  // namespace mStringTools

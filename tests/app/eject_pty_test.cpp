@@ -1,0 +1,104 @@
+// The real TvEject program, run as a person would on Linux: from a portable folder, in a
+// terminal (a pseudo-terminal here), answering its boxes by typing.
+#include <gtest/gtest.h>
+
+#ifndef _WIN32
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "base/text.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing_support::TempDir;
+
+// Runs program in a new terminal session; each time the screen shows a prompt ("> "), types
+// the next answer. Returns everything the program wrote to the terminal.
+std::string RunInTerminal(const fs::path& program, std::vector<std::string> answers) {
+  int master = -1;
+  pid_t pid = forkpty(&master, nullptr, nullptr, nullptr);
+  if (pid == 0) {
+    unsetenv("DISPLAY");
+    unsetenv("WAYLAND_DISPLAY");
+    unsetenv("TVEJECT_TTY");
+    execl(program.c_str(), program.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  std::string screen;
+  std::size_t answered_at = 0;
+  std::size_t next = 0;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (std::chrono::steady_clock::now() < deadline) {
+    pollfd p{master, POLLIN, 0};
+    if (poll(&p, 1, 100) > 0) {
+      char buf[4096];
+      ssize_t n = read(master, buf, sizeof buf);
+      if (n <= 0) break;  // the program closed its terminal: it ended
+      screen.append(buf, static_cast<std::size_t>(n));
+    }
+    std::size_t prompt = screen.rfind("> ");
+    if (prompt != std::string::npos && prompt >= answered_at && next < answers.size()) {
+      std::string line = answers[next++] + "\r";
+      (void)!write(master, line.data(), line.size());
+      answered_at = prompt + 2;
+    }
+  }
+  int status = 0;
+  if (waitpid(pid, &status, WNOHANG) == 0) {
+    kill(pid, SIGKILL);
+    waitpid(pid, &status, 0);
+    ADD_FAILURE() << "the program did not end; screen so far:\n" << screen;
+  }
+  close(master);
+  return screen;
+}
+
+TEST(EjectInTerminal, ConfirmCancelAndStillRunning) {
+  struct Row {
+    const char* name;
+    const char* closer_plan;
+    std::vector<std::string> answers;
+    std::vector<std::string> shown;  // texts that must appear, in order
+    bool ejector_started;
+  } rows[] = {
+      {"cancel", "out 0", {"c"}, {"Tarvel USB Eject v2.0.12", "[1] OK  [2] Cancel"}, false},
+      {"two still running", "out 2", {"1", ""},
+       {"p\xC3\xA9riph\xC3\xA9rique USB !", "Il reste encore des applications", "(Information)"},
+       false},
+      {"nothing left", "out 0", {"ok"}, {"[1] OK  [2] Cancel"}, true},
+  };
+  const fs::path bin = fs::path(testing_support::ProgramFolder());
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    TempDir dir;
+    fs::create_directories(dir.path() / "TvEject");
+    fs::create_directories(dir.path() / "TvAppsClose");
+    fs::copy_file(bin / "TvEject", dir.path() / "TvEject" / "TvEject");
+    fs::copy_file(bin / "fake_companion", dir.path() / "TvEject" / "TvDiskEjector");
+    fs::copy_file(bin / "fake_companion", dir.path() / "TvAppsClose" / "TvAppsClose");
+    dir.Write(u"TvAppsClose/TvAppsClose.plan", row.closer_plan);
+    dir.Write(u"TvEject/TvEject.xml", "<TarvelUSBEject><Language>fr</Language></TarvelUSBEject>");
+
+    const std::string screen = RunInTerminal(dir.path() / "TvEject" / "TvEject", row.answers);
+    std::size_t at = 0;
+    for (const auto& text : row.shown) {
+      std::size_t found = screen.find(text, at);
+      EXPECT_NE(found, std::string::npos) << "missing \"" << text << "\" in:\n" << screen;
+      if (found != std::string::npos) at = found;
+    }
+    EXPECT_EQ(dir.Read(u"TvEject/TvDiskEjector.args"), row.ejector_started ? "/retry\n" : "");
+  }
+}
+
+}  // namespace
+#endif

@@ -1,0 +1,50 @@
+// Stands in for TvAppsClose or TvDiskEjector in the end-to-end runs of TvEject. Copied into a
+// portable folder under the companion's name, it appends its arguments as one line to
+// "<own file>.args", then follows "<own file>.plan" if there is one:
+//   out TEXT   writes TEXT to TvAppsClose.out in its own folder (as the closer does with /out)
+//   exit N     ends with exit code N
+// Lines are read in order; without a plan it only records.
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "base/text.h"
+#include "os/process.h"
+
+namespace fs = std::filesystem;
+
+int main(int argc, char** argv) {
+  const fs::path self(os::ModuleFileName());
+  std::string args;
+#ifdef _WIN32
+  // The command line after the program's own name, as the shell handed it over.
+  std::u16string line(reinterpret_cast<const char16_t*>(::GetCommandLineW()));
+  std::size_t start = line[0] == u'"' ? line.find(u'"', 1) + 1 : line.find(u' ');
+  if (start == std::u16string::npos) start = line.size();
+  while (start < line.size() && line[start] == u' ') ++start;
+  args = base::Narrow(line.substr(start));
+#else
+  for (int i = 1; i < argc; ++i) args += (i > 1 ? " " : "") + std::string(argv[i]);
+#endif
+  {
+    std::ofstream record(fs::path(self).concat(".args"), std::ios::app | std::ios::binary);
+    record << args << "\n";
+  }
+  std::ifstream plan(fs::path(self).concat(".plan"), std::ios::binary);
+  std::string step;
+  int exit_code = 0;
+  while (std::getline(plan, step)) {
+    if (!step.empty() && step.back() == '\r') step.pop_back();
+    if (step.rfind("out ", 0) == 0) {
+      std::ofstream out(self.parent_path() / "TvAppsClose.out", std::ios::binary | std::ios::trunc);
+      out << step.substr(4);
+    } else if (step.rfind("exit ", 0) == 0) {
+      exit_code = std::stoi(step.substr(5));
+    }
+  }
+  return exit_code;
+}

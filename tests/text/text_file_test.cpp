@@ -1,0 +1,270 @@
+#include "text/text_file.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "base/debug_log.h"
+#include "base/text.h"
+#include "os/fault.h"
+#include "os/files.h"
+#include "os/process.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using mStringTools::SaveFile;
+using testing_support::TempDir;
+namespace fs = std::filesystem;
+
+struct LogCapture {
+  std::vector<std::u16string> lines;
+  base::ScopedLogSink sink{[this](std::u16string_view l) { lines.emplace_back(l); }};
+  bool Has(std::u16string_view prefix) const {
+    for (const auto& l : lines)
+      if (l.rfind(prefix, 0) == 0) return true;
+    return false;
+  }
+};
+
+std::vector<std::string> Listing(const TempDir& dir) {
+  std::vector<std::string> names;
+  for (const auto& e : fs::directory_iterator(dir.path())) names.push_back(e.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Saves as the configuration does: UTF-8 without a mark, only a safety copy.
+bool SaveUtf8(const std::u16string& path, const std::u16string& text) {
+  return SaveFile(path, text, true, 2, false, 1252, 0, false, u"", 0, 5);
+}
+
+base::Date Today() {
+  os::SystemTime t = os::GetLocalTime();
+  return base::MakeDate(t.year, t.month, t.day, t.hour, t.minute, t.second);
+}
+
+TEST(SaveFile, EncodingsGiveTheExactBytes) {
+  struct Row {
+    std::int32_t encoding;
+    bool with_bom;
+    std::u16string text;
+    std::string bytes;
+  } rows[] = {
+      {2, false, u"caf\u00E9", "caf\xC3\xA9"},
+      {2, true, u"a", "\xEF\xBB\xBF" "a"},
+      {1, true, u"a", std::string("\xFF\xFE" "a\0", 4)},
+      {1, false, u"\u0416", std::string("\x16\x04", 2)},  // Cyrillic alone stays UTF-16
+      {3, true, u"\u00E9\u20AC", "\xE9\x80"},             // code page 1252, never a mark
+      {2, false, u"\u041F\u0440\u0438\u0432\u0435\u0442",  // "Privet": no guessing of our text
+       "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"},
+  };
+  for (const auto& row : rows) {
+    TempDir dir;
+    const std::u16string path = dir.u16(u"f.xml");
+    ASSERT_TRUE(SaveFile(path, row.text, true, row.encoding, row.with_bom, 1252, 0, false, u"", 0, 0));
+    EXPECT_EQ(dir.Read(u"f.xml"), row.bytes) << "encoding " << row.encoding;
+  }
+}
+
+TEST(SaveFile, NewFileAppendAndSafetyCopy) {
+  TempDir dir;
+  const std::u16string path = dir.u16(u"sub\\deeper\\f.txt");
+  {
+    LogCapture log;
+    ASSERT_TRUE(SaveUtf8(path, u"one"));
+    EXPECT_FALSE(log.Has(u"Backup previous file"));
+    EXPECT_TRUE(log.Has(u"Save text file as UTF8 : "));
+  }
+  EXPECT_EQ(dir.Read(u"sub/deeper/f.txt"), "one");
+  ASSERT_TRUE(SaveFile(path, u"+two", true, 2, false, 1252, 0, true, u"", 0, 0));
+  EXPECT_EQ(dir.Read(u"sub/deeper/f.txt"), "one+two");
+  ASSERT_TRUE(SaveUtf8(path, u"three"));
+  EXPECT_EQ(dir.Read(u"sub/deeper/f.txt"), "three");
+  // The safety copy is gone once the new content is safe.
+  EXPECT_EQ(Listing(dir), std::vector<std::string>{"sub"});
+  EXPECT_FALSE(dir.Exists(u"sub/deeper/f.txt.001.tmp"));
+}
+
+TEST(SaveFile, NumberedBackupsRotate) {
+  TempDir dir;
+  const std::u16string path = dir.u16(u"s.xml");
+  for (const char16_t* v : {u"v1", u"v2", u"v3", u"v4"}) {
+    ASSERT_TRUE(SaveFile(path, v, true, 2, false, 1252, 2, false, u"", 0, 0));
+  }
+  EXPECT_EQ(dir.Read(u"s.xml"), "v4");
+  EXPECT_EQ(dir.Read(u"s.xml.001.bak"), "v2");
+  EXPECT_EQ(dir.Read(u"s.xml.002.bak"), "v3");
+  EXPECT_FALSE(dir.Exists(u"s.xml.003.bak"));
+
+  // In a backup folder beside the file.
+  ASSERT_TRUE(SaveFile(path, u"v5", true, 2, false, 1252, 3, false, u"old", 0, 0));
+  EXPECT_EQ(dir.Read(u"old/s.xml.001.bak"), "v4");
+}
+
+TEST(SaveFile, DatedBackupsAtMostOnePerPeriodAndExpire) {
+  TempDir dir;
+  const std::u16string path = dir.u16(u"s.xml");
+  const base::Date nine_days_ago = Today() - 9;
+  const std::u16string old_name =
+      u"s_" + base::FormatDate(nine_days_ago, u"yyyy-mm-dd_hh-nn-ss") + u".xml";
+  dir.Write(old_name, "ancient");
+  dir.Write(u"s.xml", "v1");
+  LogCapture log;
+  ASSERT_TRUE(SaveFile(path, u"v2", true, 2, false, 1252, 0, false, u"", 7, 60));
+  ASSERT_TRUE(SaveFile(path, u"v3", true, 2, false, 1252, 0, false, u"", 7, 60));
+  EXPECT_TRUE(log.Has(u"Suppression fichier BAK (plus de 7 jours) => "));
+  EXPECT_TRUE(log.Has(u"Skip file backup ["));
+  EXPECT_FALSE(dir.Exists(old_name));
+  auto names = Listing(dir);
+  ASSERT_EQ(names.size(), 2u) << "one dated backup and the file";
+  EXPECT_EQ(names[1], "s.xml");
+  EXPECT_EQ(dir.Read(base::Widen(names[0])), "v1");
+  EXPECT_EQ(dir.Read(u"s.xml"), "v3");
+}
+
+// Each operation the saver depends on fails in turn: the result, the log and the previous
+// content under the file's name (or in its backup) are checked.
+TEST(SaveFile, EveryFailureKeepsThePreviousContent) {
+  using os::fault::Op;
+  struct Row {
+    const char* what;
+    Op op;
+    int nth;
+    std::int32_t backups;  // numbered backups, 0 for the safety copy
+    bool append;
+    std::u16string line;
+    const char16_t* where_old;  // where the previous content is afterwards
+  } rows[] = {
+      {"move aside", Op::kMoveFile, 1, 0, false, u"Error while moving file: ", u"f.txt"},
+      {"move to backup", Op::kMoveFile, 1, 2, false, u"Error while moving file : ", u"f.txt"},
+      {"open", Op::kOpenFile, 1, 0, false, u"Original file restored from automatic backup",
+       u"f.txt"},
+      {"write", Op::kWrite, 1, 0, false, u"Error WriteFile 5 : ", u"f.txt"},
+      {"short write", Op::kShortWrite, 1, 0, false, u"Error WriteFile ", u"f.txt"},
+      {"flush", Op::kFlush, 1, 0, false, u"Error WriteFile 5 : ", u"f.txt"},
+      {"write, numbered", Op::kWrite, 1, 2, false, u"Original file restored from backup", u"f.txt"},
+      {"restore after write", Op::kMoveFile, 2, 0, false,
+       u"Error while trying to restore the original file: ", u"f.txt.001.tmp"},
+      {"block", Op::kAlloc, 1, 0, false, u"Error while trying to restore the original file: ",
+       u"f.txt.001.tmp"},
+  };
+  for (const auto& row : rows) {
+    TempDir dir;
+    dir.Write(u"f.txt", "previous");
+    LogCapture log;
+    bool saved;
+    {
+      os::fault::Scope faults;
+      os::fault::Arm(row.op, os::kErrorAccessDenied, row.nth);
+      if (row.op == Op::kMoveFile && row.nth == 2) os::fault::Arm(Op::kWrite, os::kErrorAccessDenied);
+      saved = SaveFile(dir.u16(u"f.txt"), u"replacement", true, 2, false, 1252, row.backups,
+                       row.append, u"", 0, 0);
+    }
+    EXPECT_FALSE(saved) << row.what;
+    EXPECT_TRUE(log.Has(row.line)) << row.what;
+    EXPECT_EQ(dir.Read(row.where_old), "previous") << row.what;
+  }
+}
+
+TEST(SaveFile, FolderCreationFailureChangesNothing) {
+  TempDir dir;
+  os::fault::Scope faults;
+  os::fault::Arm(os::fault::Op::kCreateFolder, os::kErrorAccessDenied, 1, 0);
+  EXPECT_FALSE(SaveUtf8(dir.u16(u"new\\f.txt"), u"x"));
+  EXPECT_TRUE(Listing(dir).empty());
+}
+
+TEST(SaveFile, InterruptedSaveIsPutBackBeforeReading) {
+  TempDir dir;
+  dir.Write(u"c.xml", "partial");
+  dir.Write(u"c.xml.001.tmp", "complete");
+  LogCapture log;
+  EXPECT_TRUE(mStringTools::RecoverInterruptedSave(dir.u16(u"c.xml")));
+  EXPECT_EQ(dir.Read(u"c.xml"), "complete");
+  EXPECT_FALSE(dir.Exists(u"c.xml.001.tmp"));
+  EXPECT_TRUE(log.Has(u"Interrupted save: previous file restored from "));
+  // Nothing to do the second time, and a file with no safety copy is left alone.
+  EXPECT_FALSE(mStringTools::RecoverInterruptedSave(dir.u16(u"c.xml")));
+  EXPECT_EQ(dir.Read(u"c.xml"), "complete");
+  // A save that died before writing anything leaves only the safety copy.
+  dir.Write(u"d.xml.001.tmp", "only copy");
+  EXPECT_TRUE(mStringTools::RecoverInterruptedSave(dir.u16(u"d.xml")));
+  EXPECT_EQ(dir.Read(u"d.xml"), "only copy");
+}
+
+TEST(BackupFileName, FirstFreeNumberThenRotation) {
+  TempDir dir;
+  const std::u16string base = dir.u16(u"a.xml");
+  EXPECT_EQ(mStringTools::BackupFileName(base, 3, u".bak"), base + u".001.bak");
+  for (const char16_t* n : {u"a.xml.001.bak", u"a.xml.002.bak", u"a.xml.003.bak"}) dir.Write(n, base::Narrow(n));
+  EXPECT_EQ(mStringTools::BackupFileName(base, 3, u".bak"), base + u".003.bak");
+  EXPECT_EQ(dir.Read(u"a.xml.001.bak"), "a.xml.002.bak");
+  EXPECT_EQ(dir.Read(u"a.xml.002.bak"), "a.xml.003.bak");
+  EXPECT_FALSE(dir.Exists(u"a.xml.003.bak"));
+  EXPECT_EQ(mStringTools::BackupFileName(base, 1000, u".tmp"), base + u".001.tmp");
+}
+
+TEST(Dates, ParseAndFormatByLetterPositions) {
+  struct Row {
+    const char16_t* text;
+    const char16_t* format;
+    const char16_t* expected;  // formatted back as yyyy-mm-dd hh:nn:ss
+  } rows[] = {
+      {u"2026-11-15_05-30-12", u"yyyy-mm-dd_hh-nn-ss", u"2026-11-15 05:30:12"},
+      {u"20120113130217", u"yyyymmddhhnnss", u"2012-01-13 13:02:17"},
+      {u"2026-13-01_00-00-00", u"YYYY-MM-DD_HH-NN-SS", u"2027-01-01 00:00:00"},  // carry
+      {u"2026-02-30", u"yyyy-mm-dd", u"2026-03-02 00:00:00"},
+      {u"x", u"yyyy", u"1899-12-30 00:00:00"},  // no digits: the zero date
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(base::FormatDate(mStringTools::ParseDate(row.text, row.format), u"yyyy-mm-dd hh:nn:ss"),
+              row.expected)
+        << base::Narrow(row.text);
+  }
+  EXPECT_EQ(base::MinutesBetween(base::MakeDate(2026, 1, 1, 10, 59, 59),
+                                 base::MakeDate(2026, 1, 1, 11, 0, 0)),
+            1);
+  EXPECT_EQ(base::DaysBetween(base::MakeDate(2026, 1, 1, 23, 59, 0), base::MakeDate(2026, 1, 2, 0, 1, 0)),
+            1);
+}
+
+TEST(LastBackupDate, NewestStampWins) {
+  TempDir dir;
+  EXPECT_EQ(mStringTools::LastBackupDate(dir.u16(u"s.xml"), u"yyyy-mm-dd_hh-nn-ss"), 0.0);
+  for (const char16_t* n : {u"s_2025-01-02_03-04-05.xml", u"s_2026-06-01_00-00-00.xml",
+                            u"s_2024-12-31_23-59-59.xml", u"s_2026-05-31_23-59-59.xml"})
+    dir.Write(n, "x");
+  EXPECT_EQ(base::FormatDate(mStringTools::LastBackupDate(dir.u16(u"s.xml"), u"yyyy-mm-dd_hh-nn-ss"),
+                             u"yyyy-mm-dd hh:nn:ss"),
+            u"2026-06-01 00:00:00");
+}
+
+TEST(LoadTextFile, DetectsAndReportsTheEncoding) {
+  struct Row {
+    std::string bytes;
+    std::u16string text;
+    std::int32_t encoding;
+  } rows[] = {
+      {"plain", u"plain", 3},
+      {"caf\xC3\xA9", u"caf\u00E9", 2},
+      {"\xEF\xBB\xBF" "caf\xC3\xA9", u"caf\u00E9", 2},  // the mark is dropped
+      {"caf\xE9", u"caf\u00E9", 3},
+      {"", u"", 0},
+  };
+  for (const auto& row : rows) {
+    TempDir dir;
+    const std::u16string path = dir.Write(u"t.txt", row.bytes);
+    std::int32_t encoding = 0;
+    bool with_bom = false;
+    bool changed = false;
+    EXPECT_EQ(mGlobal::LoadTextFile(path, false, true, encoding, with_bom, changed), row.text);
+    EXPECT_EQ(encoding, row.encoding) << row.bytes;
+  }
+  TempDir dir;
+  EXPECT_EQ(mGlobal::LoadTextFile(dir.u16(u"missing.txt")), u"");
+}
+
+}  // namespace
