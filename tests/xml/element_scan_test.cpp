@@ -4,162 +4,174 @@
 
 #include <random>
 
+#include "support/xml_generate.h"
 #include "support/xml_structure.h"
-#include "xml/comment_cut.h"
-#include "xml/scan.h"
 
 namespace {
 
-using testing_support::CompareClosings;
 using testing_support::CompareStructures;
+using testing_support::ElementRecord;
 using testing_support::IndexedStructure;
+using testing_support::ReadMode;
 using testing_support::ReferenceStructure;
 
-const char16_t* const kTokens[] = {u"<a>",
-                                   u"</a>",
-                                   u"<A>",
-                                   u"</A>",
-                                   u"<a/>",
-                                   u"<a />",
-                                   u"<ab>",
-                                   u"</ab>",
-                                   u"<a x=\"1\">",
-                                   u"<a\tx=\"1\">",
-                                   u"<!--",
-                                   u"-->",
-                                   u"<![CDATA[",
-                                   u"]]>",
-                                   u"<?xml version=\"1.0\"?>",
-                                   u"<?xml",
-                                   u"?>",
-                                   u"<!DOCTYPE x>",
-                                   u"<",
-                                   u">",
-                                   u"/",
-                                   u" ",
-                                   u"\"",
-                                   u"'",
-                                   u"=",
-                                   u"x",
-                                   u"\r\n",
-                                   u"<b>",
-                                   u"</b>",
-                                   u"<b/>",
-                                   u"&lt;",
-                                   u"<a",
-                                   u"</a",
-                                   u"\u00C9",
-                                   u"<\u00E9>",
-                                   u"</\u00C9>",
-                                   u"<//a>",
-                                   u"<<a>",
-                                   u"</<a>",
-                                   u"<-",
-                                   u"!",
-                                   u"-",
-                                   u"<?XML a>",
-                                   u"</?XML>",
-                                   u"<>",
-                                   u"</>",
-                                   u"< >",
-                                   u"<a b='1'>",
-                                   u"<a b=\"<a>\">",
-                                   u"<!>",
-                                   u"<!-->",
-                                   u"<!---->"};
-
-std::u16string Soup(std::mt19937& rng, int max_tokens) {
-  std::uniform_int_distribution<int> count(1, max_tokens);
-  std::uniform_int_distribution<std::size_t> pick(0, std::size(kTokens) - 1);
-  std::u16string s;
-  for (int n = count(rng); n > 0; --n) s += kTokens[pick(rng)];
-  return s;
-}
-
-const char16_t* const kNames[] = {u"a", u"A", u"ab", u"b", u"\u00E9", u"\u00C9", u"a\tb", u"x"};
-const char16_t* const kTexts[] = {
-    u"1", u" x ",    u"<![CDATA[1<2]]>", u"<!-- c -->", u"a&lt;b",
-    u"",  u"\r\n\t", u"<!DOCTYPE y>",    u"<",          u"<!-- <a> -->"};
-const char16_t* const kAttrs[] = {u" k=\"v\"", u" k='v'", u" k=\"v",     u" a b=\"1\" c = \"2\"",
-                                  u"",         u"",       u" k=\"<a>\"", u" /"};
-
-void Tree(std::mt19937& rng, std::u16string& out, int depth, int& budget) {
-  auto pick = [&](std::size_t n) {
-    return std::uniform_int_distribution<std::size_t>(0, n - 1)(rng);
-  };
-  const std::u16string name = kNames[pick(std::size(kNames))];
-  std::u16string close = name;
-  if (pick(4) == 0) close = pick(2) ? std::u16string(u"A") : std::u16string(u"\u00C9");
-  out += u"<" + name + kAttrs[pick(std::size(kAttrs))];
-  --budget;
-  if (pick(5) == 0) {
-    out += u"/>";
-    return;
-  }
-  out += u">";
-  if (depth > 0 && budget > 0 && pick(3) != 0) {
-    for (std::size_t n = pick(4) + 1; n > 0 && budget > 0; --n) {
-      if (pick(3) == 0) out += pick(2) ? u"\r\n\t" : kTexts[pick(std::size(kTexts))];
-      Tree(rng, out, depth - 1, budget);
+// One line per element: depth, name, {attribute text}, then "/" self-closing, "!" not read,
+// ":" element content, or "=" and the text content; "-" where no tag was found.
+std::vector<std::u16string> Outline(const testing_support::Structure& s) {
+  std::vector<std::u16string> out;
+  for (const ElementRecord& e : s.elements) {
+    std::u16string line(e.depth, u' ');
+    if (!e.found) {
+      out.push_back(line + u"-");
+      continue;
     }
-  } else {
-    out += kTexts[pick(std::size(kTexts))];
+    line += e.name;
+    if (e.has_attributes) line.append(u"{").append(e.attributes).append(u"}");
+    if (e.self_closing)
+      line += u"/";
+    else if (!e.ok)
+      line += u"!";
+    else if (e.element_content)
+      line += u":";
+    else
+      line.append(u"=").append(s.prepared, e.content_begin, e.content_end - e.content_begin);
+    out.push_back(line);
   }
-  out += u"</" + (pick(6) == 0 ? std::u16string(kNames[pick(std::size(kNames))]) : name) + u">";
+  return out;
 }
 
-std::u16string Mutated(std::mt19937& rng) {
-  auto pick = [&](std::size_t n) {
-    return std::uniform_int_distribution<std::size_t>(0, n - 1)(rng);
+void ExpectIndexAgrees(std::u16string_view text) {
+  for (bool full : {false, true}) {
+    ReadMode mode;
+    mode.full_parse = full;
+    const auto diff =
+        CompareStructures(ReferenceStructure(text, mode), IndexedStructure(text, mode));
+    ASSERT_FALSE(diff) << *diff << "\nin " << testing::PrintToString(std::u16string(text))
+                       << (full ? " (full parse)" : " (element parse)");
+  }
+}
+
+TEST(ElementScan, ReadsWhatTheElementParseReads) {
+  struct Row {
+    std::u16string text;
+    std::vector<std::u16string> outline;
+  } rows[] = {
+      {u"<a>x</A>", {u"a=x"}},
+      {u"<r><ab/><a>1</a></r>", {u"r:", u" ab/", u" a=1"}},
+      {u"<r><a k='v'/></r>", {u"r:", u" a{k='v'}/"}},
+      {u"<r><a><a>1</a></a></r>", {u"r:", u" a:", u"  a=1"}},
+      {u"<r><a>1</a></b></r>", {u"r:", u" a=1"}},        // a stray closing tag ends the list
+      {u"<r><a>1</b></r>", {u"r:"}},                     // no closing tag: no child
+      {u"<r><a><b></a></b></r>", {u"r:", u" a:"}},       // "<b>" is not closed inside a
+      {u"<r>\r\n\t<a\tk=\"1\">x</a>\r\n</r>", {u"r:"}},  // the tab is in the name
+      {u"<r><!-- <a>x</a> --><b/></r>", {u"r:", u" b/"}},
+      {u"<r><a>x<!-- open</a></r>", {u"r:", u" a=x<!-- open"}},
+      {u"<r><a><![CDATA[1<2]]></a></r>", {u"r:", u" a=<![CDATA[1<2]]>"}},
+      {u"<r><!DOCTYPE x><a/></r>", {u"r=<!DOCTYPE x><a/>"}},  // "<!" content is text
+      {u"<?xml version=\"1.0\"?><r><a/></r>", {u"r:", u" a/"}},
+      {u"<r><a>1</a><b>2</b>tail</r>", {u"r:", u" a=1", u" b=2"}},
+      {u"<r><a/><b></r>", {u"r:", u" a/"}},
+      {u"<r> x </r>", {u"r= x "}},
+      {u"<r><a </a></r>", {u"r:", u" a{</a}!"}},  // the closing tag is in the tag
+      {u"<r/>", {u"r/"}},
+      {u"x", {u"-"}},
+      {u"", {u"-"}},
   };
-  std::u16string s;
-  if (pick(3) == 0) s += u"<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n";
-  int budget = 12;
-  Tree(rng, s, 4, budget);
-  for (std::size_t n = pick(4); n > 0 && !s.empty(); --n) {
-    const std::size_t at = pick(s.size() + 1);
-    switch (pick(3)) {
-      case 0:
-        s.insert(at, kTokens[pick(std::size(kTokens))]);
-        break;
-      case 1:
-        s.erase(at, pick(6));
-        break;
-      default:
-        s.insert(at, s.substr(pick(s.size()), pick(8)));
-        break;
-    }
+  for (const auto& row : rows) {
+    EXPECT_EQ(Outline(IndexedStructure(row.text, {})), row.outline)
+        << testing::PrintToString(row.text);
+    ExpectIndexAgrees(row.text);
   }
-  return s;
 }
 
-TEST(ElementScan, SoupAgrees) {
+TEST(ElementScan, AgreesWithTheRulesOnGeneratedMarkup) {
   std::mt19937 rng(12345);
-  long stats[5] = {};
-  for (int round = 0; round < 200000; ++round) {
-    const std::u16string text = round % 2 ? Soup(rng, 24) : Mutated(rng);
-    ASSERT_EQ(xml::DeleteRemsOnePass(text, u"<!--", u"-->"),
-              xml::DeleteRems(text, u"<!--", u"-->"));
-    for (bool full : {false, true}) {
-      testing_support::ReadMode mode;
-      mode.full_parse = full;
-      auto r = ReferenceStructure(text, mode);
-      auto i = IndexedStructure(text, mode);
-      auto diff = CompareStructures(r, i);
-      ASSERT_FALSE(diff) << *diff << "\nin " << testing::PrintToString(text);
-      stats[0] += r.elements.size() >= 2;
-      stats[1] += r.elements.size() >= 4;
-      for (auto& e : r.elements) {
-        stats[2] += e.has_declaration;
-        stats[3] += (e.found && !e.ok);
-        stats[4] += e.element_content;
-      }
-      auto closings = CompareClosings(r.prepared);
-      ASSERT_FALSE(closings) << *closings;
-    }
+  for (int round = 0; round < 30000; ++round) {
+    const std::u16string text =
+        round % 2 ? testing_support::MarkupSoup(rng, 24) : testing_support::MangledTree(rng, 12);
+    ExpectIndexAgrees(text);
+    if (HasFatalFailure()) return;
   }
-  for (long x : stats) printf("%ld ", x);
-  printf("\n");
+}
+
+TEST(ElementScan, DeclarationsBeforeAndAfterCommentsAreCut) {
+  // The element parse cuts declarations before comments, the full parse after: here the
+  // comment hides the first "?>" from one and not from the other.
+  const std::u16string text = u"<?xml v<!-- ?> -->?><r/>";
+  auto element = xml::ScannedText::ForElementParse(text);
+  EXPECT_EQ(element->DeclarationAttributes(), u"v<!-- ");
+  EXPECT_EQ(element->Text().substr(element->Top().begin), u" -->?><r/>");
+  auto full = xml::ScannedText::ForFullParse(text);
+  EXPECT_EQ(full->DeclarationAttributes(), u"v");
+  EXPECT_EQ(full->Text().substr(full->Top().begin), u"<r/>");
+  ExpectIndexAgrees(text);
+
+  auto only_comment = xml::ScannedText::ForElementParse(u"<?xml a?><!-- x -->");
+  EXPECT_TRUE(only_comment->HasDeclaration());
+  EXPECT_FALSE(only_comment->SleepTextEmpty());  // the node keeps "<!-- x -->" asleep
+  EXPECT_TRUE(xml::ScannedText::ForElementParse(u"<?xml a?>")->SleepTextEmpty());
+}
+
+// Walks the whole tree from the index, without recursion; returns the element count and the
+// deepest element's content.
+std::size_t WalkAll(const xml::ScannedText& doc, std::u16string_view* deepest) {
+  std::size_t count = 0;
+  std::size_t max_depth = 0;
+  struct Item {
+    xml::ElementScan scan;
+    std::size_t depth;
+  };
+  std::vector<Item> stack{{xml::ScanElement(doc, doc.Top(), xml::DeclarationRule::kNone), 0}};
+  while (!stack.empty()) {
+    const Item item = stack.back();
+    stack.pop_back();
+    if (!item.scan.found) continue;
+    ++count;
+    if (item.depth >= max_depth) {
+      max_depth = item.depth;
+      *deepest = doc.Text().substr(item.scan.content_begin,
+                                   item.scan.content_end - item.scan.content_begin);
+    }
+    if (!item.scan.element_content) continue;
+    xml::ChildCursor children(doc, item.scan);
+    xml::ElementSpan span;
+    xml::ElementScan child;
+    while (children.Next(span, child, xml::DeclarationRule::kAll))
+      stack.push_back({child, item.depth + 1});
+  }
+  return count;
+}
+
+TEST(ElementScan, MillionLevelsAndMillionSiblings) {
+  const std::size_t n = 1000000;
+  std::u16string deep;
+  deep.reserve(n * 7 + 4);
+  for (std::size_t i = 0; i < n; ++i) deep += u"<d>";
+  deep += u"leaf";
+  for (std::size_t i = 0; i < n; ++i) deep += u"</d>";
+  std::u16string_view deepest;
+  auto doc = xml::ScannedText::ForElementParse(std::move(deep));
+  EXPECT_EQ(WalkAll(*doc, &deepest), n);
+  EXPECT_EQ(deepest, u"leaf");
+
+  std::u16string wide = u"<r>";
+  for (std::size_t i = 0; i < n; ++i) wide += u"<i>v</i>";
+  wide += u"</r>";
+  doc = xml::ScannedText::ForElementParse(std::move(wide));
+  EXPECT_EQ(WalkAll(*doc, &deepest), n + 1);
+  EXPECT_EQ(deepest, u"v");
+}
+
+TEST(ElementScan, UnterminatedCommentOrCdataAtEveryCut) {
+  // A document cut short at every position, and with "<!--" or "<![CDATA[" pushed in there.
+  const std::u16string whole =
+      u"<?xml version=\"1.0\"?><r a=\"1\"><!-- c --><b><![CDATA[x<y]]></b><c k=\"2\"/></r>";
+  for (std::size_t cut = 0; cut <= whole.size(); ++cut) {
+    ExpectIndexAgrees(whole.substr(0, cut));
+    ExpectIndexAgrees(whole.substr(0, cut) + u"<!--" + whole.substr(cut));
+    ExpectIndexAgrees(whole.substr(0, cut) + u"<![CDATA[" + whole.substr(cut));
+    if (HasFatalFailure()) return;
+  }
 }
 
 }  // namespace
