@@ -269,6 +269,8 @@ bool ChildCursor::Next(ElementSpan& child, ElementScan& scan, DeclarationRule ru
   child.end = t.end;
   child.first_tag = static_cast<std::uint32_t>(tag_);
   tag_ = t.after;
+  // The next child's tag is read next: ask for its text now, while this one is read.
+  if (tag_ < index_->TagCount()) __builtin_prefetch(text_.data() + index_->Position(tag_));
   if (rule != DeclarationRule::kNone && DeclarationInside(*index_, child.begin, child.end)) {
     scan = ScanElement(text_, *index_, child, rule);
   } else {

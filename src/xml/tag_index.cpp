@@ -4,6 +4,10 @@
 #include <string>
 #include <unordered_map>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "base/trap.h"
 #include "xml/char_search.h"
 #include "xml/scan.h"
@@ -52,6 +56,73 @@ class KeyTable {
   std::uint32_t next_ = 0;
 };
 
+// Where "<", ">" and " " lie, 64 characters at a time: one vector pass classifies a block and
+// every tag in it is then found with bit operations, instead of a new search per tag.
+class Marks {
+ public:
+  static constexpr unsigned kLt = 1, kGt = 2, kSpace = 4;
+
+  Marks(const char16_t* text, std::size_t n) : s_(text), n_(n) {}
+
+  // The first position at or after `pos` holding one of the chosen characters, or n.
+  template <unsigned kWhich>
+  std::size_t Next(std::size_t pos) {
+    while (pos < n_) {
+      const std::size_t base = pos & ~std::size_t{63};
+      if (base != base_) Load(base);
+      std::uint64_t m = 0;
+      if (kWhich & kLt) m |= lt_;
+      if (kWhich & kGt) m |= gt_;
+      if (kWhich & kSpace) m |= sp_;
+      m &= ~std::uint64_t{0} << (pos - base);
+      if (m != 0) return base + static_cast<std::size_t>(__builtin_ctzll(m));
+      pos = base + 64;
+    }
+    return n_;
+  }
+
+ private:
+  void Load(std::size_t base) {
+    base_ = base;
+    lt_ = gt_ = sp_ = 0;
+    const char16_t* p = s_ + base;
+#if defined(__SSE2__)
+    if (base + 64 <= n_) {
+      const __m128i lt = _mm_set1_epi16(u'<');
+      const __m128i gt = _mm_set1_epi16(u'>');
+      const __m128i sp = _mm_set1_epi16(u' ');
+      for (int k = 0; k < 4; ++k) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * k));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * k + 8));
+        const int shift = 16 * k;
+        lt_ |= static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(
+                   _mm_packs_epi16(_mm_cmpeq_epi16(a, lt), _mm_cmpeq_epi16(b, lt)))))
+               << shift;
+        gt_ |= static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(
+                   _mm_packs_epi16(_mm_cmpeq_epi16(a, gt), _mm_cmpeq_epi16(b, gt)))))
+               << shift;
+        sp_ |= static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(
+                   _mm_packs_epi16(_mm_cmpeq_epi16(a, sp), _mm_cmpeq_epi16(b, sp)))))
+               << shift;
+      }
+      return;
+    }
+#endif
+    const std::size_t count = n_ - base < 64 ? n_ - base : 64;
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::uint64_t bit = std::uint64_t{1} << i;
+      if (p[i] == u'<') lt_ |= bit;
+      if (p[i] == u'>') gt_ |= bit;
+      if (p[i] == u' ') sp_ |= bit;
+    }
+  }
+
+  const char16_t* s_;
+  std::size_t n_;
+  std::size_t base_ = ~std::size_t{0};
+  std::uint64_t lt_ = 0, gt_ = 0, sp_ = 0;
+};
+
 class Builder {
  public:
   Builder(std::u16string_view text, std::vector<std::uint32_t>& position,
@@ -61,7 +132,8 @@ class Builder {
         position_(position),
         closing_(closing),
         declarations_(declarations),
-        keys_(s_) {}
+        keys_(s_),
+        marks_(s_, n_) {}
 
   // Indexes the whole text; false when stopped at the first "<!--" (with stop_at_comment).
   bool Run(bool stop_at_comment);
@@ -98,7 +170,7 @@ class Builder {
   void ChainPush(std::uint32_t key, std::uint32_t tag);
   void ChainClose(std::uint32_t key, std::uint32_t tag);
   void ComputeRawNameKeys(std::size_t first, std::size_t count, std::size_t gt);
-  void ActivateSlashFamily();
+  void ActivateSlashFamily(std::uint32_t current);
 
   const char16_t* s_;
   std::size_t n_;
@@ -106,14 +178,15 @@ class Builder {
   std::vector<std::uint32_t>& closing_;
   std::vector<std::uint32_t>& declarations_;
   KeyTable keys_;
+  Marks marks_;
   std::vector<std::vector<std::uint32_t>> chains_;  // per name identity, unpaired openings
 
   Family plain_;  // ordinary names
   Family bang_;   // names beginning "!" or "?": CDATA sections, document types, declarations
   Family slash_;  // names beginning "/": every closing tag is also an opening of "/name"
-  // Until a closing tag of a "/name" shows up ("<//x>"), openings of "/name" are only marked.
+  // Every closing tag is also an opening of "/name", but only a "<//name>" can close one. Until
+  // such a tag shows up, they are not kept; then the text before it is read again, once.
   bool slash_active_ = false;
-  std::vector<std::uint32_t> slash_marked_;
 
   std::vector<std::uint32_t> name_end_;  // per tag of the current group
   std::vector<std::uint32_t> raw_key_;   // per tag of the current group, when needed
@@ -124,22 +197,43 @@ bool Builder::Run(bool stop_at_comment) {
   const char16_t* s = s_;
   const std::size_t n = n_;
   std::size_t pos = 0;
+  plain_.stack.reserve(64);
   while (true) {
-    const std::size_t q = FindChar(s, pos, n, u'<');
+    const std::size_t q = marks_.Next<Marks::kLt>(pos);
     if (q == n) return true;
     if (stop_at_comment && IsComment(q)) return false;
-    // The usual tag, "<name>" or "<name attributes>", alone up to its ">". Names are short, so
-    // a plain loop looks for their end before the vector search takes over.
-    std::size_t c = q + 1;
-    const std::size_t short_end = std::min(n, q + 17);
-    while (c < short_end && s[c] != u'>' && s[c] != u' ' && s[c] != u'<') ++c;
-    if (c == short_end) c = FindChar3(s, c, n, u'>', u' ', u'<');
+    // The usual tag, "<name>" or "<name attributes>", alone up to its ">".
+    const std::size_t c = marks_.Next<Marks::kLt | Marks::kGt | Marks::kSpace>(q + 1);
     if (c < n && s[c] != u'<') {
-      const std::size_t gt = s[c] == u'>' ? c : FindChar2(s, c + 1, n, u'>', u'<');
+      const std::size_t gt = s[c] == u'>' ? c : marks_.Next<Marks::kLt | Marks::kGt>(c + 1);
       if (gt < n && s[gt] == u'>') {
         const std::uint32_t tag = AddTag(q);
-        Tag(tag, q, c, gt, gt, s[gt - 1] == u'/', tag, 1);
         pos = gt + 1;
+        const char16_t first = s[q + 1];
+        const bool self_closing = s[gt - 1] == u'/';
+        if (first == u'/' && c == gt && slash_active_ == false && !self_closing) {
+          // "</name>": pairs with the top opening when the names agree; its own opening of
+          // "/name" is not kept (see slash_active_).
+          const std::size_t key = q + 2;
+          const std::size_t length = gt - key;
+          auto& stack = plain_.stack;
+          if (length != 0 && !stack.empty() && stack.back().length == length && s[key] != u'/' &&
+              s[key] != u'!' && s[key] != u'?') {
+            const Open& top = stack.back();
+            if (EqualFolded(s + top.name, s + key, length) && !Paired(top.tag)) {
+              closing_[top.tag] = tag;
+              stack.pop_back();
+              if (plain_.interned > stack.size()) plain_.interned = stack.size();
+              continue;
+            }
+          }
+        } else if (!self_closing && c - q > 1 && first != u'/' && first != u'!' && first != u'?') {
+          // "<name ...>": an opening of an ordinary name.
+          plain_.stack.push_back(
+              {tag, static_cast<std::uint32_t>(q + 1), static_cast<std::uint32_t>(c - q - 1)});
+          continue;
+        }
+        Tag(tag, q, c, gt, gt, self_closing, tag, 1);
         continue;
       }
     }
@@ -157,7 +251,7 @@ std::size_t Builder::Group(std::size_t q, bool stop_at_comment, bool& stopped) {
   name_end_.assign(1, kNo);
   std::size_t unnamed = 0;
   std::size_t pos = q + 1;
-  std::size_t c = FindChar3(s_, pos, n_, u'>', u' ', u'<');
+  std::size_t c = marks_.Next<Marks::kLt | Marks::kGt | Marks::kSpace>(pos);
   while (true) {
     if (c == n_) return n_;  // no ">" after these: they open nothing, and no later tag closes
     if (s_[c] == u'>') break;
@@ -173,8 +267,8 @@ std::size_t Builder::Group(std::size_t q, bool stop_at_comment, bool& stopped) {
       name_end_.push_back(kNo);
     }
     pos = c + 1;
-    c = unnamed < name_end_.size() ? FindChar3(s_, pos, n_, u'>', u' ', u'<')
-                                   : FindChar2(s_, pos, n_, u'>', u'<');
+    c = unnamed < name_end_.size() ? marks_.Next<Marks::kLt | Marks::kGt | Marks::kSpace>(pos)
+                                   : marks_.Next<Marks::kLt | Marks::kGt>(pos);
   }
   const std::size_t gt = c;
   for (; unnamed < name_end_.size(); ++unnamed) name_end_[unnamed] = static_cast<std::uint32_t>(gt);
@@ -222,7 +316,7 @@ void Builder::Tag(std::uint32_t tag, std::size_t q, std::size_t name_end, std::s
         Close(plain_, tag, key, length);
       } else {
         Family& family = FamilyOf(key, length);
-        if (&family == &slash_ && !slash_active_) ActivateSlashFamily();
+        if (&family == &slash_ && !slash_active_) ActivateSlashFamily(tag);
         Close(family, tag, key, length);
       }
     }
@@ -241,9 +335,7 @@ opening:
     return;
   }
   Family& family = FamilyOf(q + 1, length);
-  if (&family == &slash_ && !slash_active_) {
-    slash_marked_.push_back(tag);
-  } else {
+  if (&family != &slash_ || slash_active_) {
     family.stack.push_back(
         {tag, static_cast<std::uint32_t>(q + 1), static_cast<std::uint32_t>(length)});
   }
@@ -317,16 +409,29 @@ void Builder::ComputeRawNameKeys(std::size_t first, std::size_t count, std::size
   raw_keys_ready_ = true;
 }
 
-void Builder::ActivateSlashFamily() {
+void Builder::ActivateSlashFamily(std::uint32_t current) {
   slash_active_ = true;
-  for (std::uint32_t tag : slash_marked_) {
-    const std::size_t name = position_[tag] + std::size_t{1};
-    const std::size_t end = FindChar2(s_, name, n_, u' ', u'>');
-    slash_.stack.push_back(
-        {tag, static_cast<std::uint32_t>(name), static_cast<std::uint32_t>(end - name)});
+  // The openings of "/name" among the tags before the current one, in order: tags whose name
+  // starts with "/", holds no "<" and whose ">" does not follow a "/". One forward pass.
+  const std::size_t tags = position_.size();
+  std::size_t k = 0;
+  while (k < current) {
+    const std::size_t q = position_[k];
+    // The group of tags sharing the first ">" after q, and the name end of each.
+    const std::size_t gt = FindChar(s_, q + 1, n_, u'>');
+    std::size_t last = k;
+    while (last + 1 < tags && position_[last + 1] < gt) ++last;
+    const bool self_closing = gt < n_ && s_[gt - 1] == u'/';
+    for (std::size_t i = k; i <= last && i < current; ++i) {
+      const std::size_t p = position_[i];
+      const std::size_t next = i < last ? position_[i + 1] : gt;
+      const std::size_t name_end = FindChar2(s_, p + 1, next, u' ', u'>');
+      if (gt < n_ && !self_closing && s_[p + 1] == u'/' && name_end < next + (next == gt))
+        slash_.stack.push_back({static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(p + 1),
+                                static_cast<std::uint32_t>(name_end - p - 1)});
+    }
+    k = last + 1;
   }
-  slash_marked_.clear();
-  slash_marked_.shrink_to_fit();
 }
 
 }  // namespace
