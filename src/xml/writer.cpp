@@ -13,8 +13,9 @@
 // Doing that literally re-indents a subtree once per ancestor. The writer emits every line
 // once instead, with the number of tabs the levels above would have given it: a line that holds
 // "]]>" (or "<![CDATA[" and "]]>") closes any section for every level; a line that holds only
-// "<![CDATA[" opens one for the levels that began at or before it, that is, those at its depth
-// or above; the levels that begin later (deeper nodes after it, or siblings) indent as usual.
+// "<![CDATA[" opens one for the levels that began at or before it, that is, those of its node
+// and its ancestors; the levels that begin later (any node that starts after it, deeper or a
+// sibling) indent as usual.
 // So the text is built in one pass, in time proportional to its length, without recursion.
 #include "base/text.h"
 #include "base/trap.h"
@@ -96,10 +97,13 @@ struct cXmlNode::Writer {
     }
   }
 
-  void NewLine(std::int32_t depth) {
+  // A line at `depth`; `new_node` when it begins a node of its own (a child or a sibling), whose
+  // level then starts after any section opened before.
+  void NewLine(std::int32_t depth, bool new_node = false) {
     MarkLine();
     out.append(u"\r\n");
-    if (blind > depth) blind = depth;
+    const std::int32_t started_before = new_node ? depth - 1 : depth;
+    if (blind > started_before) blind = started_before;
     out.append(static_cast<std::size_t>(depth - blind), u'\t');
     line_start = out.size();
     line_depth = depth;
@@ -191,7 +195,7 @@ struct cXmlNode::Writer {
         XmlNodePtr child = frame.node->childs_[frame.next++];
         const std::int32_t depth = frame.depth + 1;
         bool child_utf8 = frame.utf8;
-        NewLine(depth);
+        NewLine(depth, true);
         child->WakeUp(true);
         if (child->extras_ && !child->extras_->xml_encoding.empty())
           child_utf8 = IsUtf8Name(child->extras_->xml_encoding);
