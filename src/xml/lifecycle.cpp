@@ -74,3 +74,57 @@ std::int32_t cXmlNode::GetRefCount(const XmlNodePtr& node) {
     return static_cast<std::int32_t>(node.use_count());
   });
 }
+
+void cXmlNode::Sleep() {
+  base::Trap(base::InSub(u"cXmlNode.Sleep"), [&] {
+    const XmlNodePtr keep = Self();
+    // Who holds what, counted once for the whole subtree: the nodes are listed level by level
+    // (each node's children together, after it), so every count can be summed from the back.
+    // A node nobody holds below goes to sleep whole; one that is held stays awake and its
+    // children are tried in order, as if Sleep were called on each.
+    struct Entry {
+      cXmlNode* node;
+      std::size_t parent;
+      std::size_t first_child = 0;
+      std::size_t child_count = 0;
+      std::int64_t external = 0;
+    };
+    std::vector<Entry> order{{this, 0}};
+    for (std::size_t i = 0; i < order.size(); ++i) {
+      cXmlNode* node = order[i].node;
+      if (!node->sleep_.empty()) continue;
+      order[i].first_child = order.size();
+      order[i].child_count = node->childs_.size();
+      for (const auto& child : node->childs_) order.push_back({child.get(), i});
+    }
+    for (std::size_t i = order.size(); i-- > 1;) {
+      const Entry& e = order[i];
+      // Holders besides the parent's list entry and the reference taken to ask.
+      order[e.parent].external += e.external + (e.node->Self().use_count() - 2);
+    }
+    std::vector<std::size_t> to_visit{0};
+    while (!to_visit.empty()) {
+      const Entry& e = order[to_visit.back()];
+      to_visit.pop_back();
+      if (e.external != 0) {
+        for (std::size_t k = e.child_count; k-- > 0;) to_visit.push_back(e.first_child + k);
+        continue;
+      }
+      cXmlNode* node = e.node;
+      if (!node->sleep_.empty()) continue;
+      const auto fall_asleep = [node] {
+        const XmlNodePtr hold = node->Self();
+        std::u16string text = node->XmlData();
+        if (text.empty()) base::Raise(base::kInvalidCall);  // the writer failed: stay awake
+        node->sleep_ = xml::SleepText::Owned(std::move(text));
+        node->DropChildList();
+        node->RequestSaveSleepData();
+      };
+      if (node == this) {
+        fall_asleep();
+      } else {
+        base::Trap(base::InSub(u"cXmlNode.Sleep"), fall_asleep);
+      }
+    }
+  });
+}

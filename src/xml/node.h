@@ -255,10 +255,64 @@ class cXmlNode : public std::enable_shared_from_this<cXmlNode> {
                                               const std::vector<std::int32_t>& lengths,
                                               std::int32_t separator_length);
 
+  // ---- Reading (parser.cpp) ------------------------------------------------------------------
+
+  // Reads an element from text into this node: its name, attributes and text, and keeps the
+  // element's text asleep; the children are built one level at a time as members need them.
+  // Raises Modified(""). An empty text changes nothing but the sleep text.
+  void XmlData(std::u16string_view xml_data);
+  // Reads a whole element subtree into this node at once (children deleted first, with events).
+  void XmlData___NonRecursif(std::u16string_view xml_data);
+  // The reader's rules, as members (positions 1-based, 0 for none; see xml/scan.h):
+  // the next element tag at or after start, with the characters up to the end of its closing
+  // tag in length and its name in tag_name.
+  std::int32_t NextTag(std::u16string_view text, std::int32_t start, std::int32_t& length,
+                       std::u16string& tag_name);
+  // The "</tag_name>" that closes the element whose "<" is at start - 1, nesting counted.
+  std::int32_t FindTagEnd(std::u16string_view text, std::int32_t start,
+                          std::u16string_view tag_name);
+  // Reads one element's text into this node (name, attributes, raw content); false when its
+  // closing tag does not match (the name stays set).
+  bool GetTagInfo(std::u16string_view element);
+  // Replaces the attributes by those of a tag's attribute text (values decoded).
+  void GetTagAttribs(std::u16string_view attribute_text);
+  // Whether the content from start on is element markup.
+  static bool IsXML(std::u16string_view text, std::int32_t start);
+  // Without space, tab, CR and LF at both ends.
+  static std::u16string xTrim(std::u16string_view text);
+  // Cuts every start_mark ... end_mark stretch; stops at a start mark with no end after it.
+  static std::u16string DeleteRems(std::u16string_view text, std::u16string_view start_mark,
+                                   std::u16string_view end_mark);
+
+  // ---- Writing (writer.cpp) -----------------------------------------------------------------
+
+  // This node and its subtree as text: one element per line, children one tab deeper, CR LF
+  // between lines, "<a/>" for an empty element. Wakes what sleeps.
+  std::u16string XmlData();
+  // Obsolete name of XmlData.
+  std::u16string BuiltXML();
+  // EncodeSpecialChars, then UTF-8 bytes as characters when XMLEncoding is "utf-8".
+  std::u16string EncodeText(std::u16string_view text) const;
+  // Puts level copies of the indent string's first character before every line (lines are
+  // split at CR LF), leaving the lines inside a CDATA section as they are.
+  static std::u16string Indent(std::u16string_view text, std::int32_t level,
+                               std::u16string_view indent_string);
+
+  // ---- Sorting (sort.cpp) -------------------------------------------------------------------
+
+  // Reorders the children by keys read from each child: "a:attr", "c:child", "c:child/a:attr",
+  // "name", separated by ",". Numeric columns compare by value, text columns without regard to
+  // case; equal keys keep their order (ascending) or reverse it (descending). With
+  // recursive_depth >= 1 (or -1: all levels) the children are sorted first. Raises no event.
+  void SortChilds(std::u16string_view sort_key, bool ascendant = true,
+                  std::int32_t recursive_depth = 0, bool raise_events = false);
+
   // ---- Lifecycle and navigation -------------------------------------------------------------
 
-  // Reads an element from text into this node, keeping its subtree asleep.
-  void XmlData(std::u16string_view xml_data);
+  // Keeps this subtree as text only (offered to the application through SaveSleepData). A node
+  // that something outside the tree holds below it stays awake, and puts to sleep the branches
+  // nobody holds instead.
+  void Sleep();
   bool IsSleeping() const;
   // Builds the children from the sleep text (all levels when full, one level otherwise) with
   // events locked; a node whose text an application stored is asked back through
@@ -398,6 +452,11 @@ class cXmlNode : public std::enable_shared_from_this<cXmlNode> {
   // Invariant to keep: a node that is some node's parent_ either lists that node or has
   // parent_of_orphan_ set.
   void ParseSleepText(const xml::SleepText& text, bool full);
+
+  // The reader's and the writer's workings (parser.cpp, writer.cpp, sort.cpp).
+  struct Reader;
+  struct Writer;
+  struct Sorter;
 
   cXmlNode* parent_ = nullptr;
   ChildList childs_;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "xml/node.h"
+#include "xml/node_internal.h"
 #include "xml_test_util.h"
 
 namespace {
@@ -44,6 +45,99 @@ TEST(XmlLifecycle, RefCountsSeeHoldersOutsideTheTree) {
   XmlNodeTestPeer::SetSleepText(*a, u"<a/>");
   EXPECT_EQ(a->ExternalRefCount(), 0);
   EXPECT_TRUE(a->IsSleeping());
+}
+
+using xml_test::Dump;
+
+XmlNodePtr Sample() {
+  XmlNodePtr root = cXmlNode::Create();
+  root->XmlData(
+      u"<root v=\"1\"><a><a1 k=\"x\">1</a1><a2/></a><b><b1><![CDATA[<q>\r\n]]></b1></b></root>");
+  root->WakeUp(true);
+  return root;
+}
+
+TEST(XmlLifecycle, SleepKeepsTheTextAndWakingBringsTheSameTreeQuietly) {
+  XmlNodePtr root = Sample();
+  const std::u16string before = Dump(root);
+  Lines events;
+  auto rec = Recorder::On({root}, events);
+  XmlNodePtr a = root->Child(1);
+  a->Sleep();
+  EXPECT_TRUE(a->IsSleeping());
+  EXPECT_EQ(XmlNodeTestPeer::SleepText(*a), u"<a>\r\n\t<a1 k=\"x\">1</a1>\r\n\t<a2/>\r\n</a>");
+  EXPECT_EQ(events, Lines{u"root:SaveSleepData(a,<a>\r\n\t<a1 k=\"x\">1</a1>\r\n\t<a2/>\r\n</a>)"});
+  a.reset();
+  events.clear();
+  root->Sleep();
+  EXPECT_TRUE(root->IsSleeping());
+  EXPECT_EQ(root->Name(), u"root");  // what is read without waking stays
+  EXPECT_EQ(root->Attribut(u"v"), u"1");
+  events.clear();
+  EXPECT_EQ(root->ChildCount(), 2);  // one level
+  EXPECT_EQ(Dump(root), before);
+  EXPECT_EQ(events, Lines{});
+  root->Sleep();
+  root->WakeUp(true);
+  EXPECT_FALSE(root->IsSleeping());
+  EXPECT_EQ(Dump(root), before);
+}
+
+TEST(XmlLifecycle, SleepSparesTheBranchesHeldFromOutside) {
+  XmlNodePtr root = Sample();
+  XmlNodePtr held = root->FindNode(u"a1", true);
+  root->Sleep();
+  EXPECT_FALSE(root->IsSleeping());
+  EXPECT_FALSE(root->Child(1)->IsSleeping());
+  EXPECT_TRUE(root->Child(2)->IsSleeping());  // nobody holds anything below b
+  // Nothing is held below the held node itself or its sibling: both sleep, in place.
+  EXPECT_TRUE(held->IsSleeping());
+  EXPECT_TRUE(root->Child(1)->Child(2)->IsSleeping());
+  EXPECT_EQ(held->Parent(), root->Child(1));
+  held->Value(u"2");
+  EXPECT_EQ(root->ChildValue(u"b"), u"");
+  EXPECT_EQ(root->GetChildValue(u"a.a1"), u"2");
+}
+
+TEST(XmlLifecycle, StoredSleepTextComesBackThroughRestore) {
+  XmlNodePtr root = Sample();
+  const std::u16string before = Dump(root);
+  Lines events;
+  auto rec = Recorder::On({root}, events);
+  rec->keep_sleep_text = true;
+  XmlNodePtr b = root->Child(2);
+  b->Sleep();
+  EXPECT_EQ(XmlNodeTestPeer::SleepText(*b), u"_-_STORED_-_");
+  EXPECT_EQ(b->ChildCount(), 1);
+  EXPECT_EQ(events.back(), u"root:RestoreSleepData(b)");
+  EXPECT_EQ(Dump(root), before);
+  // A handler that gives nothing back leaves the node empty.
+  b->Sleep();
+  rec->kept.clear();
+  EXPECT_EQ(b->ChildCount(), 0);
+  EXPECT_FALSE(b->IsSleeping());
+}
+
+TEST(XmlLifecycle, DeepTreesSleepWakeAndGoWithoutRecursion) {
+  const std::int64_t live = cXmlNode::LiveNodeCount();
+  const std::size_t depth = 100000;
+  std::u16string text;
+  for (std::size_t i = 0; i < depth; ++i) text += u"<e>";
+  for (std::size_t i = 0; i < depth; ++i) text += u"</e>";
+  XmlNodePtr root = cXmlNode::Create();
+  root->XmlData___NonRecursif(text);
+  EXPECT_EQ(root->NodeCount(), static_cast<std::int32_t>(depth - 1));
+  XmlNodePtr deepest = root;
+  while (deepest->ChildCount() > 0) deepest = deepest->Child(1);
+  // Held at the bottom: every level stays awake, nothing sleeps.
+  root->Sleep();
+  EXPECT_FALSE(root->IsSleeping());
+  deepest.reset();
+  root->Child(1)->Release();
+  root->Sleep();
+  EXPECT_TRUE(root->IsSleeping());
+  root.reset();
+  EXPECT_EQ(cXmlNode::LiveNodeCount(), live);
 }
 
 }  // namespace

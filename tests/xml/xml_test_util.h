@@ -67,6 +67,44 @@ inline std::u16string ChildNames(const XmlNodePtr& node) {
   return names;
 }
 
+// A tree as one line, for comparisons: name, [attributes], "raw value", {children; ...}.
+// Reading it wakes the nodes one level at a time, as ChildCount does. Walks without recursion.
+inline std::u16string Dump(const XmlNodePtr& top) {
+  std::u16string out;
+  struct Frame {
+    XmlNodePtr node;
+    std::int32_t next;
+  };
+  std::vector<Frame> stack;
+  const auto open = [&](const XmlNodePtr& n) {
+    out += n->Name();
+    if (n->AttrCount() > 0) {
+      out += u"[";
+      for (std::int32_t i = 1; i <= n->AttrCount(); ++i) {
+        if (i > 1) out += u",";
+        out += n->AttrName(i) + u"=" + n->Attribut(n->AttrName(i));
+      }
+      out += u"]";
+    }
+    if (!n->RawValue().empty()) out += u"\"" + n->RawValue() + u"\"";
+    stack.push_back({n, 0});
+  };
+  open(top);
+  while (!stack.empty()) {
+    Frame& f = stack.back();
+    const std::int32_t count = f.node->ChildCount();
+    if (f.next == count) {
+      if (count > 0) out += u"}";
+      stack.pop_back();
+      continue;
+    }
+    out += f.next == 0 ? u"{" : u";";
+    const XmlNodePtr child = f.node->Child(++f.next);
+    open(child);
+  }
+  return out;
+}
+
 // Every line sent to the debug log while it lives.
 struct LogCapture {
   std::vector<std::u16string> lines;
