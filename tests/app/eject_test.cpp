@@ -49,13 +49,13 @@ class PortableFolder {
   TempDir dir_;
 };
 
-struct Run {
+struct Shown {
   std::vector<std::pair<std::u16string, std::uint32_t>> boxes;  // text, flags
 };
 
 // Runs the sequence, answering the boxes in order with `answers` (then OK).
-Run RunWithAnswers(std::vector<std::int32_t> answers) {
-  Run run;
+Shown RunWithAnswers(std::vector<std::int32_t> answers) {
+  Shown run;
   os::fault::Scope faults;
   std::size_t next = 0;
   os::fault::SetMessageBoxAnswer([&](const os::MessageBoxParams& p) {
@@ -100,7 +100,7 @@ TEST(RunEject, Scenarios) {
     if (row.closer_plan) dir.Write(u"TvAppsClose/TvAppsClose" + kExe + u".plan", row.closer_plan);
     if (row.stale_result) dir.Write(u"TvAppsClose/TvAppsClose.out", row.stale_result);
 
-    Run run = RunWithAnswers({row.confirm});
+    Shown run = RunWithAnswers({row.confirm});
 
     ASSERT_EQ(run.boxes.size(), row.texts.size());
     for (std::size_t i = 0; i < row.texts.size(); ++i) EXPECT_EQ(run.boxes[i].first, row.texts[i]);
@@ -123,7 +123,7 @@ TEST(RunEject, LanguageTextShowsTheCountEverywhere) {
             "<Languages><en name=\"English\"><Message><AppStillRunning>%count% running, %count% "
             "left\\nCancelled</AppStillRunning></Message></en></Languages>");
   dir.Write(u"TvAppsClose/TvAppsClose" + kExe + u".plan", "out 2\r\n");
-  Run run = RunWithAnswers({os::kIdOk});
+  Shown run = RunWithAnswers({os::kIdOk});
   ASSERT_EQ(run.boxes.size(), 2u);
   EXPECT_EQ(run.boxes[1].first, u"2 running, 2 left\r\nCancelled");
   // The language file is written only on the path that reaches the ejector.
@@ -134,7 +134,7 @@ TEST(RunEject, InvalidConfigurationStopsBeforeAnything) {
   PortableFolder folder;
   const TempDir& dir = folder.dir();
   dir.Write(u"TvEject/TvEject.xml", "<tarvelusbeject/>");
-  Run run = RunWithAnswers({});
+  Shown run = RunWithAnswers({});
   ASSERT_EQ(run.boxes.size(), 1u);
   EXPECT_EQ(run.boxes[0].first, u"Invalid configuration file");
   EXPECT_EQ(run.boxes[0].second & 0xFF, 16u);

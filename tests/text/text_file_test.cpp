@@ -120,8 +120,8 @@ TEST(SaveFile, DatedBackupsAtMostOnePerPeriodAndExpire) {
   EXPECT_FALSE(dir.Exists(old_name));
   auto names = Listing(dir);
   ASSERT_EQ(names.size(), 2u) << "one dated backup and the file";
-  EXPECT_EQ(names[1], "s.xml");
-  EXPECT_EQ(dir.Read(base::Widen(names[0])), "v1");
+  EXPECT_EQ(names[0], "s.xml");
+  EXPECT_EQ(dir.Read(base::Widen(names[1])), "v1");
   EXPECT_EQ(dir.Read(u"s.xml"), "v3");
 }
 
@@ -217,7 +217,7 @@ TEST(Dates, ParseAndFormatByLetterPositions) {
       {u"20120113130217", u"yyyymmddhhnnss", u"2012-01-13 13:02:17"},
       {u"2026-13-01_00-00-00", u"YYYY-MM-DD_HH-NN-SS", u"2027-01-01 00:00:00"},  // carry
       {u"2026-02-30", u"yyyy-mm-dd", u"2026-03-02 00:00:00"},
-      {u"x", u"yyyy", u"1899-12-30 00:00:00"},  // no digits: the zero date
+      {u"05/30/12 2026-11-15", u"hh/nn/ss yyyy-mm-dd", u"2026-11-15 05:30:12"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(base::FormatDate(mStringTools::ParseDate(row.text, row.format), u"yyyy-mm-dd hh:nn:ss"),
