@@ -41,7 +41,9 @@ XmlNodePtr Walk(std::u16string_view path) {
 
 }  // namespace
 
-const XmlNodePtr& ConfigTree() { return Tree(); }
+const XmlNodePtr& ConfigTree() {
+  return Tree();
+}
 
 std::u16string ConfigFileName() {
   std::u16string folder = ProgramFolder();

@@ -11,7 +11,9 @@ std::u16string& Override() {
   return path;
 }
 
-std::u16string ProgramFile() { return Override().empty() ? os::ModuleFileName() : Override(); }
+std::u16string ProgramFile() {
+  return Override().empty() ? os::ModuleFileName() : Override();
+}
 
 }  // namespace
 
@@ -31,6 +33,8 @@ std::u16string ProgramBaseName() {
   return ext.empty() ? name : name.substr(0, name.size() - ext.size() - 1);
 }
 
-void SetProgramFile(std::u16string_view path) { Override() = std::u16string(path); }
+void SetProgramFile(std::u16string_view path) {
+  Override() = std::u16string(path);
+}
 
 }  // namespace mGlobal

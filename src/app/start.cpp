@@ -71,9 +71,11 @@ std::int32_t ParseCount(std::u16string_view text) {
   // The longest leading piece that reads as a decimal number: sign, digits, a point, digits,
   // an exponent.
   std::string number;
-  if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) number += static_cast<char>(text[i++]);
+  if (i < text.size() && (text[i] == u'+' || text[i] == u'-'))
+    number += static_cast<char>(text[i++]);
   auto digits = [&] {
-    while (i < text.size() && text[i] >= u'0' && text[i] <= u'9') number += static_cast<char>(text[i++]);
+    while (i < text.size() && text[i] >= u'0' && text[i] <= u'9')
+      number += static_cast<char>(text[i++]);
   };
   digits();
   if (i < text.size() && text[i] == u'.') {
@@ -81,14 +83,20 @@ std::int32_t ParseCount(std::u16string_view text) {
     ++i;
     digits();
   }
-  if (i < text.size() && (text[i] == u'e' || text[i] == u'E') && number.find_first_of("0123456789") != std::string::npos) {
+  if (i < text.size() && (text[i] == u'e' || text[i] == u'E') &&
+      number.find_first_of("0123456789") != std::string::npos) {
     std::size_t mark = i;
     std::string exponent = "e";
     ++i;
-    if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) exponent += static_cast<char>(text[i++]);
+    if (i < text.size() && (text[i] == u'+' || text[i] == u'-'))
+      exponent += static_cast<char>(text[i++]);
     std::size_t before = exponent.size();
-    while (i < text.size() && text[i] >= u'0' && text[i] <= u'9') exponent += static_cast<char>(text[i++]);
-    if (exponent.size() > before) number += exponent; else i = mark;
+    while (i < text.size() && text[i] >= u'0' && text[i] <= u'9')
+      exponent += static_cast<char>(text[i++]);
+    if (exponent.size() > before)
+      number += exponent;
+    else
+      i = mark;
   }
   if (number.find_first_of("0123456789") == std::string::npos) return 0;
   double value = std::strtod(number.c_str(), nullptr);
@@ -142,8 +150,8 @@ void RunEject() {
   }
 
   std::int32_t shell_result = 0;
-  if (!mSyncShell::ShellExec(mGlobal::ProgramFolder() + u"\\TvDiskEjector" + std::u16string(kExe), 1,
-                             u"/retry", u"", u"", 0, shell_result)) {
+  if (!mSyncShell::ShellExec(mGlobal::ProgramFolder() + u"\\TvDiskEjector" + std::u16string(kExe),
+                             1, u"/retry", u"", u"", 0, shell_result)) {
     Box(Text(u"Messages.Errors.TvDiskEjectorRunError", kEjectErrorDefault), 16);
   }
   mLang::SaveLangFile();

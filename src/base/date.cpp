@@ -104,12 +104,24 @@ std::u16string FormatDate(Date date, std::u16string_view format) {
       case u'y':
         AppendPadded(out, run <= 2 ? p.year % 100 : p.year, run <= 2 ? 2 : run);
         break;
-      case u'm': AppendPadded(out, p.month, run); break;
-      case u'd': AppendPadded(out, p.day, run); break;
-      case u'h': AppendPadded(out, p.hour, run); break;
-      case u'n': AppendPadded(out, p.minute, run); break;
-      case u's': AppendPadded(out, p.second, run); break;
-      default: out.append(run, c); break;
+      case u'm':
+        AppendPadded(out, p.month, run);
+        break;
+      case u'd':
+        AppendPadded(out, p.day, run);
+        break;
+      case u'h':
+        AppendPadded(out, p.hour, run);
+        break;
+      case u'n':
+        AppendPadded(out, p.minute, run);
+        break;
+      case u's':
+        AppendPadded(out, p.second, run);
+        break;
+      default:
+        out.append(run, c);
+        break;
     }
     i += run;
   }

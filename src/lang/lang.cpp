@@ -15,7 +15,9 @@ std::u16string ReplaceAll(std::u16string text, std::u16string_view from, std::u1
 
 }  // namespace
 
-XmlNodePtr cLang::Xml() const { return xml_; }
+XmlNodePtr cLang::Xml() const {
+  return xml_;
+}
 
 void cLang::Xml(const XmlNodePtr& node) {
   base::Trap(base::InProperty(u"cLang.Xml"), [&] { xml_ = node; });
@@ -92,9 +94,8 @@ std::u16string cLang::LocalChildValue(const XmlNodePtr& Node, std::u16string_vie
 
 void cLang::LocalChildValue(const XmlNodePtr& Node, std::u16string_view ChildName,
                             std::u16string_view Value) {
-  base::Trap(base::InProperty(u"cLang.LocalChildValue"), [&] {
-    Node->ChildValue(std::u16string(ChildName) + u"." + LangID(), Value);
-  });
+  base::Trap(base::InProperty(u"cLang.LocalChildValue"),
+             [&] { Node->ChildValue(std::u16string(ChildName) + u"." + LangID(), Value); });
 }
 
 namespace mLang {

@@ -138,7 +138,11 @@ void SaveLangFile() {
   });
 }
 
-XmlNodePtr LanguageDocument() { return Current().document; }
-std::u16string LanguageFilePath() { return Current().path; }
+XmlNodePtr LanguageDocument() {
+  return Current().document;
+}
+std::u16string LanguageFilePath() {
+  return Current().path;
+}
 
 }  // namespace mLang

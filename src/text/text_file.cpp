@@ -38,7 +38,8 @@ std::u16string WithoutExtension(std::u16string_view name) {
     // A name ending in a dot has an empty extension but still loses the dot.
     std::size_t slash = name.find_last_of(u"\\/");
     std::size_t start = slash == std::u16string_view::npos ? 0 : slash + 1;
-    if (name.size() > start && name.back() == u'.') return std::u16string(name.substr(0, name.size() - 1));
+    if (name.size() > start && name.back() == u'.')
+      return std::u16string(name.substr(0, name.size() - 1));
     return std::u16string(name);
   }
   return std::u16string(name.substr(0, name.size() - ext.size() - 1));
@@ -132,7 +133,8 @@ std::u16string LoadTextFile(std::u16string_view FileName, bool Raw, bool AutoDet
   if (Raw) return mStringTools::BytesToStr(bytes);
   if (AutoDetect) {
     Encoding = 0;
-    std::u16string text = mStringTools::StrDataToUnicode(bytes, Encoding, 1252, WithBOM, BOMChanged);
+    std::u16string text =
+        mStringTools::StrDataToUnicode(bytes, Encoding, 1252, WithBOM, BOMChanged);
     DebugLog(u"Loaded text file as " + mStringTools::EncodingName(Encoding) + u" (auto) : " +
              std::u16string(FileName));
     return text;
@@ -210,9 +212,9 @@ std::uint32_t WriteError() {
 }  // namespace
 
 bool SaveFile(std::u16string_view FileName, const std::u16string& Data, bool IsText,
-              std::int32_t Encoding, bool WithBOM, std::uint32_t CodePage,
-              std::int32_t BackupCount, bool Append, std::u16string_view BackupFolder,
-              std::int32_t BackupDays, std::int32_t BackupMinutes) {
+              std::int32_t Encoding, bool WithBOM, std::uint32_t CodePage, std::int32_t BackupCount,
+              bool Append, std::u16string_view BackupFolder, std::int32_t BackupDays,
+              std::int32_t BackupMinutes) {
   std::u16string backup_name;
   std::u16string temp_name;
   bool restore_needed = false;
@@ -231,8 +233,7 @@ bool SaveFile(std::u16string_view FileName, const std::u16string& Data, bool IsT
       std::u16string target_folder;
       if (!BackupFolder.empty()) target_folder = folder + u"\\" + std::u16string(BackupFolder);
       const std::u16string in_target =
-          target_folder.empty() ? name
-                                : target_folder + u"\\" + mFileUtils::FileNameOnly(name);
+          target_folder.empty() ? name : target_folder + u"\\" + mFileUtils::FileNameOnly(name);
       if (BackupCount >= 1) {
         if (!target_folder.empty() && !mFileUtils::CreateFolder(target_folder)) return;
         backup_name = BackupFileName(in_target, BackupCount, u".bak");
@@ -273,7 +274,8 @@ bool SaveFile(std::u16string_view FileName, const std::u16string& Data, bool IsT
                                       os::kAttributeNormal | os::kFileFlagRandomAccess);
     if (file == os::kInvalidHandle) return;
 
-    if (Append && os::SetFilePointer(file, 0, nullptr, os::kFileEnd) == os::kInvalidSetFilePointer) {
+    if (Append &&
+        os::SetFilePointer(file, 0, nullptr, os::kFileEnd) == os::kInvalidSetFilePointer) {
       std::uint32_t error = os::GetLastError();
       DebugLog(u"Error while setting file pointer to FILE_END => " + ToText(error) + u" : " +
                mFileUtils::SystemErrorText(error));
@@ -299,8 +301,9 @@ bool SaveFile(std::u16string_view FileName, const std::u16string& Data, bool IsT
     }
 
     std::uint32_t written = 0;
-    bool ok = size == 0 || (os::WriteFile(file, block, static_cast<std::uint32_t>(size), &written) &&
-                            written == size);
+    bool ok =
+        size == 0 ||
+        (os::WriteFile(file, block, static_cast<std::uint32_t>(size), &written) && written == size);
     std::uint32_t error = ok ? 0 : WriteError();
     // The new content must be on the device before the old one is let go.
     if (ok && !os::FlushFileBuffers(file)) {
@@ -346,7 +349,8 @@ std::u16string BackupFileName(std::u16string_view BaseName, std::int32_t MaxCoun
       ++n;
       if (n == MaxCount + 1) {
         mFileUtils::KillFile(numbered(1), -1);
-        for (std::int32_t k = 2; k <= MaxCount; ++k) mFileUtils::MoveFileTo(numbered(k), numbered(k - 1));
+        for (std::int32_t k = 2; k <= MaxCount; ++k)
+          mFileUtils::MoveFileTo(numbered(k), numbered(k - 1));
         return numbered(MaxCount);
       }
       candidate = numbered(n);

@@ -46,9 +46,9 @@ namespace mStringTools {
 // bytes. Append adds to the end and sets nothing aside. True when the whole content reached the
 // device; on false the previous file is back under its name.
 bool SaveFile(std::u16string_view FileName, const std::u16string& Data, bool IsText,
-              std::int32_t Encoding, bool WithBOM, std::uint32_t CodePage,
-              std::int32_t BackupCount, bool Append, std::u16string_view BackupFolder,
-              std::int32_t BackupDays, std::int32_t BackupMinutes);
+              std::int32_t Encoding, bool WithBOM, std::uint32_t CodePage, std::int32_t BackupCount,
+              bool Append, std::u16string_view BackupFolder, std::int32_t BackupDays,
+              std::int32_t BackupMinutes);
 
 // The name to move the current file to in the numbered scheme: BaseName + ".001" + Ext, or the
 // first free number; when all MaxCount numbers are taken, 001 is deleted, the others move down

@@ -50,7 +50,9 @@ TEST_F(ConfigTest, BadFilesAreRefusedAndNeverRewritten) {
   } rows[] = {
       {"empty", ""},
       {"binary", std::string("\x00\x01\x02\xFF\xFE\x00\x10", 7)},
-      {"UTF-16 big-endian", std::string("\xFE\xFF\x00<\x00T\x00a\x00r\x00v\x00" "e\x00l", 16)},
+      {"UTF-16 big-endian", std::string("\xFE\xFF\x00<\x00T\x00a\x00r\x00v\x00"
+                                        "e\x00l",
+                                        16)},
       {"root in other case", "<tarvelusbeject><Language>en</Language></tarvelusbeject>"},
       {"truncated", "<TarvelUSBEject><Language>en</Lang"},
       {"a megabyte of nesting", deep},
@@ -73,8 +75,9 @@ TEST_F(ConfigTest, BadFilesAreRefusedAndNeverRewritten) {
 }
 
 TEST_F(ConfigTest, AccessorsWalkDottedPathsAndMarkChanges) {
-  Load("\xEF\xBB\xBF<TarvelUSBEject><Language file=\"x.xml\">en</Language><Other k=\"v\"/>"
-       "</TarvelUSBEject>");
+  Load(
+      "\xEF\xBB\xBF<TarvelUSBEject><Language file=\"x.xml\">en</Language><Other k=\"v\"/>"
+      "</TarvelUSBEject>");
   ASSERT_TRUE(loaded_);
   EXPECT_TRUE(boxes_.empty());
   const XmlNodePtr& tree = mGlobal::ConfigTree();
@@ -107,7 +110,8 @@ TEST_F(ConfigTest, AccessorsWalkDottedPathsAndMarkChanges) {
 }
 
 TEST_F(ConfigTest, AnInterruptedSaveIsPutBackBeforeLoading) {
-  dir_.Write(u"TvEject.xml.001.tmp", "<TarvelUSBEject><UserLanguage>de</UserLanguage></TarvelUSBEject>");
+  dir_.Write(u"TvEject.xml.001.tmp",
+             "<TarvelUSBEject><UserLanguage>de</UserLanguage></TarvelUSBEject>");
   Load("<TarvelUSBEject><UserLang");  // what the pulled stick left
   EXPECT_TRUE(loaded_);
   EXPECT_EQ(mGlobal::GetConfigValue(u"UserLanguage"), u"de");

@@ -75,7 +75,9 @@ TEST(EjectInTerminal, ConfirmCancelAndStillRunning) {
     bool ejector_started;
   } rows[] = {
       {"cancel", "out 0", {"c"}, {"Tarvel USB Eject v2.0.12", "[1] OK  [2] Cancel"}, false},
-      {"two still running", "out 2", {"1", ""},
+      {"two still running",
+       "out 2",
+       {"1", ""},
        {"p\xC3\xA9riph\xC3\xA9rique USB !", "(Information) Il reste encore des applications"},
        false},
       {"nothing left", "out 0", {"ok"}, {"[1] OK  [2] Cancel"}, true},
@@ -99,6 +101,9 @@ TEST(EjectInTerminal, ConfirmCancelAndStillRunning) {
       EXPECT_NE(found, std::string::npos) << "missing \"" << text << "\" in:\n" << screen;
       if (found != std::string::npos) at = found;
     }
+    for (int i = 0; row.ejector_started && i < 100 && !dir.Exists(u"TvEject/TvDiskEjector.args");
+         ++i)
+      usleep(50000);
     EXPECT_EQ(dir.Read(u"TvEject/TvDiskEjector.args"), row.ejector_started ? "/retry\n" : "");
   }
 }

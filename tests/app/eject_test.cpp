@@ -11,6 +11,7 @@
 #include "app/start.h"
 #include "base/text.h"
 #include "os/fault.h"
+#include "os/process.h"
 #include "os/ui.h"
 #include "support/temp_dir.h"
 
@@ -26,7 +27,8 @@ const std::u16string kExe = u"";
 #endif
 
 const char kConfig[] =
-    "<TarvelUSBEject>\r\n\t<UserLanguage/>\r\n\t<Language file=\"TvEject_lng.xml\">fr</Language>\r\n"
+    "<TarvelUSBEject>\r\n\t<UserLanguage/>\r\n\t<Language "
+    "file=\"TvEject_lng.xml\">fr</Language>\r\n"
     "</TarvelUSBEject>";
 
 // A portable folder: <root>/TvEject/{TvEject, TvEject.xml, TvDiskEjector} and
@@ -38,7 +40,8 @@ class PortableFolder {
     fs::create_directories(dir_.path() / "TvAppsClose");
     const fs::path companion(testing_support::HelperProgram(u"fake_companion"));
     fs::copy_file(companion, fs::path(dir_.u16(u"TvEject/TvDiskEjector" + kExe)));
-    if (with_closer) fs::copy_file(companion, fs::path(dir_.u16(u"TvAppsClose/TvAppsClose" + kExe)));
+    if (with_closer)
+      fs::copy_file(companion, fs::path(dir_.u16(u"TvAppsClose/TvAppsClose" + kExe)));
     dir_.Write(u"TvEject/TvEject.xml", kConfig);
     mGlobal::SetProgramFile(dir_.u16(u"TvEject/TvEject" + kExe));
   }
@@ -48,6 +51,12 @@ class PortableFolder {
  private:
   TempDir dir_;
 };
+
+// The ejector is started without waiting for it: give it a bounded moment to leave its record.
+std::string RecordOf(const TempDir& dir, const std::u16string& name, bool expected) {
+  for (int i = 0; expected && i < 100 && !dir.Exists(name); ++i) os::Sleep(50);
+  return dir.Read(name);
+}
 
 struct Shown {
   std::vector<std::pair<std::u16string, std::uint32_t>> boxes;  // text, flags
@@ -66,7 +75,8 @@ Shown RunWithAnswers(std::vector<std::int32_t> answers) {
   return run;
 }
 
-const std::u16string kIntro = u"Tarvel USB Eject ferme tous les programmes du p\u00E9riph\u00E9rique USB !";
+const std::u16string kIntro =
+    u"Tarvel USB Eject ferme tous les programmes du p\u00E9riph\u00E9rique USB !";
 const std::u16string kStillRunning =
     u"Il reste encore des applications en cours d'ex\u00E9cution.\r\n\r\nD\u00E9connexion USB "
     u"annul\u00E9e";
@@ -77,9 +87,9 @@ TEST(RunEject, Scenarios) {
   struct Row {
     const char* name;
     bool with_closer;
-    const char* closer_plan;     // nullptr: writes nothing
-    const char* stale_result;    // a result file left from an earlier run
-    std::int32_t confirm;        // answer to the first box
+    const char* closer_plan;            // nullptr: writes nothing
+    const char* stale_result;           // a result file left from an earlier run
+    std::int32_t confirm;               // answer to the first box
     std::vector<std::u16string> texts;  // every box shown, in order
     bool closer_started;
     bool ejector_started;
@@ -88,8 +98,14 @@ TEST(RunEject, Scenarios) {
       {"closer missing", false, nullptr, nullptr, os::kIdOk, {kIntro, kCloseError}, false, false},
       {"count 0", true, "out 0", nullptr, os::kIdOk, {kIntro}, true, true},
       {"count 2", true, "out 2", nullptr, os::kIdOk, {kIntro, kStillRunning}, true, false},
-      {"count with blanks and a word", true, "out   3 apps", nullptr, os::kIdOk,
-       {kIntro, kStillRunning}, true, false},
+      {"count with blanks and a word",
+       true,
+       "out   3 apps",
+       nullptr,
+       os::kIdOk,
+       {kIntro, kStillRunning},
+       true,
+       false},
       {"not a number", true, "out abc", nullptr, os::kIdOk, {kIntro}, true, true},
       {"stale result, closer writes nothing", true, nullptr, "5", os::kIdOk, {kIntro}, true, true},
   };
@@ -105,10 +121,13 @@ TEST(RunEject, Scenarios) {
     ASSERT_EQ(run.boxes.size(), row.texts.size());
     for (std::size_t i = 0; i < row.texts.size(); ++i) EXPECT_EQ(run.boxes[i].first, row.texts[i]);
     EXPECT_EQ(run.boxes[0].second & 0xFF, 1u) << "OK and Cancel";
-    if (row.texts.size() > 1) EXPECT_EQ(run.boxes[1].second & 0xFF, row.texts[1] == kCloseError ? 16u : 64u);
+    if (row.texts.size() > 1)
+      EXPECT_EQ(run.boxes[1].second & 0xFF, row.texts[1] == kCloseError ? 16u : 64u);
 
-    EXPECT_EQ(dir.Read(u"TvAppsClose/TvAppsClose" + kExe + u".args"), row.closer_started ? "/now /out\n" : "");
-    EXPECT_EQ(dir.Read(u"TvEject/TvDiskEjector" + kExe + u".args"), row.ejector_started ? "/retry\n" : "");
+    EXPECT_EQ(dir.Read(u"TvAppsClose/TvAppsClose" + kExe + u".args"),
+              row.closer_started ? "/now /out\n" : "");
+    EXPECT_EQ(RecordOf(dir, u"TvEject/TvDiskEjector" + kExe + u".args", row.ejector_started),
+              row.ejector_started ? "/retry\n" : "");
     // The result file is gone whenever the closer ran; a cancel touches nothing.
     EXPECT_EQ(dir.Exists(u"TvAppsClose/TvAppsClose.out"), row.confirm == os::kIdCancel);
   }
@@ -147,11 +166,12 @@ TEST(ParseCount, LeadingNumberRoundedHalfToEven) {
     const char16_t* text;
     std::int32_t count;
   } rows[] = {
-      {u"3", 3},     {u"   3", 3},  {u"3\r\n", 3}, {u"3 apps", 3}, {u"", 0},
-      {u"abc", 0},   {u"2.5", 2},   {u"3.5", 4},   {u"-1", -1},    {u"1e1", 10},
-      {u"\t7", 7},   {u".5", 0},    {u"1.5x", 2},  {u"9e99", 2147483647},
+      {u"3", 3},   {u"   3", 3}, {u"3\r\n", 3}, {u"3 apps", 3},        {u"", 0},
+      {u"abc", 0}, {u"2.5", 2},  {u"3.5", 4},   {u"-1", -1},           {u"1e1", 10},
+      {u"\t7", 7}, {u".5", 0},   {u"1.5x", 2},  {u"9e99", 2147483647},
   };
-  for (const auto& row : rows) EXPECT_EQ(app::ParseCount(row.text), row.count) << base::Narrow(row.text);
+  for (const auto& row : rows)
+    EXPECT_EQ(app::ParseCount(row.text), row.count) << base::Narrow(row.text);
 }
 
 }  // namespace

@@ -31,7 +31,8 @@ struct LogCapture {
 
 std::vector<std::string> Listing(const TempDir& dir) {
   std::vector<std::string> names;
-  for (const auto& e : fs::directory_iterator(dir.path())) names.push_back(e.path().filename().string());
+  for (const auto& e : fs::directory_iterator(dir.path()))
+    names.push_back(e.path().filename().string());
   std::sort(names.begin(), names.end());
   return names;
 }
@@ -54,17 +55,23 @@ TEST(SaveFile, EncodingsGiveTheExactBytes) {
     std::string bytes;
   } rows[] = {
       {2, false, u"caf\u00E9", "caf\xC3\xA9"},
-      {2, true, u"a", "\xEF\xBB\xBF" "a"},
-      {1, true, u"a", std::string("\xFF\xFE" "a\0", 4)},
-      {1, false, u"\u0416", std::string("\x16\x04", 2)},  // Cyrillic alone stays UTF-16
-      {3, true, u"\u00E9\u20AC", "\xE9\x80"},             // code page 1252, never a mark
+      {2, true, u"a",
+       "\xEF\xBB\xBF"
+       "a"},
+      {1, true, u"a",
+       std::string("\xFF\xFE"
+                   "a\0",
+                   4)},
+      {1, false, u"\u0416", std::string("\x16\x04", 2)},   // Cyrillic alone stays UTF-16
+      {3, true, u"\u00E9\u20AC", "\xE9\x80"},              // code page 1252, never a mark
       {2, false, u"\u041F\u0440\u0438\u0432\u0435\u0442",  // "Privet": no guessing of our text
        "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"},
   };
   for (const auto& row : rows) {
     TempDir dir;
     const std::u16string path = dir.u16(u"f.xml");
-    ASSERT_TRUE(SaveFile(path, row.text, true, row.encoding, row.with_bom, 1252, 0, false, u"", 0, 0));
+    ASSERT_TRUE(
+        SaveFile(path, row.text, true, row.encoding, row.with_bom, 1252, 0, false, u"", 0, 0));
     EXPECT_EQ(dir.Read(u"f.xml"), row.bytes) << "encoding " << row.encoding;
   }
 }
@@ -159,7 +166,8 @@ TEST(SaveFile, EveryFailureKeepsThePreviousContent) {
     {
       os::fault::Scope faults;
       os::fault::Arm(row.op, os::kErrorAccessDenied, row.nth);
-      if (row.op == Op::kMoveFile && row.nth == 2) os::fault::Arm(Op::kWrite, os::kErrorAccessDenied);
+      if (row.op == Op::kMoveFile && row.nth == 2)
+        os::fault::Arm(Op::kWrite, os::kErrorAccessDenied);
       saved = SaveFile(dir.u16(u"f.txt"), u"replacement", true, 2, false, 1252, row.backups,
                        row.append, u"", 0, 0);
     }
@@ -199,7 +207,8 @@ TEST(BackupFileName, FirstFreeNumberThenRotation) {
   TempDir dir;
   const std::u16string base = dir.u16(u"a.xml");
   EXPECT_EQ(mStringTools::BackupFileName(base, 3, u".bak"), base + u".001.bak");
-  for (const char16_t* n : {u"a.xml.001.bak", u"a.xml.002.bak", u"a.xml.003.bak"}) dir.Write(n, base::Narrow(n));
+  for (const char16_t* n : {u"a.xml.001.bak", u"a.xml.002.bak", u"a.xml.003.bak"})
+    dir.Write(n, base::Narrow(n));
   EXPECT_EQ(mStringTools::BackupFileName(base, 3, u".bak"), base + u".003.bak");
   EXPECT_EQ(dir.Read(u"a.xml.001.bak"), "a.xml.002.bak");
   EXPECT_EQ(dir.Read(u"a.xml.002.bak"), "a.xml.003.bak");
@@ -220,15 +229,17 @@ TEST(Dates, ParseAndFormatByLetterPositions) {
       {u"05/30/12 2026-11-15", u"hh/nn/ss yyyy-mm-dd", u"2026-11-15 05:30:12"},
   };
   for (const auto& row : rows) {
-    EXPECT_EQ(base::FormatDate(mStringTools::ParseDate(row.text, row.format), u"yyyy-mm-dd hh:nn:ss"),
-              row.expected)
+    EXPECT_EQ(
+        base::FormatDate(mStringTools::ParseDate(row.text, row.format), u"yyyy-mm-dd hh:nn:ss"),
+        row.expected)
         << base::Narrow(row.text);
   }
   EXPECT_EQ(base::MinutesBetween(base::MakeDate(2026, 1, 1, 10, 59, 59),
                                  base::MakeDate(2026, 1, 1, 11, 0, 0)),
             1);
-  EXPECT_EQ(base::DaysBetween(base::MakeDate(2026, 1, 1, 23, 59, 0), base::MakeDate(2026, 1, 2, 0, 1, 0)),
-            1);
+  EXPECT_EQ(
+      base::DaysBetween(base::MakeDate(2026, 1, 1, 23, 59, 0), base::MakeDate(2026, 1, 2, 0, 1, 0)),
+      1);
 }
 
 TEST(LastBackupDate, NewestStampWins) {
@@ -237,9 +248,10 @@ TEST(LastBackupDate, NewestStampWins) {
   for (const char16_t* n : {u"s_2025-01-02_03-04-05.xml", u"s_2026-06-01_00-00-00.xml",
                             u"s_2024-12-31_23-59-59.xml", u"s_2026-05-31_23-59-59.xml"})
     dir.Write(n, "x");
-  EXPECT_EQ(base::FormatDate(mStringTools::LastBackupDate(dir.u16(u"s.xml"), u"yyyy-mm-dd_hh-nn-ss"),
-                             u"yyyy-mm-dd hh:nn:ss"),
-            u"2026-06-01 00:00:00");
+  EXPECT_EQ(
+      base::FormatDate(mStringTools::LastBackupDate(dir.u16(u"s.xml"), u"yyyy-mm-dd_hh-nn-ss"),
+                       u"yyyy-mm-dd hh:nn:ss"),
+      u"2026-06-01 00:00:00");
 }
 
 TEST(LoadTextFile, DetectsAndReportsTheEncoding) {
@@ -250,7 +262,9 @@ TEST(LoadTextFile, DetectsAndReportsTheEncoding) {
   } rows[] = {
       {"plain", u"plain", 3},
       {"caf\xC3\xA9", u"caf\u00E9", 2},
-      {"\xEF\xBB\xBF" "caf\xC3\xA9", u"caf\u00E9", 2},  // the mark is dropped
+      {"\xEF\xBB\xBF"
+       "caf\xC3\xA9",
+       u"caf\u00E9", 2},  // the mark is dropped
       {"caf\xE9", u"caf\u00E9", 3},
       {"", u"", 0},
   };
