@@ -19,7 +19,8 @@ ensure_packages() {
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null || return 1
 }
 
-NATIVE_PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev googletest strace util-linux)
+NATIVE_PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev googletest strace util-linux
+  libbenchmark-dev libpugixml-dev libtinyxml2-dev libxml2-dev)
 WINDOWS_PACKAGES=(g++-mingw-w64-x86-64 wine64 xvfb xauth xdotool imagemagick x11-utils)
 
 # with_wine_env: the Wine prefix lives in the Windows build folder; first start makes it.
