@@ -48,7 +48,7 @@ std::string Language(std::size_t bytes, bool comments) {
           const char* text = kTexts[n % std::size(kTexts)];
           if (comments)
             Line(out, flat ? 3 : 4,
-                 "<!-- " + name + ": shown when " + std::string(text) + " -- keep short -->");
+                 "<!-- " + name + ": shown when " + std::string(text) + ", keep it short -->");
           Line(out, flat ? 3 : 4,
                "<" + name + (n % 3 == 0 ? " Tip=\"" + std::string(text) + "\"" : "") + ">" + text +
                    " (" + std::to_string(n) + ")</" + name + ">");

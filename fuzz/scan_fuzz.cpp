@@ -36,6 +36,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       Fail(*diff + (full ? " (full parse)" : " (element parse)"));
     if (!full) {
       if (auto diff = testing_support::CompareClosings(reference.prepared)) Fail(*diff);
+      // Attribute reading on every tag's attribute text: names come trimmed, values hold no
+      // double quote, and the list view and the visitor agree.
+      for (const auto& e : reference.elements) {
+        if (!e.has_attributes) continue;
+        const auto list = xml::GetTagAttribs(e.attributes);
+        std::size_t k = 0;
+        xml::ForEachTagAttrib(
+            e.attributes, [&](std::u16string_view name, std::u16string_view value) {
+              if (k >= list.size() || list[k].name != name || list[k].value != value)
+                Fail("GetTagAttribs and ForEachTagAttrib differ");
+              if (xml::xTrim(name) != name || value.find(u'"') != std::u16string_view::npos)
+                Fail("an attribute read with a blank-edged name or a quote in its value");
+              ++k;
+            });
+        if (k != list.size()) Fail("GetTagAttribs and ForEachTagAttrib differ in length");
+      }
     }
   }
   return 0;

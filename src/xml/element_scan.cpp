@@ -134,6 +134,7 @@ std::shared_ptr<const ScannedText> ScannedText::ForElementParse(std::u16string t
 }
 
 std::shared_ptr<const ScannedText> ScannedText::ForFullParse(std::u16string text) {
+  const bool empty = text.empty();
   TagIndex index(text, true);
   if (!index.Complete()) {
     std::u16string without;
@@ -143,7 +144,6 @@ std::shared_ptr<const ScannedText> ScannedText::ForFullParse(std::u16string text
   const IndexedStrip strip = StripIndexed(index, false);
   std::u16string declaration =
       text.substr(strip.attributes_begin, strip.attributes_end - strip.attributes_begin);
-  const bool empty = text.empty();
   return std::shared_ptr<const ScannedText>(new ScannedText(
       std::move(text), std::move(index), strip.start, std::move(declaration), strip.found, empty));
 }

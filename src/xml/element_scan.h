@@ -61,7 +61,9 @@ class ScannedText {
   // The declaration read while preparing ("<?xml" ... "?>"), and its attribute text.
   bool HasDeclaration() const { return has_declaration_; }
   std::u16string_view DeclarationAttributes() const { return declaration_; }
-  // Whether the text kept for a sleeping node (before comments are cut) was empty.
+  // Whether the text a node keeps while asleep was empty: for the element parse the text after
+  // the declarations, before comments are cut ("<!-- x -->" alone leaves a node asleep with
+  // nothing to read); for the full parse the text as given.
   bool SleepTextEmpty() const { return sleep_text_empty_; }
 
   // Bytes held: the text and the index.

@@ -441,6 +441,11 @@ TagIndex::TagIndex(std::u16string_view text, bool stop_at_comment) {
   position_.reserve(text.size() / 16);
   closing_.reserve(text.size() / 16);
   complete_ = Builder(text, position_, closing_, declaration_tags_).Run(stop_at_comment);
+  // The index lives as long as a sleeping element needs it: give back what growing left over.
+  if (position_.capacity() - position_.size() > position_.size() / 4) {
+    position_.shrink_to_fit();
+    closing_.shrink_to_fit();
+  }
   // The "<?xml" of a declaration is a tag like any other; the first "?>" after each is found
   // in one forward pass, since those positions only grow.
   std::size_t found = std::u16string_view::npos;
