@@ -24,13 +24,19 @@ using testing_support::TempDir;
 
 // Runs program in a new terminal session; each time the screen shows a prompt ("> "), types
 // the next answer. Returns everything the program wrote to the terminal.
-std::string RunInTerminal(const fs::path& program, std::vector<std::string> answers) {
+std::string RunInTerminal(const fs::path& program, std::vector<std::string> answers,
+                          const char* lang = nullptr) {
   int master = -1;
   pid_t pid = forkpty(&master, nullptr, nullptr, nullptr);
   if (pid == 0) {
     unsetenv("DISPLAY");
     unsetenv("WAYLAND_DISPLAY");
     unsetenv("TVEJECT_TTY");
+    if (lang) {
+      unsetenv("LC_ALL");
+      unsetenv("LC_MESSAGES");
+      setenv("LANG", lang, 1);
+    }
     execl(program.c_str(), program.c_str(), static_cast<char*>(nullptr));
     _exit(127);
   }
@@ -106,6 +112,35 @@ TEST(EjectInTerminal, ConfirmCancelAndStillRunning) {
       usleep(50000);
     EXPECT_EQ(dir.Read(u"TvEject/TvDiskEjector.args"), row.ejector_started ? "/retry\n" : "");
   }
+}
+
+// A German user whose stick carries only an English language file: the file is found through
+// the English fallback, but it holds no "de-DE" language, so the built-in French texts are
+// shown and the file grows a "de-DE" section listing them for a translator.
+TEST(EjectInTerminal, GermanLocaleWithAnEnglishOnlyFile) {
+  const fs::path bin = fs::path(testing_support::ProgramFolder());
+  TempDir dir;
+  fs::create_directories(dir.path() / "TvEject");
+  fs::create_directories(dir.path() / "TvAppsClose");
+  fs::copy_file(bin / "TvEject", dir.path() / "TvEject" / "TvEject");
+  fs::copy_file(bin / "fake_companion", dir.path() / "TvEject" / "TvDiskEjector");
+  fs::copy_file(bin / "fake_companion", dir.path() / "TvAppsClose" / "TvAppsClose");
+  dir.Write(u"TvAppsClose/TvAppsClose.plan", "out 0");
+  dir.Write(u"TvEject/TvEject.xml", "<TarvelUSBEject><UserLanguage/><Language/></TarvelUSBEject>");
+  dir.Write(u"TvEject/TvEject_lng.xml",
+            "<Languages><en name=\"English\"><Messages><Intro>Close all?</Intro></Messages></en>"
+            "</Languages>");
+  const std::string screen =
+      RunInTerminal(dir.path() / "TvEject" / "TvEject", {"1"}, "de_DE.UTF-8");
+  EXPECT_NE(screen.find("ferme tous les programmes"), std::string::npos) << screen;
+  EXPECT_EQ(screen.find("Close all?"), std::string::npos) << screen;
+  for (int i = 0; i < 100 && !dir.Exists(u"TvEject/TvDiskEjector.args"); ++i) usleep(50000);
+  const std::string saved = dir.Read(u"TvEject/TvEject_lng.xml");
+  EXPECT_NE(saved.find("<de-DE>"), std::string::npos) << saved;
+  EXPECT_NE(saved.find("<Intro>Close all?</Intro>"), std::string::npos) << saved;
+  const std::string config = dir.Read(u"TvEject/TvEject.xml");
+  EXPECT_NE(config.find("<Language file=\"TvEject_lng.xml\">de-DE</Language>"), std::string::npos)
+      << config;
 }
 
 }  // namespace

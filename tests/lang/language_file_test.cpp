@@ -1,172 +1,205 @@
-// The language file shipped beside the program (packaging/TvEject_lng.xml): written as the
-// program's own writer writes files, with every message of the eject sequence in each language.
+#include "lang/language_file.h"
+
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <sstream>
+#include <memory>
 #include <string>
-#include <vector>
+
+#include "app/config.h"
+#include "app/program.h"
+#include "lang/lang.h"
+#include "lang/lang_select.h"
+#include "os/fault.h"
+#include "support/scoped_env.h"
+#include "support/temp_dir.h"
 
 namespace {
 
-std::string ReadShippedFile() {
-  auto path =
-      std::filesystem::path(__FILE__).parent_path() / ".." / ".." / "packaging" / "TvEject_lng.xml";
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
-}
+using testing_support::TempDir;
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::size_t start = 0;
-  for (;;) {
-    std::size_t end = text.find("\r\n", start);
-    lines.push_back(text.substr(start, end - start));
-    if (end == std::string::npos) return lines;
-    start = end + 2;
+const char kEnglish[] =
+    "<Languages><en name=\"English\"><Messages><Intro>Hello</Intro></Messages></en></Languages>";
+const char kFrenchFrance[] =
+    "<Languages><fr-FR name=\"Fran\xC3\xA7"
+    "ais\"/></Languages>";
+const char kFrench[] =
+    "<Languages><fr name=\"Fran\xC3\xA7"
+    "ais\"/></Languages>";
+const char kGerman[] =
+    "<Languages><de name=\"Deutsch\"><Messages><Intro>Hallo</Intro></Messages></de></Languages>";
+
+// A program folder with a configuration and language files; the program answers as TvEject.
+class LanguageStartup : public ::testing::Test {
+ protected:
+  void SetUp() override { Fresh(); }
+  // A new, empty program folder.
+  void Fresh() {
+    folder_ = std::make_unique<TempDir>();
+    mGlobal::SetProgramFile(folder_->u16(u"TvEject.exe"));
   }
-}
+  void TearDown() override {
+    mGlobal::SetProgramFile(u"");
+    os::fault::Reset();
+  }
+  void Config(const std::string& body) {
+    dir().Write(u"TvEject.xml", "<TarvelUSBEject>" + body + "</TarvelUSBEject>");
+    os::fault::SetMessageBoxAnswer([](const os::MessageBoxParams&) { return 1; });
+    ASSERT_TRUE(mGlobal::LoadConfig());
+    mGlobal::ConfigTree()->ItemData = 0;  // as in a fresh process
+    mLang::InitLanguage();
+  }
+  std::u16string FileName() const {
+    std::u16string path = mLang::LanguageFilePath();
+    return path.substr(path.find_last_of(u"\\/") + 1);
+  }
 
-// One language of the file: its "name" attribute and its texts by dotted key.
-struct Language {
-  std::string name;
-  std::map<std::string, std::string> texts;
+  const TempDir& dir() const { return *folder_; }
+
+ private:
+  std::unique_ptr<TempDir> folder_;
 };
 
-// Reads the writer's layout: one element per line, indented by its depth in tabs, each either
-// an opening tag, a closing tag, an element with its text, or an empty element "<a/>".
-// Problems go to `errors`; languages are the children of the root.
-std::map<std::string, Language> ReadLanguages(const std::string& text,
-                                              std::vector<std::string>& errors) {
-  std::map<std::string, Language> languages;
-  std::vector<std::string> open;  // element names from the root down
-  int number = 0;
-  for (const std::string& line : Lines(text)) {
-    ++number;
-    std::string where = "line " + std::to_string(number) + ": ";
-    std::size_t depth = line.find_first_not_of('\t');
-    if (depth == std::string::npos || line[depth] != '<' || line.back() != '>') {
-      errors.push_back(where + "not one element");
-      continue;
-    }
-    std::string tag = line.substr(depth);
-    bool closing = tag.compare(0, 2, "</") == 0;
-    if (depth != open.size() - (closing ? 1 : 0)) errors.push_back(where + "indentation");
-    if (closing) {
-      if (open.empty() || tag != "</" + open.back() + ">") errors.push_back(where + "mismatch");
-      if (!open.empty()) open.pop_back();
-      continue;
-    }
-    std::size_t name_end = tag.find_first_of(" />", 1);
-    std::string name = tag.substr(1, name_end - 1);
-    std::size_t text_end = tag.rfind("</");
-    if (tag.compare(tag.size() - 2, 2, "/>") == 0) {
-      errors.push_back(where + "empty element " + name);
-    } else if (text_end != std::string::npos && text_end > 0) {
-      if (tag.substr(text_end) != "</" + name + ">") errors.push_back(where + "mismatch");
-      std::string key;
-      for (std::size_t i = 2; i < open.size(); ++i) key += open[i] + ".";
-      std::size_t text_start = tag.find('>') + 1;
-      if (open.size() >= 2) {
-        languages[open[1]].texts[key + name] = tag.substr(text_start, text_end - text_start);
-      }
+TEST_F(LanguageStartup, ChoosesByConfigurationThenFilesThenFallbacks) {
+  struct Row {
+    const char* what;
+    std::string config;
+    std::vector<std::pair<std::u16string, std::string>> files;
+    std::u16string code;
+    std::u16string file;
+  } rows[] = {
+      {"UserLanguage found by exact name",
+       "<UserLanguage>de</UserLanguage>",
+       {{u"TvEject_a.xml", kEnglish}, {u"TvEject_b.xml", kGerman}},
+       u"de",
+       u"TvEject_b.xml"},
+      {"Language with its file",
+       "<Language file=\"TvEject_x.xml\">de</Language>",
+       {{u"TvEject_x.xml", kGerman}},
+       u"de",
+       u"TvEject_x.xml"},
+      {"Language whose file is missing is searched for",
+       "<Language file=\"gone.xml\">de</Language>",
+       {{u"TvEject_y.xml", kGerman}},
+       u"de",
+       u"TvEject_y.xml"},
+      {"two letters as the fallback, an exact name in a later file wins",
+       "<UserLanguage>fr</UserLanguage>",
+       {{u"TvEject_1.xml", kFrenchFrance}, {u"TvEject_2.xml", kFrench}},
+       u"fr",
+       u"TvEject_2.xml"},
+      {"two letters alone",
+       "<UserLanguage>fr</UserLanguage>",
+       {{u"TvEject_1.xml", kFrenchFrance}},
+       u"fr",
+       u"TvEject_1.xml"},
+      {"nothing for the code: English's file",
+       "<UserLanguage>sv</UserLanguage>",
+       {{u"TvEject_en.xml", kEnglish}},
+       u"sv",
+       u"TvEject_en.xml"},
+      {"then French's",
+       "<UserLanguage>sv</UserLanguage>",
+       {{u"TvEject_fr.xml", kFrench}},
+       u"sv",
+       u"TvEject_fr.xml"},
+      {"then the default name", "<UserLanguage>sv</UserLanguage>", {}, u"sv", u"TvEject_lng.xml"},
+      {"a file of another program is not a language file",
+       "<UserLanguage>de</UserLanguage>",
+       {{u"TvEject_z.xml", "<TarvelUSBEject><de/></TarvelUSBEject>"}},
+       u"de",
+       u"TvEject_lng.xml"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    Fresh();
+    for (const auto& [name, bytes] : row.files) dir().Write(name, bytes);
+    Config(row.config);
+    EXPECT_EQ(mLang::Lang().LangID(), row.code);
+    EXPECT_EQ(FileName(), row.file);
+    // A UserLanguage is used once and remembered as Language with its file.
+    if (row.config.find("UserLanguage") != std::string::npos) {
+      EXPECT_EQ(mGlobal::GetConfigValue(u"UserLanguage"), u"");
+      EXPECT_EQ(mGlobal::GetConfigValue(u"Language"), row.code);
+      EXPECT_EQ(mGlobal::GetConfigAttribute(u"Language", u"file"), row.file);
+      EXPECT_EQ(mGlobal::ConfigTree()->ItemData, 1);
     } else {
-      if (open.size() == 1) {
-        std::size_t at = tag.find(" name=\"");
-        if (at != std::string::npos) {
-          at += 7;
-          languages[name].name = tag.substr(at, tag.find('"', at) - at);
-        }
-      }
-      open.push_back(name);
+      EXPECT_EQ(mGlobal::ConfigTree()->ItemData, 0) << "the configuration is not rewritten";
     }
   }
-  if (!open.empty()) errors.push_back("elements left open");
-  return languages;
 }
 
-TEST(ShippedLanguageFile, IsWrittenAsTheProgramWritesFiles) {
-  std::string bytes = ReadShippedFile();
-  ASSERT_FALSE(bytes.empty()) << "packaging/TvEject_lng.xml not found";
-  EXPECT_NE(bytes.compare(0, 3, "\xEF\xBB\xBF"), 0) << "no byte-order mark";
-  EXPECT_EQ(bytes.compare(0, 12, "<Languages>\r"), 0);
-  EXPECT_EQ(bytes.substr(bytes.size() - 12), "</Languages>") << "no line break at the end";
-  std::size_t lf = 0;
-  while ((lf = bytes.find('\n', lf + 1)) != std::string::npos) {
-    EXPECT_EQ(bytes[lf - 1], '\r') << "bare line feed at byte " << lf;
-  }
-  std::vector<std::string> errors;
-  ReadLanguages(bytes, errors);
-  for (const auto& error : errors) ADD_FAILURE() << error;
+#ifndef _WIN32
+// On Windows the user's locale comes from the system, not from the environment.
+TEST_F(LanguageStartup, LocaleWhenTheConfigurationNamesNothing) {
+  testing_support::ScopedEnv env(
+      {{"LC_ALL", nullptr}, {"LC_MESSAGES", nullptr}, {"LANG", "de_DE.UTF-8"}});
+  dir().Write(u"TvEject_lng.xml", kGerman);
+  Config("<UserLanguage/><Language/>");
+  // de-DE finds the file through its first two letters; the language node is named exactly.
+  EXPECT_EQ(mLang::Lang().LangID(), u"de-DE");
+  EXPECT_EQ(FileName(), u"TvEject_lng.xml");
+  EXPECT_EQ(mGlobal::GetConfigValue(u"Language"), u"de-DE");
+  EXPECT_EQ(mGlobal::GetConfigAttribute(u"Language", u"file"), u"TvEject_lng.xml");
+}
+#endif
+
+TEST_F(LanguageStartup, LookupsGrowTheFileWhichIsSavedUnlessFrench) {
+  dir().Write(u"TvEject_lng.xml", kEnglish);
+  Config("<UserLanguage>en</UserLanguage>");
+  cLang& lang = mLang::Lang();
+  EXPECT_EQ(lang.GetString(u"Messages.Intro", u"Bonjour"), u"Hello");
+  EXPECT_EQ(lang.Xml()->ItemData, 0);
+  mLang::SaveLangFile();
+  EXPECT_EQ(dir().Read(u"TvEject_lng.xml"), kEnglish) << "nothing added, nothing written";
+
+  EXPECT_EQ(lang.GetString(u"Messages.Errors.X", u"Line one\r\nLine two"), u"Line one\r\nLine two");
+  EXPECT_EQ(lang.Xml()->ItemData, 1);
+  EXPECT_EQ(lang.GetString(u"messages.errors.x", u"other default"), u"Line one\r\nLine two");
+  mLang::SaveLangFile();
+  const std::string saved = dir().Read(u"TvEject_lng.xml");
+  EXPECT_NE(saved.find("<X>Line one\\nLine two</X>"), std::string::npos) << saved;
+  EXPECT_EQ(lang.Xml()->ItemData, 0);
+
+  // French is the language of the built-in texts: its file is never rewritten.
+  dir().Write(u"TvEject_fr.xml", kFrench);
+  Config("<UserLanguage>fr</UserLanguage>");
+  mLang::Lang().GetString(u"Messages.Intro", u"Bonjour");
+  EXPECT_EQ(mLang::Lang().Xml()->ItemData, 1);
+  mLang::SaveLangFile();
+  EXPECT_EQ(dir().Read(u"TvEject_fr.xml"), kFrench);
 }
 
-TEST(ShippedLanguageFile, EveryLanguageHasTheFourMessages) {
-  std::vector<std::string> errors;
-  auto languages = ReadLanguages(ReadShippedFile(), errors);
-  const std::map<std::string, std::string> names = {
-      {"en", "English"},
-      {"de", "Deutsch"},
-      {"es", "Espa\xC3\xB1ol"},
-      {"it", "Italiano"},
-      {"pt", "Portugu\xC3\xAAs"},
-      {"nl", "Nederlands"},
-      {"fr",
-       "Fran\xC3\xA7"
-       "ais"},
-  };
-  for (const auto& [code, name] : names) {
-    ASSERT_TRUE(languages.count(code)) << code;
-    EXPECT_EQ(languages[code].name, name) << code;
-  }
-  for (const auto& [code, language] : languages) {
-    EXPECT_FALSE(language.name.empty()) << code;
-    for (const char* key : {"Messages.Intro", "Messages.Errors.TvAppsCloseRunError",
-                            "Message.AppStillRunning", "Messages.Errors.TvDiskEjectorRunError"}) {
-      auto text = language.texts.find(key);
-      ASSERT_NE(text, language.texts.end()) << code << " " << key;
-      EXPECT_FALSE(text->second.empty()) << code << " " << key;
-      // The writer escapes these five; a bare one would not be read back as written.
-      EXPECT_EQ(text->second.find_first_of("'\"<>"), std::string::npos) << code << " " << key;
-    }
-    EXPECT_EQ(language.texts.size(), 4u) << code;
-    bool counts = language.texts.at("Message.AppStillRunning").find("%count%") != std::string::npos;
-    EXPECT_EQ(counts, code != "fr") << code << ": %count% in the still-running message";
-    EXPECT_NE(language.texts.at("Messages.Intro").find("Tarvel USB Eject"), std::string::npos)
-        << code;
-  }
-}
+TEST(cLangLookup, KeysDefaultsAndChildValues) {
+  cLang lang;
+  EXPECT_EQ(lang.GetString(u"A.B", u"default"), u"default") << "no language installed";
+  EXPECT_EQ(lang.LangID(), u"");
+  XmlNodePtr node = cXmlNode::Create();
+  node->Name(u"en");
+  node->Attribut(u"name", u"English");
+  lang.Xml(node);
+  EXPECT_EQ(lang.LangName(), u"English");
+  // Without a default nothing is stored.
+  EXPECT_EQ(lang.GetString(u"Messages.Intro", u""), u"");
+  EXPECT_EQ(node->ChildCount(), 0);
+  // Message and Messages are different keys.
+  lang.GetString(u"Message.AppStillRunning", u"one");
+  lang.GetString(u"Messages.Intro", u"two");
+  EXPECT_EQ(node->ChildCount(), 2);
+  // An element with children but no text answers the default without storing it.
+  EXPECT_EQ(lang.GetString(u"Messages", u"three"), u"three");
+  EXPECT_EQ(node->FindNode(u"Messages")->RawValue(), u"");
 
-// French is the language of the built-in texts: its entry holds them exactly, line breaks as
-// backslash-n and the apostrophe escaped as the writer escapes it.
-TEST(ShippedLanguageFile, FrenchHoldsTheBuiltInTexts) {
-  std::vector<std::string> errors;
-  auto languages = ReadLanguages(ReadShippedFile(), errors);
-  ASSERT_TRUE(languages.count("fr"));
-  const auto& texts = languages["fr"].texts;
-  const std::map<std::string, std::string> expected = {
-      {"Messages.Intro",
-       "Tarvel USB Eject ferme tous les programmes du p\xC3\xA9riph\xC3\xA9rique USB !"},
-      {"Messages.Errors.TvAppsCloseRunError",
-       "Erreur en ex\xC3\xA9"
-       "cutant le programme de fermeture des applications"},
-      {"Message.AppStillRunning",
-       "Il reste encore des applications en cours d&apos;ex\xC3\xA9"
-       "cution.\\n\\n"
-       "D\xC3\xA9"
-       "connexion USB annul\xC3\xA9"
-       "e"},
-      {"Messages.Errors.TvDiskEjectorRunError",
-       "Erreur en ex\xC3\xA9"
-       "cutant le programme d&apos;ejection du disque USB"},
-  };
-  for (const auto& [key, text] : expected) {
-    ASSERT_TRUE(texts.count(key)) << key;
-    EXPECT_EQ(texts.at(key), text) << key;
-  }
+  XmlNodePtr holder = cXmlNode::Create();
+  holder->ChildValue(u"Title", u"plain");
+  holder->ChildValue(u"Caption.de", u"Titel");
+  holder->ChildValue(u"Tip.en", u"tip");
+  EXPECT_EQ(lang.LocalChildValue(holder, u"Title"), u"plain");
+  EXPECT_TRUE(holder->ChildExists(u"Title.en")) << "an unsuffixed value is adopted";
+  EXPECT_EQ(lang.LocalChildValue(holder, u"Caption"), u"Titel") << "first of any language";
+  EXPECT_EQ(lang.LocalChildValue(holder, u"Tip"), u"tip");
+  lang.LocalChildValue(holder, u"Tip", u"new tip");
+  EXPECT_EQ(holder->ChildValue(u"Tip.en"), u"new tip");
+  EXPECT_EQ(lang.LocalChildValue(holder, u"Missing"), u"");
 }
 
 }  // namespace
