@@ -46,10 +46,7 @@ const XmlNodePtr& ConfigTree() {
 }
 
 std::u16string ConfigFileName() {
-  std::u16string folder = ProgramFolder();
-  // At a root the folder already ends with its separator.
-  if (folder.empty() || (folder.back() != u'\\' && folder.back() != u'/')) folder += u'\\';
-  return folder + ProgramBaseName() + u".xml";
+  return InProgramFolder(ProgramBaseName() + u".xml");
 }
 
 bool LoadConfig() {

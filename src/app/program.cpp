@@ -27,6 +27,13 @@ std::u16string ProgramFolder() {
   return folder;
 }
 
+std::u16string InProgramFolder(std::u16string_view name) {
+  std::u16string folder = ProgramFolder();
+  // At a root the folder already ends with its separator.
+  if (folder.empty() || (folder.back() != u'\\' && folder.back() != u'/')) folder += u'\\';
+  return folder + std::u16string(name);
+}
+
 std::u16string ProgramBaseName() {
   const std::u16string name = mFileUtils::FileNameOnly(ProgramFile());
   const std::u16string ext = mFileUtils::FileExtention(name);

@@ -11,6 +11,9 @@ namespace mGlobal {
 // file-system root ("E:\", "/"), which keeps it.
 std::u16string ProgramFolder();
 
+// A file in the program folder: the folder, one separator, the name.
+std::u16string InProgramFolder(std::u16string_view name);
+
 // The program file's name without its extension ("TvEject").
 std::u16string ProgramBaseName();
 

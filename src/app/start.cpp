@@ -47,15 +47,6 @@ std::int32_t Box(const std::u16string& text, std::int32_t flags) {
   return mUnicodePatch::MsgBox(text, flags, u"", u"", 0, -1, true);
 }
 
-std::u16string ReplaceAll(std::u16string text, std::u16string_view from, std::u16string_view to) {
-  std::size_t at = 0;
-  while ((at = text.find(from, at)) != std::u16string::npos) {
-    text.replace(at, from.size(), to);
-    at += to.size();
-  }
-  return text;
-}
-
 }  // namespace
 
 void FreeShellLibrary() {
@@ -143,7 +134,7 @@ void RunEject() {
 
   if (count > 0) {
     std::u16string message = Text(u"Message.AppStillRunning", kStillRunningDefault);
-    message = ReplaceAll(std::move(message), u"%count%", base::ToText(count));
+    message = base::ReplaceAll(std::move(message), u"%count%", base::ToText(count));
     Box(message, 64);
     FreeShellLibrary();
     return;

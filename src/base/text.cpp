@@ -107,8 +107,12 @@ std::u16string ToHex(std::uint64_t value) {
   return std::u16string(buf + pos, buf + 20);
 }
 
-char16_t LowerAscii(char16_t c) { return c >= u'A' && c <= u'Z' ? c + 32 : c; }
-char16_t UpperAscii(char16_t c) { return c >= u'a' && c <= u'z' ? c - 32 : c; }
+char16_t LowerAscii(char16_t c) {
+  return c >= u'A' && c <= u'Z' ? c + 32 : c;
+}
+char16_t UpperAscii(char16_t c) {
+  return c >= u'a' && c <= u'z' ? c - 32 : c;
+}
 
 char16_t LowerChar(char16_t c) {
   if (c < 0x80) return LowerAscii(c);
@@ -140,6 +144,16 @@ std::u16string Upper(std::u16string_view text) {
   std::u16string out(text);
   for (auto& c : out) c = UpperChar(c);
   return out;
+}
+
+std::u16string ReplaceAll(std::u16string text, std::u16string_view from, std::u16string_view to) {
+  if (from.empty()) return text;
+  std::size_t at = 0;
+  while ((at = text.find(from, at)) != std::u16string::npos) {
+    text.replace(at, from.size(), to);
+    at += to.size();
+  }
+  return text;
 }
 
 }  // namespace base

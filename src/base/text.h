@@ -33,4 +33,7 @@ char16_t UpperChar(char16_t c);
 std::u16string Lower(std::u16string_view text);
 std::u16string Upper(std::u16string_view text);
 
+// Every occurrence of `from` replaced by `to`, scanning from the start (case-sensitive).
+std::u16string ReplaceAll(std::u16string text, std::u16string_view from, std::u16string_view to);
+
 }  // namespace base

@@ -1,19 +1,9 @@
 #include "lang/lang.h"
 
+#include "base/text.h"
 #include "base/trap.h"
 
-namespace {
-
-std::u16string ReplaceAll(std::u16string text, std::u16string_view from, std::u16string_view to) {
-  std::size_t at = 0;
-  while ((at = text.find(from, at)) != std::u16string::npos) {
-    text.replace(at, from.size(), to);
-    at += to.size();
-  }
-  return text;
-}
-
-}  // namespace
+namespace {}  // namespace
 
 XmlNodePtr cLang::Xml() const {
   return xml_;
@@ -61,12 +51,12 @@ std::u16string cLang::GetString(std::u16string_view Key, std::u16string_view Def
     if (value.empty() && !Default.empty()) {
       if (node->ChildCount() == 0) {
         xml_->ItemData = 1;
-        node->Value(ReplaceAll(std::u16string(Default), u"\r\n", u"\\n"));
+        node->Value(base::ReplaceAll(std::u16string(Default), u"\r\n", u"\\n"));
       }
       result = std::u16string(Default);
       return;
     }
-    result = ReplaceAll(value, u"\\n", u"\r\n");
+    result = base::ReplaceAll(value, u"\\n", u"\r\n");
   });
   return result;
 }

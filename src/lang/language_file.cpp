@@ -25,12 +25,6 @@ State& Current() {
   return state;
 }
 
-std::u16string InProgramFolder(std::u16string_view name) {
-  std::u16string folder = mGlobal::ProgramFolder();
-  if (folder.empty() || (folder.back() != u'\\' && folder.back() != u'/')) folder += u'\\';
-  return folder + std::u16string(name);
-}
-
 XmlNodePtr ParseFile(const std::u16string& path, std::int32_t& encoding, bool& with_bom) {
   bool bom_changed = false;
   XmlNodePtr root = cXmlNode::Create();
@@ -43,7 +37,7 @@ XmlNodePtr ParseFile(const std::u16string& path, std::int32_t& encoding, bool& w
 std::u16string FindLangFile(std::u16string_view code) {
   return base::Trap(base::InFunction(u"mLang.FindLangFile"), std::u16string(), [&] {
     std::u16string fallback;
-    const std::u16string pattern = InProgramFolder(mGlobal::ProgramBaseName() + u"_*.xml");
+    const std::u16string pattern = mGlobal::InProgramFolder(mGlobal::ProgramBaseName() + u"_*.xml");
     // The listing is read whole first: loading a file must not disturb the open search.
     std::vector<std::u16string> files;
     for (auto name = mFileUtils::FindFile(pattern, 0); !name.empty();
@@ -54,7 +48,7 @@ std::u16string FindLangFile(std::u16string_view code) {
     for (const auto& file : files) {
       std::int32_t encoding = 0;
       bool with_bom = false;
-      XmlNodePtr root = ParseFile(InProgramFolder(file), encoding, with_bom);
+      XmlNodePtr root = ParseFile(mGlobal::InProgramFolder(file), encoding, with_bom);
       if (root->Name() != u"Languages") continue;
       for (std::int32_t i = 1, n = root->ChildCount(); i <= n; ++i) {
         const std::u16string name = root->Child(i)->Name();
@@ -78,7 +72,7 @@ void InitLanguage() {
       code = mGlobal::GetConfigValue(u"Language");
       if (!code.empty()) {
         file = mGlobal::GetConfigAttribute(u"Language", u"file");
-        if (file.empty() || !mFileUtils::FileExists(InProgramFolder(file))) {
+        if (file.empty() || !mFileUtils::FileExists(mGlobal::InProgramFolder(file))) {
           file = FindLangFile(code);
           if (file.empty()) code.clear();
         }
@@ -99,7 +93,7 @@ void InitLanguage() {
     }
 
     DebugLog(u"Loading language file : " + file);
-    state.path = InProgramFolder(file);
+    state.path = mGlobal::InProgramFolder(file);
     mStringTools::RecoverInterruptedSave(state.path);
     state.document = ParseFile(state.path, state.encoding, state.with_bom);
     if (state.document->Name() != u"Languages") {
