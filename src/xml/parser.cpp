@@ -327,8 +327,10 @@ bool cXmlNode::GetTagInfo(std::u16string_view element) {
     const xml::TagInfo info = xml::GetTagInfo(element);
     if (!info.has_name) return false;
     name_.assign(info.name);
-    if (!info.ok) return false;
+    // A closing tag inside the opening tag ("<a x="1" </a>") closes nothing, but the opening
+    // tag's attributes are read first.
     if (info.has_attributes) GetTagAttribs(info.attributes);
+    if (!info.ok) return false;
     raw_value_.assign(info.content);
     return true;
   });

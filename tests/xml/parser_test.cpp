@@ -224,6 +224,8 @@ TEST(XmlParser, RuleMembersAnswerAsTheReaderReads) {
   EXPECT_EQ(Dump(n), u"t[k=<]\"v\"");
   EXPECT_FALSE(n->GetTagInfo(u"<u>v</t>"));
   EXPECT_EQ(n->Name(), u"u");
+  EXPECT_FALSE(n->GetTagInfo(u"<w k=\"2\" </w>"));
+  EXPECT_EQ(Dump(n), u"w[k=2]\"v\"");  // attributes read, the value left as it was
   EXPECT_TRUE(cXmlNode::IsXML(u" \r\n\t<a>", 1));
   EXPECT_FALSE(cXmlNode::IsXML(u" <![CDATA[x]]>", 1));
   EXPECT_FALSE(cXmlNode::IsXML(u"<!x>", 1));

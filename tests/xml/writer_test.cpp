@@ -167,4 +167,48 @@ TEST(XmlWriter, TenThousandLevelChainWritesEveryLineAtItsDepth) {
   root.reset();
 }
 
+// Where writing and reading back does not give the tree that was written (found by the round
+// trip fuzz target; kept on purpose, files depend on both sides as they are).
+TEST(XmlWriter, KnownLossySpotsOfTheRoundTrip) {
+  struct Case {
+    XmlNodePtr tree;
+    const char16_t* read_back;
+  } cases[] = {
+      // Blanks after a line break are dropped from texts, then the line is indented.
+      {Node(u"r", {Node({u"c", u"a\r\n  b"})}), u"r{c\"a\r\n\tb\"}"},
+      // Names are written unescaped: a line break in one gains the indentation too...
+      {Node(u"r", {Node({u"c", u"", {{u"k\r\nm", u"1"}}})}), u"r{c[k\r\n\tm=1]}"},
+      // ... and a "<" in an attribute name opens a tag for the reader.
+      {Node({u"a", u"", {{u"<a x", u"1"}}}, {Node(u"c")}), u""},
+      // An unterminated CDATA section is written raw to the end of the value.
+      {Node(u"r", {Node({u"c", u"<![CDATA[x & y"})}), u"r{c\"<![CDATA[x ?\"}"},
+      // The reader decodes Base64 in any case of "base64", the writer only for "base64".
+      {Node({u"c", u"QQBCAA==", {{u"ContentEncoding", u"Base64"}}}),
+       u"c[ContentEncoding=Base64]\"AB\""},
+  };
+  for (const Case& c : cases) {
+    const std::u16string text = c.tree->XmlData();
+    SCOPED_TRACE(base::Narrow(text));
+    XmlNodePtr back = cXmlNode::Create();
+    back->XmlData(text);
+    EXPECT_EQ(Dump(back), c.read_back);
+  }
+}
+
+TEST(XmlWriter, DeclarationJoinedByACommentCutIsReadOnlyByTheFullPath) {
+  const char16_t* text = u"<?x<!-- -->ml v=\"1\"?><a/>";
+  XmlNodePtr lazy = cXmlNode::Create();
+  lazy->XmlData(text);
+  // The declaration step ran before the cut joined it: it is read as an element.
+  EXPECT_EQ(Dump(lazy), u"?xml[v=1]");
+  XmlNodePtr full = cXmlNode::Create();
+  full->XmlData___NonRecursif(text);
+  EXPECT_EQ(Dump(full), u"a");
+  // A full wake-up of a lazily read node reads its sleep text the full way.
+  XmlNodePtr woken = cXmlNode::Create();
+  woken->XmlData(text);
+  woken->WakeUp(true);
+  EXPECT_EQ(Dump(woken), u"a");
+}
+
 }  // namespace
