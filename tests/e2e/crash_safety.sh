@@ -103,7 +103,7 @@ region_counts() {
     END { for (i = 1; i <= n; i++) print order[i], first[order[i]], last[order[i]] }' "$1"
 }
 
-# inject KIND SYSCALL N: the strace action for one point.
+# action_for KIND: the strace action for one kind of fault.
 action_for() {
   case $1 in
     ENOSPC) echo "error=ENOSPC" ;;
