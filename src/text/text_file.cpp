@@ -270,9 +270,18 @@ bool SaveFile(std::u16string_view FileName, const std::u16string& Data, bool IsT
 
     // From here on a failure puts the old file back.
     restore_needed = true;
-    os::Handle file = os::CreateFileW(name.c_str(), os::kGenericWrite, 0, os::kOpenAlways,
-                                      os::kAttributeNormal | os::kFileFlagRandomAccess);
+    os::Handle file =
+        os::CreateFileW(name.c_str(), os::kGenericWrite, 0, os::kOpenAlways,
+                        std::uint32_t{os::kAttributeNormal} | os::kFileFlagRandomAccess);
     if (file == os::kInvalidHandle) return;
+    // OPEN_ALWAYS does not truncate: a file standing under the name here was not set aside (the
+    // look for it failed on a flaky device, or it came back meanwhile), and the new bytes would
+    // land over its start and leave its tail behind. It is left as it is and the save fails.
+    if (!Append && os::GetLastError() == os::kErrorAlreadyExists) {
+      os::CloseFile(file);
+      DebugLog(u"Error while saving file, the previous file was not set aside: " + name);
+      return;
+    }
 
     if (Append &&
         os::SetFilePointer(file, 0, nullptr, os::kFileEnd) == os::kInvalidSetFilePointer) {

@@ -145,6 +145,10 @@ TEST(SaveFile, EveryFailureKeepsThePreviousContent) {
     std::u16string line;
     const char16_t* where_old;  // where the previous content is afterwards
   } rows[] = {
+      // The look for the old file fails, so nothing is set aside and the file is still there
+      // when it is opened: writing over it in place would leave its tail behind.
+      {"look for the file", Op::kFindFile, 1, 0, false,
+       u"Error while saving file, the previous file was not set aside: ", u"f.txt"},
       {"move aside", Op::kMoveFile, 1, 0, false, u"Error while moving file: ", u"f.txt"},
       {"move to backup", Op::kMoveFile, 1, 2, false, u"Error while moving file : ", u"f.txt"},
       {"open", Op::kOpenFile, 1, 0, false, u"Original file restored from automatic backup",
@@ -160,7 +164,7 @@ TEST(SaveFile, EveryFailureKeepsThePreviousContent) {
   };
   for (const auto& row : rows) {
     TempDir dir;
-    dir.Write(u"f.txt", "previous");
+    dir.Write(u"f.txt", "previous text");
     LogCapture log;
     bool saved;
     {
@@ -173,7 +177,7 @@ TEST(SaveFile, EveryFailureKeepsThePreviousContent) {
     }
     EXPECT_FALSE(saved) << row.what;
     EXPECT_TRUE(log.Has(row.line)) << row.what;
-    EXPECT_EQ(dir.Read(row.where_old), "previous") << row.what;
+    EXPECT_EQ(dir.Read(row.where_old), "previous text") << row.what;
   }
 }
 

@@ -1,0 +1,396 @@
+#!/usr/bin/env bash
+# Crash safety of a save, seen from outside the program. The saver (tests/programs/saver.cpp)
+# saves a text the way TvEject saves its configuration; after every interruption a load (the
+# safety copy put back, then the text read) must find the previous or the new text complete,
+# never a partial or missing file.
+#   1. strace fault injection: every system call the save makes, at every occurrence, fails
+#      with ENOSPC, fails with EIO, or the process is killed on entering it. The same for the
+#      recovery a load makes over an interrupted save.
+#   2. Real full disks: a tmpfs with a tiny size=, a tmpfs with a tiny nr_inodes=, a FAT image
+#      through fusefat and an exFAT image through exfat-fuse. Skipped, with the reason, where
+#      mounting is not permitted or the tool is missing.
+# Prints "N passed, N failed" as its last line; exits non-zero when a check failed.
+set -u
+source "$(dirname "$0")/../../scripts/lib.sh"
+cd "$TVEJECT_ROOT"
+
+SAVER=$TVEJECT_ROOT/build/native/bin/saver
+passed=0
+failed=0
+skipped=()
+
+WORK=$(mktemp -d /tmp/tveject-crash.XXXXXX)
+MOUNTS=()
+LOOPS=()
+# Every mount and loop device made here is undone and every file removed, however the script
+# ends.
+cleanup() {
+  local i
+  for ((i = ${#MOUNTS[@]} - 1; i >= 0; i--)); do
+    umount "${MOUNTS[i]}" 2>/dev/null || fusermount -u "${MOUNTS[i]}" 2>/dev/null ||
+      umount -l "${MOUNTS[i]}" 2>/dev/null
+  done
+  for i in "${LOOPS[@]}"; do losetup -d "$i" 2>/dev/null; done
+  rm -rf "$WORK"
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM HUP
+
+if [ ! -x "$SAVER" ]; then
+  echo "missing $SAVER: build the native preset first"
+  echo "0 passed, 1 failed"
+  exit 1
+fi
+if ! command -v strace >/dev/null; then
+  echo "strace is missing (Debian package strace)"
+  echo "0 passed, 1 failed"
+  exit 1
+fi
+
+pass() { passed=$((passed + 1)); }
+fail() { failed=$((failed + 1)); echo "FAIL $*"; }
+
+# The previous and the new text: XML as the configuration holds it, with accented letters, the
+# new one shorter so that new bytes over an old file that was not set aside would show.
+OLD=$WORK/old.txt
+NEW=$WORK/new.txt
+{
+  printf '<TarvelUSBEject>\n\t<UserLanguage>fr</UserLanguage>\n'
+  for i in $(seq 1 40); do printf '\t<Entry n="%d">Pr\xc3\xa9c\xc3\xa9dent r\xc3\xa9glage %d</Entry>\n' "$i" "$i"; done
+  printf '</TarvelUSBEject>\n'
+} >"$OLD"
+{
+  printf '<TarvelUSBEject>\n\t<UserLanguage>en</UserLanguage>\n'
+  for i in $(seq 1 25); do printf '\t<Entry n="%d">Nouveau r\xc3\xa9glage %d</Entry>\n' "$i" "$i"; done
+  printf '</TarvelUSBEject>\n'
+} >"$NEW"
+
+# what_loads FILE: "old", "new", "missing" or "partial" for what a load of FILE finds now.
+what_loads() {
+  local out=$WORK/loaded.txt rc
+  timeout -k 2 20 "$SAVER" load "$1" >"$out" 2>"$WORK/load.err"
+  rc=$?
+  if [ $rc -eq 3 ]; then echo missing
+  elif [ $rc -ne 0 ]; then echo "load-exit-$rc"
+  elif cmp -s "$out" "$OLD"; then echo old
+  elif cmp -s "$out" "$NEW"; then echo new
+  else echo partial
+  fi
+}
+
+# leftovers FOLDER NAME: the files beside NAME in FOLDER (safety copies a load did not take back).
+leftovers() { find "$1" -mindepth 1 -maxdepth 1 ! -name "$2" ! -name 'filler*' -printf '%f ' 2>/dev/null; }
+
+# ---- 1. fault injection with strace ------------------------------------------------------
+
+DIR=$WORK/stick
+FILE=$DIR/TvEject.xml
+
+fresh_folder() { rm -rf "$DIR" && mkdir -p "$DIR" && cp "$OLD" "$FILE"; }
+
+# region_counts TRACE BEGIN END: for each system call made between the lines holding BEGIN and
+# END (both included), "name first last": its occurrence numbers in the whole run.
+region_counts() {
+  awk -v begin="$2" -v end="$3" '
+    { line = $0; sub(/^[0-9]+ +/, "", line) }
+    line ~ /^[a-z_0-9]+\(/ {
+      name = line; sub(/\(.*/, "", name)
+      seen[name]++
+      if (index(line, begin)) inside = 1
+      if (inside) { if (!(name in first)) { first[name] = seen[name]; order[++n] = name } last[name] = seen[name] }
+      if (inside && index(line, end)) inside = 0
+    }
+    END { for (i = 1; i <= n; i++) print order[i], first[order[i]], last[order[i]] }' "$1"
+}
+
+# action_for KIND: the strace action for one kind of fault.
+action_for() {
+  case $1 in
+    ENOSPC) echo "error=ENOSPC" ;;
+    EIO) echo "error=EIO" ;;
+    KILL) echo "signal=KILL" ;;
+  esac
+}
+
+points=0
+declare -A tally
+reported_but_old=0
+failed_but_new=0
+
+# One save under injection, then a plain load.
+save_point() {
+  local kind=$1 call=$2 n=$3 rc result rest
+  fresh_folder
+  # The braces take the shell's own "Killed" notice.
+  { ( exec timeout -k 2 20 strace -f -qq -o "$WORK/run.trace" \
+      -e "inject=$call:$(action_for "$kind"):when=$n" "$SAVER" save "$FILE" "@$NEW" \
+      >/dev/null 2>"$WORK/run.err" ); } 2>/dev/null
+  rc=$?
+  points=$((points + 1))
+  if ! grep -qE 'INJECTED|killed by SIGKILL' "$WORK/run.trace"; then
+    fail "save $call#$n $kind: the injection did not happen (the run differs from the trace)"
+    return
+  fi
+  result=$(what_loads "$FILE")
+  rest=$(leftovers "$DIR" TvEject.xml)
+  tally["save $call $kind $result"]=$(( ${tally["save $call $kind $result"]:-0} + 1 ))
+  if [ "$result" != old ] && [ "$result" != new ]; then
+    fail "save $call#$n $kind (saver exit $rc): the load found $result"
+    sed 's/^/    /' "$WORK/run.err"
+  elif [ -n "$rest" ]; then
+    fail "save $call#$n $kind: left beside the file after a load: $rest"
+  else
+    pass
+    [ $rc -eq 0 ] && [ "$result" = old ] && reported_but_old=$((reported_but_old + 1))
+    [ $rc -eq 1 ] && [ "$result" = new ] && failed_but_new=$((failed_but_new + 1))
+  fi
+}
+
+# An interrupted save as the kill above leaves it: a partial file and the safety copy.
+interrupted_folder() {
+  rm -rf "$DIR" && mkdir -p "$DIR"
+  head -c 100 "$NEW" >"$FILE"
+  cp "$OLD" "$FILE.001.tmp"
+}
+
+# One load (its recovery) under injection, then a plain load.
+load_point() {
+  local kind=$1 call=$2 n=$3 result rest
+  interrupted_folder
+  # The braces take the shell's own "Killed" notice.
+  { ( exec timeout -k 2 20 strace -f -qq -o "$WORK/run.trace" \
+      -e "inject=$call:$(action_for "$kind"):when=$n" "$SAVER" load "$FILE" \
+      >/dev/null 2>"$WORK/run.err" ); } 2>/dev/null
+  points=$((points + 1))
+  if ! grep -qE 'INJECTED|killed by SIGKILL' "$WORK/run.trace"; then
+    fail "load $call#$n $kind: the injection did not happen (the run differs from the trace)"
+    return
+  fi
+  result=$(what_loads "$FILE")
+  rest=$(leftovers "$DIR" TvEject.xml)
+  tally["load $call $kind $result"]=$(( ${tally["load $call $kind $result"]:-0} + 1 ))
+  if [ "$result" != old ]; then
+    fail "load $call#$n $kind: the next load found $result"
+  elif [ -n "$rest" ]; then
+    fail "load $call#$n $kind: left beside the file after the next load: $rest"
+  else
+    pass
+  fi
+}
+
+echo "== Fault injection (strace $(strace -V | head -1 | awk '{print $4}'))"
+save_calls=()
+load_calls=()
+fresh_folder
+if ! strace -f -qq -o "$WORK/save.trace" "$SAVER" save "$FILE" "@$NEW" >/dev/null 2>"$WORK/strace.err"; then
+  # A container may forbid tracing altogether (ptrace refused).
+  skipped+=("fault injection: strace cannot trace here ($(grep -m1 strace "$WORK/strace.err"))")
+else
+  if [ "$(what_loads "$FILE")" != new ]; then
+    fail "a save without injection did not give the new text"
+  fi
+  mapfile -t save_calls < <(region_counts "$WORK/save.trace" '"save begins' '"save ends')
+  interrupted_folder
+  strace -f -qq -o "$WORK/load.trace" "$SAVER" load "$FILE" >/dev/null 2>&1
+  mapfile -t load_calls < <(region_counts "$WORK/load.trace" '"recovery begins' '"recovery ends')
+  if [ ${#save_calls[@]} -eq 0 ] || [ ${#load_calls[@]} -eq 0 ]; then
+    fail "no system calls found in the traced save or load"
+  fi
+fi
+
+# brk never fails with an error number (it answers the unchanged break), and an injected one
+# makes the C library take the number for an address: only the kill is tried on it.
+can_fail() { [ "$1" = KILL ] || [ "$2" != brk ]; }
+for kind in ENOSPC EIO KILL; do
+  for entry in "${save_calls[@]}"; do
+    read -r call first last <<<"$entry"
+    can_fail "$kind" "$call" || continue
+    for ((n = first; n <= last; n++)); do save_point "$kind" "$call" "$n"; done
+  done
+  for entry in "${load_calls[@]}"; do
+    read -r call first last <<<"$entry"
+    can_fail "$kind" "$call" || continue
+    for ((n = first; n <= last; n++)); do load_point "$kind" "$call" "$n"; done
+  done
+done
+
+echo "Save: system calls between \"save begins\" and \"save ends\" (occurrence numbers in the run):"
+for entry in "${save_calls[@]}"; do
+  read -r call first last <<<"$entry"
+  line="  $call #$first..#$last:"
+  for kind in ENOSPC EIO KILL; do
+    line+=" $kind"
+    for result in old new partial missing; do
+      c=${tally["save $call $kind $result"]:-0}
+      [ "$c" -gt 0 ] && line+=" $result=$c"
+    done
+    line+=";"
+  done
+  echo "$line"
+done
+echo "Recovery at load (partial file + safety copy):"
+for entry in "${load_calls[@]}"; do
+  read -r call first last <<<"$entry"
+  line="  $call #$first..#$last:"
+  for kind in ENOSPC EIO KILL; do
+    line+=" $kind"
+    for result in old new partial missing; do
+      c=${tally["load $call $kind $result"]:-0}
+      [ "$c" -gt 0 ] && line+=" $result=$c"
+    done
+    line+=";"
+  done
+  echo "$line"
+done
+echo "Injection points tried: $points (saves that reported success yet the load found the old text: $reported_but_old; saves that reported failure yet the new text stood: $failed_but_new)"
+
+# ---- 2. real full disks ------------------------------------------------------------------
+
+# try_mount NAME MOUNTPOINT COMMAND...: mounts, or records why the file system is skipped.
+try_mount() {
+  local name=$1 point=$2
+  shift 2
+  mkdir -p "$point"
+  if ! timeout -k 2 20 "$@" >"$WORK/mount.err" 2>&1; then
+    skipped+=("$name: mounting is not permitted here ($(head -1 "$WORK/mount.err"))")
+    return 1
+  fi
+  MOUNTS+=("$point")
+  # A FUSE mount answers a moment after its daemon detaches.
+  local i
+  for i in $(seq 1 50); do mountpoint -q "$point" && return 0; sleep 0.1; done
+  skipped+=("$name: the mount did not appear")
+  return 1
+}
+
+unmount_last() {
+  local point=${MOUNTS[-1]}
+  umount "$point" 2>/dev/null || fusermount -u "$point" 2>/dev/null || umount -l "$point"
+  unset 'MOUNTS[-1]'
+}
+
+# fill FOLDER: takes every free block with filler files; a few small ones at the end take the
+# space a big one leaves.
+fill() {
+  local i
+  timeout -k 2 30 dd if=/dev/zero of="$1/filler0" bs=64k status=none 2>/dev/null
+  for i in 1 2 3 4 5 6 7 8; do
+    timeout -k 2 10 dd if=/dev/zero of="$1/filler$i" bs=512 status=none 2>/dev/null || true
+  done
+  sync -f "$1/filler0" 2>/dev/null
+}
+
+# save_expect NAME FOLDER TEXTFILE WANT: one save on the mounted file system; WANT is "new",
+# "old" or "either". Whatever the saver says, the load must find old or new complete, and the
+# saver's answer must match what stands: success with the new text, failure with the old.
+save_expect() {
+  local name=$1 folder=$2 text=$3 want=$4 rc result rest
+  timeout -k 2 30 "$SAVER" save "$folder/TvEject.xml" "@$text" >/dev/null 2>"$WORK/fs.err"
+  rc=$?
+  result=$(what_loads "$folder/TvEject.xml")
+  rest=$(leftovers "$folder" TvEject.xml)
+  if [ "$result" != old ] && [ "$result" != new ]; then
+    fail "$name: the load found $result (saver exit $rc)"
+    sed 's/^/    /' "$WORK/fs.err"
+  elif [ $rc -eq 0 ] && [ "$result" != new ]; then
+    fail "$name: the save reported success but the load found $result"
+  elif [ $rc -ne 0 ] && [ "$result" != old ]; then
+    fail "$name: the save reported failure (exit $rc) but the load found $result"
+  elif [ "$want" != either ] && [ "$result" != "$want" ]; then
+    fail "$name: expected the $want text, the load found $result"
+  elif [ -n "$rest" ]; then
+    fail "$name: left beside the file: $rest"
+  else
+    pass
+    echo "  $name: saver exit $rc, load found the $result text"
+  fi
+}
+
+# full_disk_by_size NAME FOLDER: the old text in place, every block taken, then saves that
+# cannot fit, that fit once space is freed, and ever larger ones until the disk refuses.
+full_disk_by_size() {
+  local name=$1 folder=$2 big=$WORK/big.txt size
+  rm -f "$folder"/*
+  cp "$OLD" "$folder/TvEject.xml" && sync -f "$folder/TvEject.xml"
+  fill "$folder"
+  save_expect "$name, disk full" "$folder" "$NEW" old
+  rm -f "$folder"/filler*
+  save_expect "$name, space freed" "$folder" "$NEW" new
+  # Ever larger texts until one no longer fits beside the previous one.
+  local keep_old=$OLD keep_new=$NEW
+  OLD=$WORK/cur-old.txt
+  NEW=$WORK/cur-new.txt
+  cp "$keep_new" "$OLD"
+  for size in 8 32 128 512 2048; do
+    { cat "$keep_new"; head -c $((size * 1024)) /dev/zero | tr '\0' 'x'; echo; } >"$NEW"
+    save_expect "$name, ${size} KB text" "$folder" "$NEW" either
+    [ "$(what_loads "$folder/TvEject.xml")" = new ] && cp "$NEW" "$OLD" || break
+  done
+  OLD=$keep_old
+  NEW=$keep_new
+}
+
+# full_disk_by_inodes NAME FOLDER: every inode taken, so the new file cannot be created.
+full_disk_by_inodes() {
+  local name=$1 folder=$2 i=0
+  rm -f "$folder"/*
+  cp "$OLD" "$folder/TvEject.xml"
+  while touch "$folder/filler$i" 2>/dev/null && [ $i -lt 10000 ]; do i=$((i + 1)); done
+  save_expect "$name, no inode left" "$folder" "$NEW" old
+  rm -f "$folder/filler0"
+  save_expect "$name, one inode freed" "$folder" "$NEW" new
+  rm -f "$folder"/filler*
+}
+
+echo "== Full disks"
+if [ "$(id -u)" -ne 0 ]; then
+  skipped+=("every file system: mounting needs root (running as $(id -un))")
+else
+  point=$WORK/tmpfs-size
+  if try_mount "tmpfs size=" "$point" mount -t tmpfs -o size=256k,mode=0755 tvtest "$point"; then
+    full_disk_by_size "tmpfs size=256k" "$point"
+    unmount_last
+  fi
+  point=$WORK/tmpfs-inodes
+  if try_mount "tmpfs nr_inodes=" "$point" mount -t tmpfs -o size=1m,nr_inodes=16,mode=0755 tvtest "$point"; then
+    full_disk_by_inodes "tmpfs nr_inodes=16" "$point"
+    unmount_last
+  fi
+  if command -v fusefat >/dev/null && command -v mkfs.fat >/dev/null; then
+    image=$WORK/fat.img
+    point=$WORK/fat
+    rm -f "$image"
+    if ! mkfs.fat -C "$image" 512 >"$WORK/mkfs.err" 2>&1; then
+      skipped+=("FAT: mkfs.fat failed ($(tail -1 "$WORK/mkfs.err"))")
+    elif try_mount "FAT (fusefat)" "$point" fusefat -o rw+ "$image" "$point"; then
+      full_disk_by_size "FAT 512 KB (fusefat)" "$point"
+      unmount_last
+    fi
+  else
+    skipped+=("FAT: fusefat or mkfs.fat is missing (Debian packages fusefat, dosfstools)")
+  fi
+  if command -v mount.exfat-fuse >/dev/null && command -v mkfs.exfat >/dev/null; then
+    image=$WORK/exfat.img
+    point=$WORK/exfat
+    rm -f "$image"
+    truncate -s 2M "$image"
+    # As root exfat-fuse mounts block devices only: the image goes through a loop device.
+    if ! mkfs.exfat -b 4K "$image" >"$WORK/mkfs.err" 2>&1; then
+      skipped+=("exFAT: mkfs.exfat failed ($(tail -1 "$WORK/mkfs.err"))")
+    elif ! loop=$(losetup -f --show "$image" 2>"$WORK/losetup.err"); then
+      skipped+=("exFAT: no loop device for the image ($(head -1 "$WORK/losetup.err"))")
+    else
+      LOOPS+=("$loop")
+      if try_mount "exFAT (exfat-fuse)" "$point" mount.exfat-fuse "$loop" "$point"; then
+        full_disk_by_size "exFAT 2 MB (exfat-fuse)" "$point"
+        unmount_last
+      fi
+    fi
+  else
+    skipped+=("exFAT: exfat-fuse or mkfs.exfat is missing (Debian packages exfat-fuse, exfatprogs)")
+  fi
+fi
+for s in "${skipped[@]}"; do echo "SKIP $s"; done
+
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ]
