@@ -98,7 +98,7 @@ answer_box() {
   local try
   for try in 1 2 3; do
     xdotool key "$key"
-    wait_for 5 gone && return 0
+    wait_for 15 gone && return 0
     timeout 10 xdotool windowactivate --sync "$WID" >/dev/null 2>&1 ||
       timeout 10 xdotool windowfocus --sync "$WID" >/dev/null 2>&1
   done
