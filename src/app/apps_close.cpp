@@ -51,7 +51,8 @@ bool WriteCount(std::u16string_view own_folder, std::size_t count) {
   // UTF-8 without a mark, no backups: the program reads the number and deletes the file.
   const bool saved = mStringTools::SaveFile(file, base::ToText(static_cast<std::int64_t>(count)),
                                             true, 2, false, 1252, 0, false, u"", 0, 5);
-  DebugLog((saved ? u"Count written to " : u"The count could not be written to ") + file);
+  DebugLog((saved ? u"Count " : u"Count not written: ") +
+           base::ToText(static_cast<std::int64_t>(count)) + u" -> " + file);
   return saved;
 }
 
