@@ -237,6 +237,7 @@ int RunDiskEjector(const std::vector<std::u16string>& args, std::u16string_view 
     const sys::EjectReport report = sys::EjectDriveOf(folder, options, ops.drive);
     DebugLog(u"Outcome: " + report.reason);
     const EjectorMessage message = DescribeEject(report, folder);
+    DebugLog(u"Message: " + message.text);
     mUnicodePatch::MsgBox(message.text, message.flags);
 
     if (is_copy) {

@@ -17,6 +17,7 @@
 #include "os/program_env.h"
 #include "os/ui.h"
 #include "support/temp_dir.h"
+#include "sys/app_closer.h"
 
 namespace {
 
@@ -185,7 +186,7 @@ TEST(DiskEjectorRun, TheOriginalHandsOverToACopyInTheTemporaryFolder) {
   EXPECT_EQ(app::RunDiskEjector({u"/retry"}, own, ops), 0);
 
   const std::u16string pid = base::ToText(os::GetCurrentProcessId());
-  EXPECT_EQ(started, temp.u16(u"Tmp/TvDiskEjector-" + pid + kExe));
+  EXPECT_EQ(started, sys::ChildPath(temp.u16(u"Tmp"), u"TvDiskEjector-" + pid + kExe));
   EXPECT_EQ(temp.Read(u"Tmp/TvDiskEjector-" + pid + kExe), "ejector bytes");
   EXPECT_FALSE(temp.Exists(u"Tmp/TvDiskEjector-1" + kExe)) << "an old copy is swept";
   EXPECT_EQ(folder, temp.u16(u"Tmp"));

@@ -69,7 +69,10 @@ bool CopyFileW(const char16_t* source, const char16_t* destination, bool fail_if
 }
 
 bool DeleteProgramFileAfterExit(std::u16string_view path) {
-  const std::wstring file(reinterpret_cast<const wchar_t*>(path.data()), path.size());
+  // The command processor's "del" would read a "/" as the start of a switch.
+  std::wstring file(reinterpret_cast<const wchar_t*>(path.data()), path.size());
+  for (wchar_t& c : file)
+    if (c == L'/') c = L'\\';
   std::wstring folder = file.substr(0, file.find_last_of(L"\\/") + 1);
 
   // The command processor tries once a second, for up to half a minute, until the program has
