@@ -121,6 +121,12 @@ int RunAppsClose(const std::vector<std::u16string>& args, std::u16string_view ow
     }
 
     const sys::CloseReport report = sys::CloseApplications(scope, options, ops);
+    for (const auto& p : report.asked)
+      DebugLog(u"Asked to close: " + p.image + u" (" + base::ToText(p.pid) + u")");
+    for (const auto& p : report.without_window)
+      DebugLog(u"Nothing to ask (no window): " + p.image + u" (" + base::ToText(p.pid) + u")");
+    for (const auto& p : report.killed)
+      DebugLog(u"Ended by force: " + p.image + u" (" + base::ToText(p.pid) + u")");
     DebugLog(report.reason);
     if (report.outcome == sys::CloseOutcome::kFailed) return 2;
     const std::size_t count = report.still_running.size();

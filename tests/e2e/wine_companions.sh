@@ -100,7 +100,8 @@ cp -R "$PORTABLE" "$stick"
 mkdir -p "$stick/Apps/Editor" "$stick/Apps/Console"
 cp "$BIN/window_app.exe" "$stick/Apps/Editor/editor.exe"
 cp "$BIN/sleeper.exe" "$stick/Apps/Console/console.exe"
-printf '<TvAppsClose>\r\n\t<GraceSeconds>2</GraceSeconds>\r\n\t<ForceClose>0</ForceClose>\r\n</TvAppsClose>' \
+# Wine takes about 2 s to end a windowed program after WM_CLOSE: a grace period to match.
+printf '<TvAppsClose>\r\n\t<GraceSeconds>6</GraceSeconds>\r\n\t<ForceClose>0</ForceClose>\r\n</TvAppsClose>' \
   >"$stick/TvAppsClose/TvAppsClose.xml"
 export TVEJECT_LOG
 TVEJECT_LOG=$(winpath "$work/companions.log")
