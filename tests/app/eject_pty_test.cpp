@@ -4,6 +4,7 @@
 
 #ifndef _WIN32
 #include <poll.h>
+#include <signal.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,6 +32,10 @@ std::string RunInTerminal(const fs::path& program, std::vector<std::string> answ
     unsetenv("DISPLAY");
     unsetenv("WAYLAND_DISPLAY");
     unsetenv("TVEJECT_TTY");
+    // TvEject leads this session, so its end hangs the terminal up and SIGHUP would kill the
+    // ejector it has just started (in a person's terminal the shell leads and nothing is hung
+    // up). Ignored here, and so in every program started from here.
+    signal(SIGHUP, SIG_IGN);
     execl(program.c_str(), program.c_str(), static_cast<char*>(nullptr));
     _exit(127);
   }
