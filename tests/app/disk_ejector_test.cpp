@@ -273,27 +273,4 @@ TEST(DiskEjectorRun, TheCopyRetriesReportsAndDeletesItself) {
   }
 }
 
-TEST(DiskEjectorRun, TheCopyWaitsForTheProgramsItNames) {
-  TempDir temp;
-  const std::u16string own = temp.Write(u"Tmp/TvDiskEjector-8" + kExe, "copy");
-  KeepWorkingFolder keep;
-  ScriptedDrive drive;
-  app::EjectorOps ops;
-  ops.drive = drive.Ops();
-  ops.wait_limit_ms = 300;
-  // The test itself never ends while it runs: waited for until the limit, then ejected anyway.
-  os::fault::Scope faults;
-  std::uint32_t slept = 0;
-  os::fault::SetObserver([&](os::fault::Event e, std::intptr_t value) {
-    if (e == os::fault::Event::kSlept) slept += static_cast<std::uint32_t>(value);
-  });
-  Boxes boxes;
-  EXPECT_EQ(app::RunDiskEjector({u"/from", temp.u16(u"Stick/TvEject/TvDiskEjector"), u"/wait",
-                                 base::ToText(os::GetCurrentProcessId())},
-                                own, ops),
-            0);
-  EXPECT_GE(slept, 300u);
-  EXPECT_EQ(drive.ejects, 1);
-}
-
 }  // namespace

@@ -4,8 +4,8 @@
 
 #ifndef _WIN32
 #include <poll.h>
-#include <signal.h>
 #include <pty.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
