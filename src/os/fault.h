@@ -36,6 +36,7 @@ enum class Op : int {
   kFullPathName,   // GetFullPathNameW
   kVolumeInfo,     // GetVolumeInformationW
   kDeviceQuery,    // DeviceIoControl
+  kCopyFile,       // CopyFileW
   kCount
 };
 

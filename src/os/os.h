@@ -13,6 +13,7 @@
 #include "os/files.h"
 #include "os/locale.h"
 #include "os/process.h"
+#include "os/program_env.h"
 #include "os/types.h"
 #include "os/ui.h"
 #include "os/volume.h"

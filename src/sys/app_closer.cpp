@@ -96,6 +96,15 @@ std::u16string ParentFolder(std::u16string_view path) {
   return std::u16string(p.substr(0, keep));
 }
 
+std::u16string ChildPath(std::u16string_view folder, std::u16string_view name) {
+  std::u16string path(folder);
+  if (path.empty() || !IsSeparator(path.back())) {
+    const std::size_t last = path.find_last_of(u"\\/");
+    path += last == std::u16string::npos ? u'\\' : path[last];
+  }
+  return path + std::u16string(name);
+}
+
 bool IsRootPath(std::u16string_view p) {
   if (p.empty()) return false;
   if (std::all_of(p.begin(), p.end(), IsSeparator)) return true;  // "/", and "//" too

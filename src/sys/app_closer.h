@@ -33,6 +33,10 @@ bool PathIsUnder(std::u16string_view path, std::u16string_view folder, bool igno
 // when path has no folder part.
 std::u16string ParentFolder(std::u16string_view path);
 
+// folder + a separator + name, the separator being the one folder already uses ("\" when it has
+// none); no second separator after a folder that ends with one ("E:\", "/").
+std::u16string ChildPath(std::u16string_view folder, std::u16string_view name);
+
 // True for a path that is nothing but a root: "/", "C:\", "C:", "\\server\share\".
 bool IsRootPath(std::u16string_view path);
 

@@ -5,6 +5,7 @@
 #ifndef _WIN32
 #include <poll.h>
 #include <pty.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,6 +38,10 @@ std::string RunInTerminal(const fs::path& program, std::vector<std::string> answ
       unsetenv("LC_MESSAGES");
       setenv("LANG", lang, 1);
     }
+    // TvEject leads this session, so its end hangs the terminal up and SIGHUP would kill the
+    // ejector it has just started (in a person's terminal the shell leads and nothing is hung
+    // up). Ignored here, and so in every program started from here.
+    signal(SIGHUP, SIG_IGN);
     execl(program.c_str(), program.c_str(), static_cast<char*>(nullptr));
     _exit(127);
   }

@@ -4,7 +4,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -104,7 +106,24 @@ TEST(ShippedLanguageFile, IsWrittenAsTheProgramWritesFiles) {
   for (const auto& error : errors) ADD_FAILURE() << error;
 }
 
-TEST(ShippedLanguageFile, EveryLanguageHasTheFourMessages) {
+// Every text of the program and its companions, by dotted key.
+const char* const kKeys[] = {
+    "Messages.Intro",
+    "Messages.Errors.TvAppsCloseRunError",
+    "Message.AppStillRunning",
+    "Messages.Errors.TvDiskEjectorRunError",
+    "TvAppsClose.Messages.Confirm",
+    "TvAppsClose.Messages.StillRunning",
+    "TvDiskEjector.Messages.Ejected",
+    "TvDiskEjector.Messages.NotRemovable",
+    "TvDiskEjector.Messages.SystemDisk",
+    "TvDiskEjector.Messages.Unidentified",
+    "TvDiskEjector.Messages.Refused",
+    "TvDiskEjector.Messages.RefusedBy",
+    "TvDiskEjector.Messages.Failed",
+};
+
+TEST(ShippedLanguageFile, EveryLanguageHasEveryMessage) {
   std::vector<std::string> errors;
   auto languages = ReadLanguages(ReadShippedFile(), errors);
   const std::map<std::string, std::string> names = {
@@ -124,20 +143,50 @@ TEST(ShippedLanguageFile, EveryLanguageHasTheFourMessages) {
   }
   for (const auto& [code, language] : languages) {
     EXPECT_FALSE(language.name.empty()) << code;
-    for (const char* key : {"Messages.Intro", "Messages.Errors.TvAppsCloseRunError",
-                            "Message.AppStillRunning", "Messages.Errors.TvDiskEjectorRunError"}) {
+    for (const char* key : kKeys) {
       auto text = language.texts.find(key);
       ASSERT_NE(text, language.texts.end()) << code << " " << key;
       EXPECT_FALSE(text->second.empty()) << code << " " << key;
       // The writer escapes these five; a bare one would not be read back as written.
       EXPECT_EQ(text->second.find_first_of("'\"<>"), std::string::npos) << code << " " << key;
     }
-    EXPECT_EQ(language.texts.size(), 4u) << code;
+    EXPECT_EQ(language.texts.size(), std::size(kKeys)) << code;
     bool counts = language.texts.at("Message.AppStillRunning").find("%count%") != std::string::npos;
     EXPECT_EQ(counts, code != "fr") << code << ": %count% in the still-running message";
     EXPECT_NE(language.texts.at("Messages.Intro").find("Tarvel USB Eject"), std::string::npos)
         << code;
   }
+}
+
+// The companions fill placeholders into their texts: every language has the ones the English
+// text has, no more and no fewer, or a value would go missing (or "%drive%" be shown as is).
+TEST(ShippedLanguageFile, CompanionTextsKeepTheirPlaceholders) {
+  std::vector<std::string> errors;
+  auto languages = ReadLanguages(ReadShippedFile(), errors);
+  ASSERT_TRUE(languages.count("en"));
+  auto placeholders = [](const std::string& text) {
+    std::multiset<std::string> found;
+    for (std::size_t at = text.find('%'); at != std::string::npos; at = text.find('%', at + 1)) {
+      std::size_t end = text.find('%', at + 1);
+      if (end == std::string::npos) break;
+      found.insert(text.substr(at, end - at + 1));
+      at = end;
+    }
+    return found;
+  };
+  int checked = 0;
+  for (const char* key : kKeys) {
+    if (std::string(key).rfind("Tv", 0) != 0) continue;  // the companions' own section
+    const auto expected = placeholders(languages["en"].texts[key]);
+    EXPECT_FALSE(expected.empty()) << key;
+    for (const auto& [code, language] : languages) {
+      auto text = language.texts.find(key);
+      if (text == language.texts.end()) continue;  // reported by the test above
+      EXPECT_EQ(placeholders(text->second), expected) << code << " " << key;
+      ++checked;
+    }
+  }
+  EXPECT_EQ(checked, 9 * 7);
 }
 
 // French is the language of the built-in texts: its entry holds them exactly, line breaks as

@@ -317,7 +317,9 @@ TEST(AppCloserReal, ClosesExactlyTheSuitesApplications) {
       << base::Narrow(scope.reason);
   sys::CloseOptions options;
   options.own_path = s.own;
-  options.grace_ms = 3000;  // the slow one needs 1 s; the stubborn one is waited for in vain
+  // The slow one needs 1 s, and Wine takes about 2 s more to end a windowed program after
+  // WM_CLOSE; the stubborn one is waited for in vain.
+  options.grace_ms = 6000;
   const auto report = sys::CloseApplications(scope, options);
 
   EXPECT_EQ(report.outcome, sys::CloseOutcome::kStillRunning) << base::Narrow(report.reason);

@@ -1,0 +1,154 @@
+#include "app/apps_close.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include "app/companion_log.h"
+#include "app/companion_text.h"
+#include "base/debug_log.h"
+#include "base/text.h"
+#include "base/trap.h"
+#include "os/apps.h"
+#include "os/process.h"
+#include "os/program_env.h"
+#include "os/ui.h"
+#include "sys/paths.h"
+#include "text/msgbox.h"
+#include "text/text_file.h"
+#include "xml/node.h"
+
+namespace app {
+namespace {
+
+constexpr std::uint32_t kMaxGraceMs = 3600 * 1000;
+
+// A list of applications for a box, one per line: the program's file name.
+std::u16string ListForBox(const std::vector<os::ProcessEntry>& processes) {
+  std::u16string out;
+  for (const auto& p : processes) {
+    if (!out.empty()) out += u"\r\n";
+    std::size_t slash = p.image.find_last_of(u"\\/");
+    out += slash == std::u16string::npos ? p.image : p.image.substr(slash + 1);
+  }
+  return out;
+}
+
+// What CloseApplications will close, for the confirmation box: the same selection it makes.
+std::vector<os::ProcessEntry> Targets(const sys::CloseScope& scope,
+                                      const sys::CloseOptions& options,
+                                      const sys::ProcessOps& ops) {
+  sys::Spared spared;
+  const std::uint32_t self = os::GetCurrentProcessId();
+  spared.pids = {self, os::ParentProcessId(self)};
+  spared.images = {options.own_path};
+  spared.names = options.spare_names;
+  return sys::SelectProcessesToClose(ops.enumerate(), scope, spared, ops.ignore_case);
+}
+
+bool WriteCount(std::u16string_view own_folder, std::size_t count) {
+  const std::u16string file = sys::ChildPath(own_folder, u"TvAppsClose.out");
+  // UTF-8 without a mark, no backups: the program reads the number and deletes the file.
+  const bool saved = mStringTools::SaveFile(file, base::ToText(static_cast<std::int64_t>(count)),
+                                            true, 2, false, 1252, 0, false, u"", 0, 5);
+  DebugLog((saved ? u"Count " : u"Count not written: ") +
+           base::ToText(static_cast<std::int64_t>(count)) + u" -> " + file);
+  return saved;
+}
+
+}  // namespace
+
+AppsCloseSettings LoadAppsCloseSettings(std::u16string_view file) {
+  return base::Trap(
+      base::InFunction(u"mAppsClose.LoadAppsCloseSettings"), AppsCloseSettings{}, [&] {
+        AppsCloseSettings settings;
+        XmlNodePtr root = cXmlNode::Create();
+        root->XmlData(mGlobal::LoadTextFile(file));
+        if (!base::EqualNoCase(root->Name(), u"TvAppsClose")) return settings;
+        const std::string grace = base::Narrow(root->GetChildValue(u"GraceSeconds"));
+        char* end = nullptr;
+        const double seconds = std::strtod(grace.c_str(), &end);
+        if (!grace.empty() && end && *end == '\0' && seconds >= 0 && std::isfinite(seconds)) {
+          settings.grace_ms = static_cast<std::uint32_t>(
+              std::min(seconds * 1000.0, static_cast<double>(kMaxGraceMs)));
+        }
+        const std::u16string force = root->GetChildValue(u"ForceClose");
+        settings.force =
+            force == u"1" || base::EqualNoCase(force, u"true") || base::EqualNoCase(force, u"yes");
+        return settings;
+      });
+}
+
+AppsCloseCommand ParseAppsCloseArguments(const std::vector<std::u16string>& args) {
+  AppsCloseCommand command;
+  for (const auto& arg : args) {
+    if (arg.size() < 2 || (arg[0] != u'/' && arg[0] != u'-')) continue;
+    const std::u16string_view name = std::u16string_view(arg).substr(1);
+    if (base::EqualNoCase(name, u"now")) command.now = true;
+    if (base::EqualNoCase(name, u"out")) command.out = true;
+  }
+  return command;
+}
+
+int RunAppsClose(const std::vector<std::u16string>& args, std::u16string_view own_path,
+                 const sys::ProcessOps& ops) {
+  return base::Trap(base::InFunction(u"mAppsClose.RunAppsClose"), 2, [&] {
+    const AppsCloseCommand command = ParseAppsCloseArguments(args);
+    const std::u16string own_folder = sys::ParentFolder(own_path);
+    const AppsCloseSettings settings =
+        LoadAppsCloseSettings(sys::ChildPath(own_folder, u"TvAppsClose.xml"));
+    LoadCompanionLanguage(sys::ChildPath(sys::ParentFolder(own_folder), u"TvEject"));
+
+    sys::CloseOptions options;
+    options.grace_ms = settings.grace_ms;
+    options.force = settings.force;
+    options.own_path = std::u16string(own_path);
+    const sys::CloseScope scope = sys::DetermineCloseScope(own_path);
+    DebugLog(u"Scope: " + scope.reason);
+
+    if (!command.now && !scope.folder.empty()) {
+      const auto targets = Targets(scope, options, ops);
+      if (!targets.empty()) {
+        const std::u16string text =
+            CompanionText(u"TvAppsClose.Messages.Confirm",
+                          {{u"%folder%", scope.folder}, {u"%list%", ListForBox(targets)}});
+        if (mUnicodePatch::MsgBox(text, 1 | 0x20) != os::kIdOk) {
+          DebugLog(u"Cancelled: nothing was closed");
+          if (command.out) WriteCount(own_folder, targets.size());
+          return 1;
+        }
+      }
+    }
+
+    const sys::CloseReport report = sys::CloseApplications(scope, options, ops);
+    for (const auto& p : report.asked)
+      DebugLog(u"Asked to close: " + p.image + u" (" + base::ToText(p.pid) + u")");
+    for (const auto& p : report.without_window)
+      DebugLog(u"Nothing to ask (no window): " + p.image + u" (" + base::ToText(p.pid) + u")");
+    for (const auto& p : report.killed)
+      DebugLog(u"Ended by force: " + p.image + u" (" + base::ToText(p.pid) + u")");
+    DebugLog(report.reason);
+    if (report.outcome == sys::CloseOutcome::kFailed) return 2;
+    const std::size_t count = report.still_running.size();
+    if (command.out) WriteCount(own_folder, count);
+    if (!command.now && count > 0) {
+      mUnicodePatch::MsgBox(CompanionText(u"TvAppsClose.Messages.StillRunning",
+                                          {{u"%list%", ListForBox(report.still_running)}}),
+                            0x30);
+    }
+    return count == 0 ? 0 : 1;
+  });
+}
+
+int AppsCloseMain() {
+  CompanionLog log(u"TvAppsClose");
+  const std::vector<std::u16string> args = os::ProgramArguments();
+  std::u16string line = u"Started:";
+  for (const auto& a : args) line += u" " + a;
+  DebugLog(line);
+  const int code = RunAppsClose(args, os::ModuleFileName());
+  DebugLog(u"Exit code " + base::ToText(code));
+  return code;
+}
+
+}  // namespace app

@@ -1,0 +1,138 @@
+#include "app/companion_text.h"
+
+#include "base/debug_log.h"
+#include "base/text.h"
+#include "base/trap.h"
+#include "lang/lang.h"
+#include "lang/lang_select.h"
+#include "sys/app_closer.h"
+#include "text/text_file.h"
+#include "xml/node.h"
+
+namespace app {
+namespace {
+
+struct State {
+  XmlNodePtr document;  // keeps the installed language's tree alive
+  std::u16string code;
+};
+
+State& Current() {
+  static State state;
+  return state;
+}
+
+XmlNodePtr ParseFile(const std::u16string& path) {
+  XmlNodePtr root = cXmlNode::Create();
+  root->XmlData(mGlobal::LoadTextFile(path));
+  return root;
+}
+
+bool IsFrench(std::u16string_view code) {
+  return base::EqualNoCase(code.substr(0, 2), u"fr");
+}
+
+}  // namespace
+
+const std::vector<CompanionString>& CompanionStrings() {
+  static const std::vector<CompanionString> strings = {
+      {u"TvAppsClose.Messages.Confirm",
+       u"Ces applications lanc\u00E9es depuis %folder% vont \u00EAtre ferm\u00E9es :\r\n\r\n%list%",
+       u"These applications started from %folder% will be closed:\r\n\r\n%list%"},
+      {u"TvAppsClose.Messages.StillRunning",
+       u"Ces applications sont toujours en cours d'ex\u00E9cution :\r\n\r\n%list%",
+       u"These applications are still running:\r\n\r\n%list%"},
+      {u"TvDiskEjector.Messages.Ejected",
+       u"Vous pouvez maintenant retirer le p\u00E9riph\u00E9rique %drive%.",
+       u"You may now remove the drive %drive%."},
+      {u"TvDiskEjector.Messages.NotRemovable",
+       u"Le lecteur %drive% n'est pas un p\u00E9riph\u00E9rique amovible : il n'est pas "
+       u"\u00E9ject\u00E9.\r\n\r\n%details%",
+       u"The drive %drive% is not a removable drive: it is not ejected.\r\n\r\n%details%"},
+      {u"TvDiskEjector.Messages.SystemDisk",
+       u"Le lecteur %drive% contient le syst\u00E8me en cours d'ex\u00E9cution : il n'est pas "
+       u"\u00E9ject\u00E9.\r\n\r\n%details%",
+       u"The drive %drive% holds the running system: it is not ejected.\r\n\r\n%details%"},
+      {u"TvDiskEjector.Messages.Unidentified",
+       u"Le lecteur de %folder% ne peut pas \u00EAtre identifi\u00E9 : il n'est pas "
+       u"\u00E9ject\u00E9.\r\n\r\n%details%",
+       u"The drive of %folder% cannot be identified: it is not ejected.\r\n\r\n%details%"},
+      {u"TvDiskEjector.Messages.Refused",
+       u"Le syst\u00E8me a refus\u00E9 d'\u00E9jecter le lecteur %drive% (%veto%).\r\n\r\nFermez "
+       u"les programmes qui l'utilisent et r\u00E9essayez.",
+       u"The system refused to eject the drive %drive% (%veto%).\r\n\r\nClose the programs that "
+       u"use it and try again."},
+      {u"TvDiskEjector.Messages.RefusedBy",
+       u"Le syst\u00E8me a refus\u00E9 d'\u00E9jecter le lecteur %drive%. Ces programmes "
+       u"l'utilisent :\r\n\r\n%programs%\r\n\r\nFermez-les et r\u00E9essayez.",
+       u"The system refused to eject the drive %drive%. These programs are using it:\r\n\r\n"
+       u"%programs%\r\n\r\nClose them and try again."},
+      {u"TvDiskEjector.Messages.Failed",
+       u"Le lecteur %drive% n'a pas pu \u00EAtre \u00E9ject\u00E9 (erreur %error%).\r\n\r\n"
+       u"%details%",
+       u"The drive %drive% could not be ejected (error %error%).\r\n\r\n%details%"},
+  };
+  return strings;
+}
+
+std::u16string LoadCompanionLanguage(std::u16string_view program_folder) {
+  return base::Trap(base::InFunction(u"mCompanion.LoadCompanionLanguage"), std::u16string(), [&] {
+    State& state = Current();
+    state = State{};
+    mLang::Lang().Xml(nullptr);
+
+    XmlNodePtr config = ParseFile(sys::ChildPath(program_folder, u"TvEject.xml"));
+    std::u16string code, file;
+    if (config->Name() == u"TarvelUSBEject") {
+      XmlNodePtr user = config->FindNode(u"UserLanguage", false, true);
+      XmlNodePtr language = config->FindNode(u"Language", false, true);
+      if (user) code = user->Value();
+      if (code.empty() && language) code = language->Value();
+      if (language) file = language->Attribut(u"file");
+    }
+    if (code.empty()) code = mLang::getUserLangISO();
+    if (file.empty()) file = u"TvEject_lng.xml";
+    state.code = code;
+
+    const std::u16string path = sys::ChildPath(program_folder, file);
+    DebugLog(u"Loading language file : " + path);
+    state.document = ParseFile(path);
+    if (state.document->Name() != u"Languages" || code.empty()) return code;
+    XmlNodePtr chosen;
+    const std::u16string two = base::Lower(std::u16string_view(code).substr(0, 2));
+    for (std::int32_t i = 1, n = state.document->ChildCount(); i <= n; ++i) {
+      XmlNodePtr child = state.document->Child(i);
+      const std::u16string name = child->Name();
+      if (base::EqualNoCase(name, code)) {
+        chosen = child;
+        break;
+      }
+      if (!chosen && base::Lower(std::u16string_view(name).substr(0, 2)) == two) chosen = child;
+    }
+    if (chosen) mLang::Lang().Xml(chosen);
+    DebugLog(u"Current language: " + (chosen ? chosen->Name() : code + u" (built-in texts)"));
+    return code;
+  });
+}
+
+std::u16string CompanionText(
+    std::u16string_view key,
+    const std::vector<std::pair<std::u16string_view, std::u16string>>& values) {
+  std::u16string text;
+  for (const CompanionString& s : CompanionStrings()) {
+    if (s.key != key) continue;
+    const bool french = IsFrench(Current().code);
+    text = mLang::Lang().GetString(key, french ? s.french : s.english);
+    break;
+  }
+  for (const auto& [name, value] : values) {
+    std::size_t at = 0;
+    while ((at = text.find(name, at)) != std::u16string::npos) {
+      text.replace(at, name.size(), value);
+      at += value.size();
+    }
+  }
+  return text;
+}
+
+}  // namespace app

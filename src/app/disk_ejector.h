@@ -1,0 +1,67 @@
+// TvDiskEjector, the ejecting companion: ejects the drive the suite stands on and tells the user
+// the outcome in a message box.
+//
+//   TvDiskEjector [/retry]
+//
+// "/retry" tries a refused eject again (5 tries, 1 s apart). The program stands on the drive it
+// ejects, and a program running from a drive holds it: so it first copies itself to the
+// temporary folder and starts the copy, working from that folder, with its own arguments and
+//
+//   /from "<the original file>" /wait <pid> ...
+//
+// then ends. The copy waits for the original (and for the program that started it, when that
+// one also runs from the drive) to end, ejects, shows the outcome and has its own file deleted.
+// Exit code: 0 when the drive may be removed, 1 otherwise.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sys/drive_eject.h"
+
+namespace app {
+
+struct EjectorCommand {
+  bool retry = false;
+  std::u16string from;                   // set in the copy: the original file on the drive
+  std::vector<std::uint32_t> wait_pids;  // processes the copy waits for before it ejects
+};
+
+// "/retry" in any case, also with "-"; "/from PATH" and "/wait PID" as the original passes them.
+EjectorCommand ParseEjectorArguments(const std::vector<std::u16string>& args);
+
+// A parameter text that the system splits back into exactly these arguments
+// (os::SplitCommandLine): blanks and quotes quoted, backslashes before a quote doubled.
+std::u16string JoinArguments(const std::vector<std::u16string>& args);
+
+// What the user is told: a box's text and style flags.
+struct EjectorMessage {
+  std::u16string text;
+  std::int32_t flags = 0;
+};
+
+// The message for an eject's outcome, in the installed language (see companion_text.h). folder
+// is the suite folder the eject was asked for.
+EjectorMessage DescribeEject(const sys::EjectReport& report, std::u16string_view folder);
+
+// What the ejector does around the eject, replaceable in tests.
+struct EjectorOps {
+  sys::DriveOps drive = sys::SystemDriveOps();
+  // Starts the copy (ShellExecuteW: file, parameters, working folder); the platform's result.
+  std::function<std::intptr_t(const std::u16string&, const std::u16string&, const std::u16string&)>
+      start;
+  std::u16string temp_folder;           // where the copy goes; "" = the user's temporary folder
+  std::uint32_t wait_limit_ms = 20000;  // how long the copy waits for the processes it names
+};
+
+// One run of the ejector standing at own_path; returns the exit code.
+int RunDiskEjector(const std::vector<std::u16string>& args, std::u16string_view own_path,
+                   const EjectorOps& ops = EjectorOps{});
+
+// The program's entry: its arguments and its own file from the system.
+int DiskEjectorMain();
+
+}  // namespace app

@@ -1,0 +1,148 @@
+// POSIX side of the seam: arguments, environment, working and temporary folders, file copies.
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "base/text.h"
+#include "os/fault.h"
+#include "os/posix/native.h"
+#include "os/program_env.h"
+#include "os/types.h"
+
+namespace os {
+namespace {
+
+bool IsFolder(const char* path) {
+  struct stat st;
+  return path && *path && stat(path, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool WriteAll(int fd, const char* data, std::size_t size) {
+  while (size > 0) {
+    ssize_t n = write(fd, data, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    data += n;
+    size -= static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+// Closes a descriptor when the copy is left, on every path.
+struct Fd {
+  int fd = -1;
+  ~Fd() {
+    if (fd >= 0) close(fd);
+  }
+};
+
+}  // namespace
+
+std::vector<std::u16string> ProgramArguments() {
+  // /proc/self/cmdline: the arguments separated by NULs, the program's name first.
+  std::ifstream in("/proc/self/cmdline", std::ios::binary);
+  std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::vector<std::u16string> args;
+  std::size_t start = 0;
+  bool first = true;
+  while (start < all.size()) {
+    std::size_t end = all.find('\0', start);
+    if (end == std::string::npos) end = all.size();
+    if (!first) args.push_back(base::Widen(std::string_view(all).substr(start, end - start)));
+    first = false;
+    start = end + 1;
+  }
+  return args;
+}
+
+std::u16string GetEnvironmentVariableW(const char16_t* name) {
+  const char* value = std::getenv(base::Narrow(name).c_str());
+  return value ? base::Widen(value) : std::u16string();
+}
+
+std::u16string GetTempPathW() {
+  // As GetTempPathW takes TMP or TEMP, the POSIX convention is TMPDIR; a value that names no
+  // folder is passed over rather than handed back.
+  std::string folder = "/tmp";
+  const char* tmpdir = std::getenv("TMPDIR");
+  if (IsFolder(tmpdir)) folder = tmpdir;
+  if (folder.back() != '/') folder += '/';
+  return base::Widen(folder);
+}
+
+std::u16string GetCurrentDirectoryW() {
+  char buf[PATH_MAX + 1];
+  if (!getcwd(buf, sizeof buf)) {
+    posix::SetLastErrorFromErrno();
+    return std::u16string();
+  }
+  return base::Widen(buf);
+}
+
+bool SetCurrentDirectoryW(const char16_t* path) {
+  if (chdir(posix::NativePath(path).c_str()) != 0) {
+    posix::SetLastErrorFromErrno();
+    return false;
+  }
+  return true;
+}
+
+bool CopyFileW(const char16_t* source, const char16_t* destination, bool fail_if_exists) {
+  if (fault::Hit(fault::Op::kCopyFile)) return false;
+  Fd in, out;
+  in.fd = open(posix::NativePath(source).c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat st;
+  if (in.fd < 0 || fstat(in.fd, &st) != 0) {
+    posix::SetLastErrorFromErrno();
+    return false;
+  }
+  if (S_ISDIR(st.st_mode)) {
+    SetLastError(kErrorAccessDenied);
+    return false;
+  }
+  const std::string target = posix::NativePath(destination);
+  const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (fail_if_exists ? O_EXCL : O_TRUNC);
+  out.fd = open(target.c_str(), flags, st.st_mode & 07777);
+  if (out.fd < 0) {
+    if (errno == EEXIST) {
+      SetLastError(kErrorFileExists);
+    } else {
+      posix::SetLastErrorFromErrno();
+    }
+    return false;
+  }
+  char buf[65536];
+  for (;;) {
+    ssize_t n = read(in.fd, buf, sizeof buf);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 || (n > 0 && !WriteAll(out.fd, buf, static_cast<std::size_t>(n)))) {
+      posix::SetLastErrorFromErrno();
+      unlink(target.c_str());  // never leave half a program behind
+      return false;
+    }
+    if (n == 0) break;
+  }
+  // A replaced file keeps its old permission bits through O_TRUNC: give it the source's.
+  if (fchmod(out.fd, st.st_mode & 07777) != 0) {
+    posix::SetLastErrorFromErrno();
+    return false;
+  }
+  return true;
+}
+
+bool DeleteProgramFileAfterExit(std::u16string_view path) {
+  if (unlink(posix::NativePath(path).c_str()) != 0) {
+    posix::SetLastErrorFromErrno();
+    return false;
+  }
+  return true;
+}
+
+}  // namespace os

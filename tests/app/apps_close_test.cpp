@@ -1,0 +1,191 @@
+// The closing companion run in-process: its settings file, its arguments, and whole runs against
+// a scripted process list (the boxes answered through the seam), one table.
+#include "app/apps_close.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+#include "base/text.h"
+#include "lang/lang.h"
+#include "os/fault.h"
+#include "os/ui.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using testing_support::TempDir;
+
+TEST(AppsCloseSettings, DefaultsForWhatIsMissingOrWrong) {
+  struct Row {
+    const char* file;  // nullptr: no file
+    std::uint32_t grace_ms;
+    bool force;
+  } rows[] = {
+      {nullptr, 10000, false},
+      {"<TvAppsClose><GraceSeconds>3</GraceSeconds><ForceClose>1</ForceClose></TvAppsClose>", 3000,
+       true},
+      {"<tvappsclose><graceseconds>0.5</graceseconds><forceclose>True</forceclose></tvappsclose>",
+       500, true},
+      {"<TvAppsClose><GraceSeconds>0</GraceSeconds><ForceClose>0</ForceClose></TvAppsClose>", 0,
+       false},
+      {"<TvAppsClose><GraceSeconds>-4</GraceSeconds><ForceClose>no</ForceClose></TvAppsClose>",
+       10000, false},
+      {"<TvAppsClose><GraceSeconds>10s</GraceSeconds></TvAppsClose>", 10000, false},
+      {"<TvAppsClose><GraceSeconds>99999</GraceSeconds></TvAppsClose>", 3600000, false},
+      {"<TvAppsClose><ForceClose>yes</ForceClose></TvAppsClose>", 10000, true},
+      // Another program's file is not read as ours.
+      {"<TarvelUSBEject><GraceSeconds>1</GraceSeconds><ForceClose>1</ForceClose></TarvelUSBEject>",
+       10000, false},
+      {"not xml at all", 10000, false},
+  };
+  for (const auto& row : rows) {
+    TempDir temp;
+    const std::u16string file =
+        row.file ? temp.Write(u"TvAppsClose.xml", row.file) : temp.u16(u"TvAppsClose.xml");
+    const app::AppsCloseSettings settings = app::LoadAppsCloseSettings(file);
+    EXPECT_EQ(settings.grace_ms, row.grace_ms) << (row.file ? row.file : "(none)");
+    EXPECT_EQ(settings.force, row.force) << (row.file ? row.file : "(none)");
+  }
+}
+
+TEST(AppsCloseArguments, NowAndOutInAnyCase) {
+  struct Row {
+    std::vector<std::u16string> args;
+    bool now, out;
+  } rows[] = {
+      {{}, false, false},
+      {{u"/now", u"/out"}, true, true},
+      {{u"/OUT"}, false, true},
+      {{u"-Now"}, true, false},
+      {{u"now", u"/outside", u"/", u"/no"}, false, false},
+  };
+  for (const auto& row : rows) {
+    const app::AppsCloseCommand command = app::ParseAppsCloseArguments(row.args);
+    EXPECT_EQ(command.now, row.now) << row.args.size();
+    EXPECT_EQ(command.out, row.out) << row.args.size();
+  }
+}
+
+// A process list the closer works on: applications that close when asked, or do not.
+struct FakeApps {
+  struct App {
+    std::u16string image;
+    bool polite = true;  // ends when asked to close
+    bool alive = true;
+  };
+  std::map<std::uint32_t, App> apps;
+  bool unreadable = false;
+  std::vector<std::uint32_t> asked, killed;
+  std::uint32_t clock = 0;
+
+  sys::ProcessOps Ops() {
+    sys::ProcessOps ops;
+    ops.enumerate = [this] {
+      std::vector<os::ProcessEntry> list;
+      if (unreadable) return list;
+      for (const auto& [pid, app] : apps)
+        if (app.alive) list.push_back({pid, 1, app.image});
+      return list;
+    };
+    ops.request_close = [this](std::uint32_t pid) {
+      asked.push_back(pid);
+      if (apps.at(pid).polite) apps.at(pid).alive = false;
+      return 1;
+    };
+    ops.running = [this](std::uint32_t pid) { return apps.count(pid) && apps.at(pid).alive; };
+    ops.terminate = [this](std::uint32_t pid) {
+      killed.push_back(pid);
+      apps.at(pid).alive = false;
+      return true;
+    };
+    ops.now = [this] { return clock; };
+    ops.sleep = [this](std::uint32_t ms) { clock += ms; };
+    return ops;
+  }
+};
+
+// Pids far above any real one, so that none is mistaken for the test or its parent.
+constexpr std::uint32_t kEditor = 0x7FFF0001, kStubborn = 0x7FFF0002, kOutsider = 0x7FFF0003;
+
+TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
+  struct Row {
+    const char* name;
+    std::vector<std::u16string> args;
+    bool stubborn;        // a second application that ignores the request
+    bool force;           // ForceClose in the settings
+    std::int32_t answer;  // to the confirmation box
+    bool unreadable;      // the process list cannot be read
+    int exit_code;
+    const char* out;    // the count file, nullptr when none is written
+    std::size_t boxes;  // boxes shown
+    std::vector<std::uint32_t> asked;
+  } rows[] = {
+      {"now-out", {u"/now", u"/out"}, false, false, 0, false, 0, "0", 0, {kEditor}},
+      {"stubborn", {u"/now", u"/out"}, true, false, 0, false, 1, "1", 0, {kEditor, kStubborn}},
+      {"forced", {u"/now", u"/out"}, true, true, 0, false, 0, "0", 0, {kEditor, kStubborn}},
+      {"no-out", {u"/now"}, false, false, 0, false, 0, nullptr, 0, {kEditor}},
+      {"declined", {u"/out"}, true, false, os::kIdCancel, false, 1, "2", 1, {}},
+      {"confirmed", {u"/out"}, false, false, os::kIdOk, false, 0, "0", 1, {kEditor}},
+      // Asked first, then told what still runs.
+      {"confirmed-stubborn",
+       {u"/out"},
+       true,
+       false,
+       os::kIdOk,
+       false,
+       1,
+       "1",
+       2,
+       {kEditor, kStubborn}},
+      {"unreadable", {u"/now", u"/out"}, false, false, 0, true, 2, nullptr, 0, {}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    TempDir temp;
+    const std::u16string own = temp.Write(u"Suite/TvAppsClose/TvAppsClose", "closer");
+    temp.Write(u"Suite/TvAppsClose/TvAppsClose.xml",
+               std::string("<TvAppsClose><GraceSeconds>2</GraceSeconds><ForceClose>") +
+                   (row.force ? "1" : "0") + "</ForceClose></TvAppsClose>");
+    FakeApps fake;
+    fake.unreadable = row.unreadable;
+    fake.apps[kEditor] = {temp.u16(u"Suite/Editor/editor"), true};
+    fake.apps[kOutsider] = {temp.u16(u"Elsewhere/outsider"), true};
+    if (row.stubborn) fake.apps[kStubborn] = {temp.u16(u"Suite/Stubborn/stubborn"), false};
+
+    os::fault::Scope faults;
+    std::vector<std::u16string> boxes;
+    os::fault::SetMessageBoxAnswer([&](const os::MessageBoxParams& p) {
+      boxes.emplace_back(p.text);
+      return boxes.size() == 1 ? row.answer : os::kIdOk;
+    });
+    EXPECT_EQ(app::RunAppsClose(row.args, own, fake.Ops()), row.exit_code);
+
+    std::sort(fake.asked.begin(), fake.asked.end());
+    EXPECT_EQ(fake.asked, row.asked);
+    EXPECT_TRUE(fake.apps[kOutsider].alive);
+    EXPECT_EQ(fake.killed.size(), row.force && row.stubborn ? 1u : 0u);
+    // A stubborn application is waited for the whole grace period, and no longer.
+    if (row.stubborn && !row.asked.empty()) {
+      EXPECT_EQ(fake.clock, 2000u);
+    }
+    EXPECT_EQ(temp.Exists(u"Suite/TvAppsClose/TvAppsClose.out"), row.out != nullptr);
+    if (row.out) {
+      EXPECT_EQ(temp.Read(u"Suite/TvAppsClose/TvAppsClose.out"), row.out);
+    }
+    ASSERT_EQ(boxes.size(), row.boxes);
+    if (row.boxes > 0) {
+      // No language file beside it: the built-in texts, listing the applications by name.
+      EXPECT_NE(boxes[0].find(u"editor"), std::u16string::npos) << base::Narrow(boxes[0]);
+      EXPECT_EQ(boxes[0].find(u"outsider"), std::u16string::npos) << base::Narrow(boxes[0]);
+    }
+    if (row.boxes > 1) {
+      EXPECT_NE(boxes[1].find(u"stubborn"), std::u16string::npos) << base::Narrow(boxes[1]);
+      EXPECT_EQ(boxes[1].find(u"editor"), std::u16string::npos) << base::Narrow(boxes[1]);
+    }
+  }
+  mLang::Lang().Xml(nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,91 @@
+// The program's surroundings through the seam: copies of a program that still run, folders and
+// environment. The deletion of a program file is seen through the ejector's tests.
+#include "os/program_env.h"
+
+#include <gtest/gtest.h>
+
+#include "base/text.h"
+#include "os/fault.h"
+#include "os/files.h"
+#include "os/types.h"
+#include "support/child_process.h"
+#include "support/scoped_env.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using testing_support::TempDir;
+
+TEST(OsProgramEnv, CopiesReplaceOnlyWhenAllowed) {
+  struct Row {
+    const char* name;
+    bool source;       // the source exists
+    bool destination;  // the destination exists already
+    bool fail_if_exists;
+    bool ok;
+    std::uint32_t error;
+    const char* result;  // the destination's content afterwards, nullptr: none
+  } rows[] = {
+      {"new", true, false, true, true, 0, "new bytes"},
+      {"replace", true, true, false, true, 0, "new bytes"},
+      {"refuse", true, true, true, false, os::kErrorFileExists, "old bytes"},
+      {"no-source", false, false, false, false, os::kErrorFileNotFound, nullptr},
+  };
+  for (const auto& row : rows) {
+    TempDir temp;
+    if (row.source) temp.Write(u"from.bin", "new bytes");
+    if (row.destination) temp.Write(u"to.bin", "old bytes");
+    os::SetLastError(0);
+    EXPECT_EQ(os::CopyFileW(temp.u16(u"from.bin").c_str(), temp.u16(u"to.bin").c_str(),
+                            row.fail_if_exists),
+              row.ok)
+        << row.name;
+    if (!row.ok) {
+      EXPECT_EQ(os::GetLastError(), row.error) << row.name;
+    }
+    EXPECT_EQ(temp.Exists(u"to.bin"), row.result != nullptr) << row.name;
+    if (row.result) {
+      EXPECT_EQ(temp.Read(u"to.bin"), row.result) << row.name;
+    }
+  }
+  TempDir temp;
+  temp.Write(u"from.bin", "x");
+  os::fault::Scope faults;
+  os::fault::Arm(os::fault::Op::kCopyFile, os::kErrorAccessDenied);
+  EXPECT_FALSE(os::CopyFileW(temp.u16(u"from.bin").c_str(), temp.u16(u"to.bin").c_str(), false));
+  EXPECT_EQ(os::GetLastError(), os::kErrorAccessDenied);
+  EXPECT_FALSE(temp.Exists(u"to.bin"));
+}
+
+TEST(OsProgramEnv, ACopiedProgramStillRuns) {
+  TempDir temp;
+  const std::u16string program = testing_support::HelperProgram(u"sleeper");
+  const std::u16string ext = program.size() > 4 && program.substr(program.size() - 4) == u".exe"
+                                 ? std::u16string(u".exe")
+                                 : std::u16string();
+  const std::u16string copy = temp.u16(u"copy" + ext);
+  ASSERT_TRUE(os::CopyFileW(program.c_str(), copy.c_str(), true));
+  testing_support::ChildProcess child;
+  ASSERT_TRUE(child.Start(copy, {u"--life", u"0"}, temp.u16()));
+  EXPECT_TRUE(child.WaitExit(10000));
+}
+
+TEST(OsProgramEnv, FoldersAndEnvironment) {
+  const std::u16string tmp = os::GetTempPathW();
+  ASSERT_FALSE(tmp.empty());
+  EXPECT_TRUE(tmp.back() == u'\\' || tmp.back() == u'/') << base::Narrow(tmp);
+  EXPECT_NE(os::GetFileAttributesW(tmp.c_str()) & os::kAttributeDirectory, 0u);
+
+  TempDir temp;
+  const std::u16string here = os::GetCurrentDirectoryW();
+  ASSERT_TRUE(os::SetCurrentDirectoryW(temp.u16().c_str()));
+  EXPECT_EQ(os::GetCurrentDirectoryW(), temp.u16());
+  EXPECT_FALSE(os::SetCurrentDirectoryW(temp.u16(u"missing").c_str()));
+  ASSERT_TRUE(os::SetCurrentDirectoryW(here.c_str()));
+
+  testing_support::ScopedEnv env({{"TVEJECT_PROBE", "some value"}, {"TVEJECT_NONE", nullptr}});
+  EXPECT_EQ(os::GetEnvironmentVariableW(u"TVEJECT_PROBE"), u"some value");
+  EXPECT_EQ(os::GetEnvironmentVariableW(u"TVEJECT_NONE"), u"");
+}
+
+}  // namespace
