@@ -27,16 +27,16 @@ std::u16string ErrorDescription(std::int32_t number);
 
 // Error numbers used across the program.
 enum ErrorNumber : std::int32_t {
-  kInvalidCall = 5,         // Invalid procedure call or argument
-  kOverflow = 6,            // Overflow
-  kOutOfMemory = 7,         // Out of memory
-  kSubscriptOutOfRange = 9, // Subscript out of range
-  kDivisionByZero = 11,     // Division by zero
-  kTypeMismatch = 13,       // Type mismatch
-  kFileNotFound = 53,       // File not found
-  kPermissionDenied = 70,   // Permission denied
-  kPathNotFound = 76,       // Path not found
-  kObjectNotSet = 91,       // Object variable or With block variable not set
+  kInvalidCall = 5,          // Invalid procedure call or argument
+  kOverflow = 6,             // Overflow
+  kOutOfMemory = 7,          // Out of memory
+  kSubscriptOutOfRange = 9,  // Subscript out of range
+  kDivisionByZero = 11,      // Division by zero
+  kTypeMismatch = 13,        // Type mismatch
+  kFileNotFound = 53,        // File not found
+  kPermissionDenied = 70,    // Permission denied
+  kPathNotFound = 76,        // Path not found
+  kObjectNotSet = 91,        // Object variable or With block variable not set
 };
 
 // A run-time failure: an error number and its description.
@@ -76,14 +76,18 @@ struct TrapSite {
   std::u16string_view where;
 };
 
-constexpr TrapSite InSub(std::u16string_view w) { return {TrapForm::kEnglish, u"Sub", w}; }
+constexpr TrapSite InSub(std::u16string_view w) {
+  return {TrapForm::kEnglish, u"Sub", w};
+}
 constexpr TrapSite InFunction(std::u16string_view w) {
   return {TrapForm::kEnglish, u"Function", w};
 }
 constexpr TrapSite InProperty(std::u16string_view w) {
   return {TrapForm::kEnglish, u"Property", w};
 }
-constexpr TrapSite DansSub(std::u16string_view w) { return {TrapForm::kFrench, u"Sub", w}; }
+constexpr TrapSite DansSub(std::u16string_view w) {
+  return {TrapForm::kFrench, u"Sub", w};
+}
 constexpr TrapSite DansFunction(std::u16string_view w) {
   return {TrapForm::kFrench, u"Function", w};
 }
@@ -98,8 +102,7 @@ constexpr TrapSite TerseFunction(std::u16string_view w) {
 }
 
 // The exact log line for a failure at a site.
-std::u16string TrapLine(const TrapSite& site, std::int32_t number,
-                        std::u16string_view description);
+std::u16string TrapLine(const TrapSite& site, std::int32_t number, std::u16string_view description);
 
 // Logs the failure in flight for a site and returns it (call only inside a catch block).
 RuntimeError ReportTrap(const TrapSite& site) noexcept;

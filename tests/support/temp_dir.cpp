@@ -17,9 +17,8 @@ std::atomic<int> counter{0};
 TempDir::TempDir() {
   auto stamp = std::chrono::steady_clock::now().time_since_epoch().count();
   for (;;) {
-    fs::path candidate = fs::temp_directory_path() /
-                         ("tveject-test-" + std::to_string(stamp) + "-" +
-                          std::to_string(counter.fetch_add(1)));
+    fs::path candidate = fs::temp_directory_path() / ("tveject-test-" + std::to_string(stamp) +
+                                                      "-" + std::to_string(counter.fetch_add(1)));
     std::error_code ec;
     if (fs::create_directory(candidate, ec)) {
       path_ = candidate;
@@ -38,7 +37,9 @@ TempDir::~TempDir() {
   fs::remove_all(path_, ec);
 }
 
-std::u16string TempDir::u16() const { return path_.u16string(); }
+std::u16string TempDir::u16() const {
+  return path_.u16string();
+}
 
 std::u16string TempDir::u16(std::u16string_view name) const {
   return (path_ / fs::path(std::u16string(name))).u16string();

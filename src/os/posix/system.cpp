@@ -17,8 +17,12 @@ namespace {
 thread_local std::uint32_t last_error = 0;
 }
 
-std::uint32_t GetLastError() { return last_error; }
-void SetLastError(std::uint32_t error) { last_error = error; }
+std::uint32_t GetLastError() {
+  return last_error;
+}
+void SetLastError(std::uint32_t error) {
+  last_error = error;
+}
 
 void Sleep(std::uint32_t milliseconds) {
   fault::Notify(fault::Event::kSlept, milliseconds);
@@ -55,9 +59,13 @@ std::u16string ModuleFileName() {
 
 // There is no shared library to pin and no common-controls library on POSIX: the handle is a
 // token that only FreeLibrary takes back.
-Handle LoadLibraryW(const char16_t* name) { return name && *name ? 1 : 0; }
+Handle LoadLibraryW(const char16_t* name) {
+  return name && *name ? 1 : 0;
+}
 void FreeLibrary(Handle) {}
-bool InitCommonControls(std::uint32_t size, std::uint32_t) { return size == 8; }
+bool InitCommonControls(std::uint32_t size, std::uint32_t) {
+  return size == 8;
+}
 
 }  // namespace os
 
@@ -73,32 +81,51 @@ std::string NativePath(std::u16string_view path) {
 
 std::uint32_t ErrorFromErrno(int e) {
   switch (e) {
-    case 0: return kErrorSuccess;
-    case ENOENT: return kErrorFileNotFound;
-    case ENOTDIR: return kErrorPathNotFound;
+    case 0:
+      return kErrorSuccess;
+    case ENOENT:
+      return kErrorFileNotFound;
+    case ENOTDIR:
+      return kErrorPathNotFound;
     case EACCES:
     case EPERM:
     case EROFS:
-    case EISDIR: return kErrorAccessDenied;
-    case EBADF: return kErrorInvalidHandle;
-    case ENOMEM: return kErrorNotEnoughMemory;
+    case EISDIR:
+      return kErrorAccessDenied;
+    case EBADF:
+      return kErrorInvalidHandle;
+    case ENOMEM:
+      return kErrorNotEnoughMemory;
     case EMFILE:
-    case ENFILE: return kErrorTooManyOpenFiles;
+    case ENFILE:
+      return kErrorTooManyOpenFiles;
     case ENOSPC:
-    case EDQUOT: return kErrorDiskFull;
-    case EEXIST: return kErrorAlreadyExists;
-    case ENOTEMPTY: return kErrorDirNotEmpty;
-    case ENAMETOOLONG: return kErrorInvalidName;
-    case EINVAL: return kErrorInvalidParameter;
+    case EDQUOT:
+      return kErrorDiskFull;
+    case EEXIST:
+      return kErrorAlreadyExists;
+    case ENOTEMPTY:
+      return kErrorDirNotEmpty;
+    case ENAMETOOLONG:
+      return kErrorInvalidName;
+    case EINVAL:
+      return kErrorInvalidParameter;
     case EBUSY:
-    case ETXTBSY: return kErrorSharingViolation;
-    case EIO: return kErrorIoDevice;
-    case EXDEV: return 17;  // ERROR_NOT_SAME_DEVICE
-    case ENOEXEC: return kErrorBadFormat;
-    default: return 31;  // ERROR_GEN_FAILURE
+    case ETXTBSY:
+      return kErrorSharingViolation;
+    case EIO:
+      return kErrorIoDevice;
+    case EXDEV:
+      return 17;  // ERROR_NOT_SAME_DEVICE
+    case ENOEXEC:
+      return kErrorBadFormat;
+    default:
+      return 31;  // ERROR_GEN_FAILURE
   }
 }
 
-void SetLastErrorFromErrno() { SetLastError(ErrorFromErrno(errno)); }
+void SetLastErrorFromErrno() {
+  SetLastError(ErrorFromErrno(errno));
+}
 
 }  // namespace os::posix

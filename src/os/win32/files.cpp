@@ -129,7 +129,9 @@ std::uint32_t GetFileSize(Handle file, std::uint32_t* size_high) {
   return low;
 }
 
-bool FlushFolder(const char16_t*) { return !fault::Hit(fault::Op::kFlush); }
+bool FlushFolder(const char16_t*) {
+  return !fault::Hit(fault::Op::kFlush);
+}
 
 bool FlushFileBuffers(Handle file) {
   if (fault::Hit(fault::Op::kFlush)) return false;

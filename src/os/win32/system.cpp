@@ -1,5 +1,6 @@
 // Win32 side of the seam: last error, time, the program's own path, libraries and controls.
 #include <windows.h>
+
 #include <commctrl.h>
 #include <mmsystem.h>
 
@@ -11,8 +12,12 @@
 
 namespace os {
 
-std::uint32_t GetLastError() { return ::GetLastError(); }
-void SetLastError(std::uint32_t error) { ::SetLastError(error); }
+std::uint32_t GetLastError() {
+  return ::GetLastError();
+}
+void SetLastError(std::uint32_t error) {
+  ::SetLastError(error);
+}
 
 void Sleep(std::uint32_t milliseconds) {
   fault::Notify(fault::Event::kSlept, milliseconds);
