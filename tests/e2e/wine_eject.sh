@@ -94,7 +94,24 @@ answer_box() {
   rm -f "$shot.full.png"
   # The key goes to the focused window: Wine ignores synthetic events sent to a window. A key
   # that arrives before the box has the focus is lost; then the box is brought forward again.
-  gone() { ! xdotool search --onlyvisible --name "^${CAPTION}\$" 2>/dev/null | grep -qx "$WID"; }
+  # The next box of the same program may come up in the same X window (Xlib hands freed ids out
+  # again), so a box also counts as answered when what the window shows has changed.
+  signature() {
+    local geometry
+    geometry=$(xdotool getwindowgeometry --shell "$WID" 2>/dev/null) || return 1
+    eval "$geometry"
+    import -window root "$shot.sig.png" 2>/dev/null || return 1
+    convert "$shot.sig.png" -crop "${WIDTH}x${HEIGHT}+${X}+${Y}" +repage -format '%#' info: 2>/dev/null
+    rm -f "$shot.sig.png"
+  }
+  local before
+  before=$(signature)
+  gone() {
+    xdotool search --onlyvisible --name "^${CAPTION}\$" 2>/dev/null | grep -qx "$WID" || return 0
+    local now
+    now=$(signature) || return 0
+    [ -n "$now" ] && [ "$now" != "$before" ]
+  }
   local try
   for try in 1 2 3; do
     xdotool key "$key"
@@ -121,6 +138,7 @@ run_case() {
   shift 2
   local stick=$WORK/$name i=0 first=""
   WHY=""
+  rm -rf "$stick"
   mkdir -p "$stick/TvEject" "$stick/TvAppsClose"
   cp "$BIN/TvEject.exe" "$stick/TvEject/TvEject.exe"
   cp "$BIN/fake_companion.exe" "$stick/TvEject/TvDiskEjector.exe"
@@ -164,27 +182,39 @@ run_case() {
   check "the ejector's record" "$(record "$stick/TvEject/TvDiskEjector.exe.args")" "$EXPECT_EJECTOR"
   check "the result file" "$(cat "$stick/TvAppsClose/TvAppsClose.out" 2>/dev/null || echo gone)" \
     "$EXPECT_RESULT"
-  if [ -z "$WHY" ]; then
-    passed=$((passed + 1))
-    echo "PASS $name"
-  else
-    failed=$((failed + 1))
-    echo "FAIL $name: $WHY"
-  fi
+}
+
+# scenario NAME PLAN KEYS...: run_case, counted. Without a window manager a key can reach a
+# window that is not the box; only such a lost key (never a wrong record) gets a second run.
+scenario() {
+  local attempt
+  for attempt in 1 2; do
+    run_case "$@"
+    if [ -z "$WHY" ]; then
+      passed=$((passed + 1))
+      echo "PASS $1"
+      return
+    fi
+    echo "  $1: run $attempt: $WHY"
+    "$WINESERVER" -k 2>/dev/null
+    case "$WHY" in *"box stayed"*) ;; *) break ;; esac
+  done
+  failed=$((failed + 1))
+  echo "FAIL $1: $WHY"
 }
 
 LANGUAGE_CODE=fr
 EXPECT_CLOSER="/now /out" EXPECT_EJECTOR="/retry" EXPECT_RESULT=gone
-run_case confirm-count0 "out 0" Return
+scenario confirm-count0 "out 0" Return
 EXPECT_CLOSER="/now /out" EXPECT_EJECTOR="" EXPECT_RESULT=gone
-run_case confirm-count2 "out 2" Return Return
+scenario confirm-count2 "out 2" Return Return
 # Cancel: nothing is started and the stale result file stays where it was.
 EXPECT_CLOSER="" EXPECT_EJECTOR="" EXPECT_RESULT=7
-run_case cancel "out 0" Escape
+scenario cancel "out 0" Escape
 # The packaged English texts, whose still-running text shows the count.
 LANGUAGE_CODE=en
 EXPECT_CLOSER="/now /out" EXPECT_EJECTOR="" EXPECT_RESULT=gone
-run_case english-count2 "out 2" Return Return
+scenario english-count2 "out 2" Return Return
 
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]
