@@ -128,9 +128,13 @@ std::shared_ptr<const ScannedText> ScannedText::ForElementParse(std::u16string t
     return std::shared_ptr<const ScannedText>(new ScannedText(
         std::move(text), std::move(whole), start, std::move(declaration), strip.found, empty));
   }
+  std::u16string comment_only;
+  if (without.empty()) comment_only.assign(strip.rest);
   TagIndex cut(without);
-  return std::shared_ptr<const ScannedText>(new ScannedText(
-      std::move(without), std::move(cut), 0, std::move(declaration), strip.found, empty));
+  auto* doc = new ScannedText(std::move(without), std::move(cut), 0, std::move(declaration),
+                              strip.found, empty);
+  doc->comment_only_ = std::move(comment_only);
+  return std::shared_ptr<const ScannedText>(doc);
 }
 
 std::shared_ptr<const ScannedText> ScannedText::ForFullParse(std::u16string text) {

@@ -65,6 +65,9 @@ class ScannedText {
   // the declarations, before comments are cut ("<!-- x -->" alone leaves a node asleep with
   // nothing to read); for the full parse the text as given.
   bool SleepTextEmpty() const { return sleep_text_empty_; }
+  // For the element parse of a text that holds nothing but comments (after its declarations):
+  // that text as it was, which the node keeps asleep. Empty otherwise.
+  std::u16string_view CommentOnlyText() const { return comment_only_; }
 
   // Bytes held: the text and the index.
   std::size_t MemoryBytes() const;
@@ -79,6 +82,7 @@ class ScannedText {
   std::u16string declaration_;
   bool has_declaration_ = false;
   bool sleep_text_empty_ = false;
+  std::u16string comment_only_;
 };
 
 // Whether reading an element's text starts with the declaration step: not at all, the full

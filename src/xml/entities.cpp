@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "base/trap.h"
+#include "xml/char_search.h"
 #include "xml/node.h"
 #include "xml/node_internal.h"
 
@@ -101,60 +102,61 @@ double LenientHex(std::u16string_view text) {
 void cXmlNode::EncodeSpecialCharsInPlace(std::u16string& text) {
   base::Trap(base::InFunction(u"cXmlNode.EncodeSpecialChars"), [&] {
     const std::u16string_view s = text;
+    const std::size_t n = s.size();
+    std::size_t i = xml::FindMarkup(s.data(), 0, n, true);
+    if (i == n) return;
     std::u16string out;
-    out.reserve(s.size() + s.size() / 8);
-    std::size_t i = 0;
-    while (i < s.size()) {
+    out.reserve(n + n / 8);
+    std::size_t from = 0;  // the start of the characters not yet copied
+    for (; i < n; i = xml::FindMarkup(s.data(), i, n, true)) {
+      out.append(s.substr(from, i - from));
       if (s.substr(i).starts_with(kCdataOpen)) {
         const std::size_t e = s.find(kCdataClose, i + kCdataOpen.size());
         if (e == std::u16string_view::npos) {
           // An unterminated section: the rest goes out as it is.
-          out.append(s.substr(i));
+          from = i;
+          i = n;
           break;
         }
-        out.append(s.substr(i, e + kCdataClose.size() - i));
+        from = i;
         i = e + kCdataClose.size();
+        out.append(s.substr(from, i - from));
+        from = i;
         continue;
       }
-      if (s[i] == u'\r' && i + 1 < s.size() && s[i + 1] == u'\n') {
-        // Line breaks survive; the indentation after them does not (the writer indents
-        // afresh).
-        out.append(u"\r\n");
-        i += 2;
-        while (i < s.size() && (s[i] == u' ' || s[i] == u'\t')) ++i;
+      if (s[i] == u'\r') {
+        if (i + 1 < n && s[i + 1] == u'\n') {
+          // Line breaks survive; the indentation after them does not (the writer indents
+          // afresh).
+          out.append(u"\r\n");
+          i += 2;
+          while (i < n && (s[i] == u' ' || s[i] == u'\t')) ++i;
+        } else {
+          out.push_back(u'\r');
+          ++i;
+        }
+        from = i;
         continue;
       }
-      switch (s[i]) {
-        case u'>':
-          out.append(u"&gt;");
-          break;
-        case u'<':
-          out.append(u"&lt;");
-          break;
-        case u'&':
-          out.append(u"&amp;");
-          break;
-        case u'\'':
-          out.append(u"&apos;");
-          break;
-        case u'"':
-          out.append(u"&quot;");
-          break;
-        default:
-          out.push_back(s[i]);
-          break;
-      }
-      ++i;
+      out.append(xml::EntityFor(s[i]));
+      from = ++i;
     }
+    out.append(s.substr(from));
     text = std::move(out);
   });
 }
 
 void cXmlNode::DecodeSpecialCharsInPlace(std::u16string& text) {
+  // Most values hold no reference at all.
+  if (xml::FindChar(text.data(), 0, text.size(), u'&') == text.size()) return;
   // The result is assigned only at the end: a failure leaves the text as it was.
   base::Trap(base::InFunction(u"cXmlNode.DecodeSpecialChars"), [&] {
     const std::u16string_view s = text;
-    std::size_t a = s.find(u'&');
+    const auto find_amp = [&](std::size_t from) {
+      const std::size_t at = xml::FindChar(s.data(), from, s.size(), u'&');
+      return at == s.size() ? std::u16string_view::npos : at;
+    };
+    std::size_t a = find_amp(0);
     if (a == std::u16string_view::npos) return;
     std::u16string out;
     out.reserve(s.size());
@@ -163,8 +165,8 @@ void cXmlNode::DecodeSpecialCharsInPlace(std::u16string& text) {
       out.append(s.substr(last, a - last));
       // The reference runs to the next ";", or, without one, to the end of the text less
       // its last character, which is lost with it.
-      std::size_t end = s.find(u';', a + 1);
-      if (end == std::u16string_view::npos) end = s.size() - 1;
+      std::size_t end = xml::FindChar(s.data(), a + 1, s.size(), u';');
+      if (end == s.size()) end = s.size() - 1;
       const std::u16string_view ref = s.substr(a, end - a);
       if (ref.size() >= 2 && ref[1] == u'#') {
         double code;
@@ -191,7 +193,7 @@ void cXmlNode::DecodeSpecialCharsInPlace(std::u16string& text) {
         }
       }
       last = end + 1;
-      a = last < s.size() ? s.find(u'&', last) : std::u16string_view::npos;
+      a = last < s.size() ? find_amp(last) : std::u16string_view::npos;
     }
     if (last < s.size()) out.append(s.substr(last));
     text = std::move(out);

@@ -261,6 +261,9 @@ class cXmlNode : public std::enable_shared_from_this<cXmlNode> {
   // element's text asleep; the children are built one level at a time as members need them.
   // Raises Modified(""). An empty text changes nothing but the sleep text.
   void XmlData(std::u16string_view xml_data);
+  // The same, taking over the caller's text instead of copying it (a file just read, say).
+  void XmlData(std::u16string&& xml_data);
+  void XmlData(const char16_t* xml_data) { XmlData(std::u16string_view(xml_data)); }
   // Reads a whole element subtree into this node at once (children deleted first, with events).
   void XmlData___NonRecursif(std::u16string_view xml_data);
   // The reader's rules, as members (positions 1-based, 0 for none; see xml/scan.h):

@@ -22,6 +22,7 @@
 #include "text/encoding.h"
 #include "text/strings.h"
 #include "text/utf8.h"
+#include "xml/char_search.h"
 #include "xml/comment_cut.h"
 #include "xml/element_scan.h"
 #include "xml/node.h"
@@ -35,10 +36,7 @@ constexpr std::u16string_view kCdataClose = u"]]>";
 // Whether UTF-8 decoding can change the text: it leaves 7-bit characters as they are, but stops
 // at a NUL and reads every other character as a byte of the ANSI code page.
 bool Utf8Neutral(std::u16string_view text) {
-  for (char16_t c : text) {
-    if (c == 0 || c >= 0x80) return false;
-  }
-  return true;
+  return xml::AllSevenBit(text.data(), text.size());
 }
 
 void Utf8DecodeInPlace(std::u16string& text) {
@@ -228,13 +226,17 @@ struct cXmlNode::Reader {
 };
 
 void cXmlNode::XmlData(std::u16string_view xml_data) {
+  base::Trap(base::DansProperty(u"cXmlNode.XmlData"), [&] { XmlData(std::u16string(xml_data)); });
+}
+
+void cXmlNode::XmlData(std::u16string&& xml_data) {
   base::Trap(base::DansProperty(u"cXmlNode.XmlData"), [&] {
     const XmlNodePtr keep = Self();
     sleep_.clear();
     if (!xml_data.empty()) {
       DropChildList();
       attrs_.reset();
-      Reader reader(xml::ScannedText::ForElementParse(std::u16string(xml_data)));
+      Reader reader(xml::ScannedText::ForElementParse(std::move(xml_data)));
       reader.encoding_of = this;
       const xml::ScannedText& doc = *reader.doc;
       if (doc.HasDeclaration()) reader.ReadDeclaration(*this, doc.DeclarationAttributes());
@@ -244,7 +246,7 @@ void cXmlNode::XmlData(std::u16string_view xml_data) {
         reader.ElementParse(*this, top, false);
       } else if (!doc.SleepTextEmpty()) {
         // Nothing but comments: the text stays asleep as it was, and reads as nothing.
-        sleep_ = xml::SleepText::Owned(xml::StripDeclarations(xml_data, true).rest);
+        sleep_ = xml::SleepText::Owned(doc.CommentOnlyText());
       }
     }
     RaiseModified(std::u16string());

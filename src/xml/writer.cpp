@@ -34,30 +34,9 @@ bool IsUtf8Name(std::u16string_view encoding) {
   return base::EqualNoCase(encoding, u"utf-8");
 }
 
-// Whether EncodeSpecialChars would return the text unchanged.
-bool PlainText(std::u16string_view text) {
-  for (char16_t c : text) {
-    switch (c) {
-      case u'<':
-      case u'>':
-      case u'&':
-      case u'\'':
-      case u'"':
-      case u'\r':
-        return false;
-      default:
-        break;
-    }
-  }
-  return true;
-}
-
 // Whether UTF-8 encoding leaves the text as it is (7-bit, no NUL, at which it would end).
 bool Utf8Neutral(std::u16string_view text) {
-  for (char16_t c : text) {
-    if (c == 0 || c >= 0x80) return false;
-  }
-  return true;
+  return xml::AllSevenBit(text.data(), text.size());
 }
 
 std::u16string Utf8Text(const std::u16string& text) {
@@ -73,8 +52,12 @@ struct cXmlNode::Writer {
   // The levels, counted from the top, that are inside a CDATA section opened on an earlier
   // line: they give no tab to the lines that follow.
   std::int32_t blind = 0;
+  // Whether the current line may hold a CDATA marker: only then is it searched for one.
+  bool line_has_brackets = false;
 
   void MarkLine() {
+    if (!line_has_brackets) return;
+    line_has_brackets = false;
     const char16_t* s = out.data();
     const std::size_t end = out.size();
     bool open = false;
@@ -101,16 +84,28 @@ struct cXmlNode::Writer {
   // level then starts after any section opened before.
   void NewLine(std::int32_t depth, bool new_node = false) {
     MarkLine();
-    out.append(u"\r\n");
     const std::int32_t started_before = new_node ? depth - 1 : depth;
     if (blind > started_before) blind = started_before;
-    out.append(static_cast<std::size_t>(depth - blind), u'\t');
+    const auto tabs = static_cast<std::size_t>(depth - blind);
+    const std::size_t at = out.size();
+    out.resize(at + 2 + tabs);
+    char16_t* p = out.data() + at;
+    p[0] = u'\r';
+    p[1] = u'\n';
+    std::char_traits<char16_t>::assign(p + 2, tabs, u'\t');
     line_start = out.size();
     line_depth = depth;
   }
 
-  // Text that may hold line breaks: each CR LF starts a new line at the same depth.
-  void Append(std::u16string_view text, std::int32_t depth) {
+  // Text that may hold line breaks: each CR LF starts a new line at the same depth. `traits`
+  // are the text's ClassifyText answer.
+  void Append(std::u16string_view text, std::int32_t depth, unsigned traits) {
+    const bool brackets = (traits & xml::kBrackets) != 0;
+    line_has_brackets |= brackets;
+    if (!(traits & xml::kCarriageReturn)) {
+      out.append(text);
+      return;
+    }
     const char16_t* s = text.data();
     const std::size_t end = text.size();
     std::size_t from = 0;
@@ -119,21 +114,47 @@ struct cXmlNode::Writer {
       if (i + 1 < end && s[i + 1] == u'\n') {
         out.append(text.substr(from, i - from));
         NewLine(depth);
+        line_has_brackets = brackets;
         from = i + 2;
         ++i;
       }
     }
     out.append(text.substr(from));
   }
+  void Append(std::u16string_view text, std::int32_t depth) {
+    Append(text, depth, xml::ClassifyText(text.data(), text.size()));
+  }
 
-  void AppendEncoded(const std::u16string& text, std::int32_t depth, bool utf8) {
-    if (PlainText(text) && (!utf8 || Utf8Neutral(text))) {
-      Append(text, depth);
+  void AppendEncoded(std::u16string_view text, std::int32_t depth, bool utf8) {
+    const unsigned traits = xml::ClassifyText(text.data(), text.size());
+    if (!(traits & (xml::kMarkupChars | xml::kCarriageReturn)) &&
+        (!utf8 || !(traits & xml::kNotSevenBit))) {
+      Append(text, depth, traits);
+      return;
+    }
+    if (!(traits & (xml::kCarriageReturn | xml::kBrackets)) &&
+        (!utf8 || !(traits & xml::kNotSevenBit))) {
+      // No line break and no CDATA section: EncodeSpecialChars comes down to replacing the
+      // five characters, which can be done on the way out.
+      AppendEscaped(text);
       return;
     }
     std::u16string encoded = EncodeSpecialChars(text);
     if (utf8 && !Utf8Neutral(encoded)) encoded = Utf8Text(encoded);
     Append(encoded, depth);
+  }
+
+  void AppendEscaped(std::u16string_view text) {
+    const char16_t* s = text.data();
+    const std::size_t end = text.size();
+    std::size_t from = 0;
+    for (std::size_t i = xml::FindMarkup(s, 0, end, false); i < end;
+         i = xml::FindMarkup(s, i + 1, end, false)) {
+      out.append(s + from, i - from);
+      out.append(xml::EntityFor(s[i]));
+      from = i + 1;
+    }
+    out.append(s + from, end - from);
   }
 
   void Close(const cXmlNode& node, std::int32_t depth) {
@@ -179,6 +200,8 @@ struct cXmlNode::Writer {
 
   void Write(cXmlNode& top) {
     top.WakeUp(true);
+    // Nodes with children are held by their frame; a leaf is held only while a wake-up (which
+    // can run an application's handler) is still due on it, after a failed one above.
     struct Frame {
       XmlNodePtr node;
       std::size_t next;
@@ -192,15 +215,22 @@ struct cXmlNode::Writer {
     while (!stack.empty()) {
       Frame& frame = stack.back();
       if (frame.next < frame.node->childs_.size()) {
-        XmlNodePtr child = frame.node->childs_[frame.next++];
+        const XmlNodePtr& slot = frame.node->childs_[frame.next++];
+        cXmlNode* child = slot.get();
         const std::int32_t depth = frame.depth + 1;
         bool child_utf8 = frame.utf8;
         NewLine(depth, true);
-        child->WakeUp(true);
+        XmlNodePtr held;
+        if (!child->sleep_.empty()) {
+          held = slot;
+          child->WakeUp(true);
+        }
         if (child->extras_ && !child->extras_->xml_encoding.empty())
           child_utf8 = IsUtf8Name(child->extras_->xml_encoding);
-        if (Open(*child, depth, child_utf8))
-          stack.push_back({std::move(child), 0, child_utf8, depth});
+        if (Open(*child, depth, child_utf8)) {
+          XmlNodePtr node = held ? std::move(held) : child->Self();
+          stack.push_back({std::move(node), 0, child_utf8, depth});
+        }
         continue;
       }
       NewLine(frame.depth);

@@ -121,8 +121,9 @@ TEST(RunEject, Scenarios) {
     ASSERT_EQ(run.boxes.size(), row.texts.size());
     for (std::size_t i = 0; i < row.texts.size(); ++i) EXPECT_EQ(run.boxes[i].first, row.texts[i]);
     EXPECT_EQ(run.boxes[0].second & 0xFF, 1u) << "OK and Cancel";
-    if (row.texts.size() > 1)
+    if (row.texts.size() > 1) {
       EXPECT_EQ(run.boxes[1].second & 0xFF, row.texts[1] == kCloseError ? 16u : 64u);
+    }
 
     EXPECT_EQ(dir.Read(u"TvAppsClose/TvAppsClose" + kExe + u".args"),
               row.closer_started ? "/now /out\n" : "");
