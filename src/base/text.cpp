@@ -129,7 +129,16 @@ char16_t UpperChar(char16_t c) {
 bool EqualNoCase(std::u16string_view a, std::u16string_view b) {
   if (a.size() != b.size()) return false;
   for (std::size_t i = 0; i < a.size(); ++i) {
-    if (a[i] != b[i] && LowerChar(a[i]) != LowerChar(b[i])) return false;
+    const char16_t x = a[i];
+    const char16_t y = b[i];
+    if (x == y) continue;
+    if (x < 0x80 && y < 0x80) {
+      // Two different 7-bit characters are equal only as the two cases of one letter.
+      const char16_t lx = x | 0x20;
+      if (lx != (y | 0x20) || lx < u'a' || lx > u'z') return false;
+      continue;
+    }
+    if (LowerChar(x) != LowerChar(y)) return false;
   }
   return true;
 }

@@ -44,8 +44,7 @@ struct cXmlNode::Query {
 bool cXmlNode::MatchesQuery(const Query& query, bool full_test) const {
   const auto attribut_matches = [&] {
     const std::size_t i = FindAttribut(query.attr_name);
-    const std::u16string_view value =
-        attrs_ && i < attrs_->values.size() ? std::u16string_view(attrs_->values[i]) : u"";
+    const std::u16string_view value = i < attrs_.size() ? attrs_.value(i) : std::u16string_view();
     return base::EqualNoCase(value, query.right);
   };
   if (!full_test) {
@@ -464,7 +463,7 @@ XmlNodePtr cXmlNode::Clone() {
     const auto shallow = [](const cXmlNode& source) {
       XmlNodePtr copy = Create();
       copy->name_ = source.name_;
-      if (source.attrs_) copy->attrs_ = std::make_unique<Attributes>(*source.attrs_);
+      copy->attrs_ = source.attrs_;
       return copy;
     };
     // Each copy takes its source's XMLEncoding as its own, inherited one included; the

@@ -200,6 +200,36 @@ void cXmlNode::DecodeSpecialCharsInPlace(std::u16string& text) {
   });
 }
 
+bool xml::detail::DecodeNamedReferences(std::u16string_view s, std::u16string& out) {
+  out.clear();
+  std::size_t last = 0;
+  for (std::size_t a = xml::FindChar(s.data(), 0, s.size(), u'&'); a < s.size();
+       a = last < s.size() ? xml::FindChar(s.data(), last, s.size(), u'&') : s.size()) {
+    out.append(s.substr(last, a - last));
+    std::size_t end = xml::FindChar(s.data(), a + 1, s.size(), u';');
+    if (end == s.size()) end = s.size() - 1;
+    const std::u16string_view ref = s.substr(a, end - a);
+    if (ref.size() >= 2 && ref[1] == u'#') return false;
+    const std::u16string_view name = ref.empty() ? ref : ref.substr(1);
+    if (name == u"amp") {
+      out.push_back(u'&');
+    } else if (name == u"lt") {
+      out.push_back(u'<');
+    } else if (name == u"gt") {
+      out.push_back(u'>');
+    } else if (name == u"apos") {
+      out.push_back(u'\'');
+    } else if (name == u"quot") {
+      out.push_back(u'"');
+    } else {
+      out.push_back(u'?');
+    }
+    last = end + 1;
+  }
+  if (last < s.size()) out.append(s.substr(last));
+  return true;
+}
+
 std::u16string cXmlNode::EncodeSpecialChars(std::u16string_view str) {
   return base::Trap(base::InFunction(u"cXmlNode.EncodeSpecialChars"), std::u16string(), [&] {
     std::u16string text(str);

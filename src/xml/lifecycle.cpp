@@ -39,7 +39,7 @@ void cXmlNode::WakeUp(bool full_wakeup) {
 void cXmlNode::Release() {
   base::Trap(base::InSub(u"cXmlNode.Release"), [&] {
     const XmlNodePtr keep = Self();
-    attrs_.reset();
+    attrs_.clear();
     DelChilds(nullptr);
     // Only the link: the former parent still lists this node.
     parent_ = nullptr;

@@ -237,11 +237,6 @@ cXmlNode::Extras& cXmlNode::GetExtras() {
   return *extras_;
 }
 
-cXmlNode::Attributes& cXmlNode::GetAttributes() {
-  if (!attrs_) attrs_ = std::make_unique<Attributes>();
-  return *attrs_;
-}
-
 // ---- Parent link and identity -------------------------------------------------------------
 
 XmlNodePtr cXmlNode::Parent() {
@@ -378,39 +373,33 @@ void cXmlNode::RawValue(std::u16string_view value) {
 // ---- Attributes ---------------------------------------------------------------------------
 
 std::size_t cXmlNode::FindAttribut(std::u16string_view name) const {
-  if (!attrs_) return 0;
-  const auto& names = attrs_->names;
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    if (base::EqualNoCase(names[i], name)) return i;
+  for (std::size_t i = 0; i < attrs_.size(); ++i) {
+    if (base::EqualNoCase(attrs_.name(i), name)) return i;
   }
-  return names.size();
+  return attrs_.size();
 }
 
 std::u16string cXmlNode::Attribut(std::u16string_view name) const {
   return base::Trap(base::InProperty(u"cXmlNode.Attribut"), std::u16string(), [&] {
-    if (!attrs_) return std::u16string();
     const std::size_t i = FindAttribut(name);
-    return i < attrs_->values.size() ? attrs_->values[i] : std::u16string();
+    return i < attrs_.size() ? std::u16string(attrs_.value(i)) : std::u16string();
   });
 }
 
 bool cXmlNode::UpdateAttribut(std::u16string_view name, std::u16string_view value) {
-  Attributes& a = GetAttributes();
   const std::size_t i = FindAttribut(name);
-  if (i == a.names.size()) {
+  if (i == attrs_.size()) {
     if (value.empty()) return false;
-    a.names.emplace_back(name);
-    a.values.emplace_back(value);
+    attrs_.push_back(name, value);
     return true;
   }
   if (value.empty()) {
-    a.names.erase(a.names.begin() + static_cast<std::ptrdiff_t>(i));
-    a.values.erase(a.values.begin() + static_cast<std::ptrdiff_t>(i));
+    attrs_.erase(i);
     return true;
   }
   // The stored name keeps its spelling; only the value is replaced, at the same position.
-  if (a.values[i] == value) return false;
-  a.values[i].assign(value);
+  if (attrs_.value(i) == value) return false;
+  attrs_.set_value(i, value);
   return true;
 }
 
@@ -423,10 +412,8 @@ void cXmlNode::Attribut(std::u16string_view name, std::u16string_view value) {
 
 bool cXmlNode::AttributExists(std::u16string_view name, std::u16string_view value) const {
   return base::Trap(base::InFunction(u"cXmlNode.AttributExists"), false, [&] {
-    if (!attrs_) return false;
-    const auto& names = attrs_->names;
-    for (std::size_t i = 0; i < names.size(); ++i) {
-      if (names[i] == name) return value.empty() || attrs_->values[i] == value;
+    for (std::size_t i = 0; i < attrs_.size(); ++i) {
+      if (attrs_.name(i) == name) return value.empty() || attrs_.value(i) == value;
     }
     return false;
   });
@@ -434,15 +421,15 @@ bool cXmlNode::AttributExists(std::u16string_view name, std::u16string_view valu
 
 std::int32_t cXmlNode::AttrCount() const {
   return base::Trap(base::InProperty(u"cXmlNode.AttrCount"), std::int32_t{0},
-                    [&] { return attrs_ ? static_cast<std::int32_t>(attrs_->names.size()) : 0; });
+                    [&] { return static_cast<std::int32_t>(attrs_.size()); });
 }
 
 std::u16string cXmlNode::AttrName(std::int32_t position) const {
   return base::Trap(base::InProperty(u"cXmlNode.AttrName"), std::u16string(), [&] {
-    if (!attrs_ || position < 1 || static_cast<std::size_t>(position) > attrs_->names.size()) {
+    if (position < 1 || static_cast<std::size_t>(position) > attrs_.size()) {
       base::Raise(base::kSubscriptOutOfRange);
     }
-    return attrs_->names[static_cast<std::size_t>(position) - 1];
+    return std::u16string(attrs_.name(static_cast<std::size_t>(position) - 1));
   });
 }
 
@@ -451,9 +438,8 @@ bool cXmlNode::SetAttributs(const std::vector<std::u16string>& keys,
   return base::Trap(base::InFunction(u"cXmlNode.SetAttributs"), false, [&] {
     WakeUp(true);
     if (keys.size() != values.size()) return false;
-    auto fresh = std::make_unique<Attributes>();
-    fresh->names = keys;
-    fresh->values = values;
+    xml::AttributeList fresh;
+    for (std::size_t i = 0; i < keys.size(); ++i) fresh.push_back(keys[i], values[i]);
     attrs_ = std::move(fresh);
     return true;
   });

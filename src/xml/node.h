@@ -35,6 +35,7 @@
 #include <string_view>
 #include <vector>
 
+#include "xml/attribute_list.h"
 #include "xml/events.h"
 #include "xml/sleep_text.h"
 
@@ -375,11 +376,6 @@ class cXmlNode : public std::enable_shared_from_this<cXmlNode> {
     std::size_t begin_ = 0;
   };
 
-  struct Attributes {
-    std::vector<std::u16string> names;
-    std::vector<std::u16string> values;
-  };
-
   // What few nodes need: kept apart so that the many nodes of a document stay small.
   struct Extras {
     std::u16string xml_version;
@@ -396,8 +392,7 @@ class cXmlNode : public std::enable_shared_from_this<cXmlNode> {
   // Value without copying: RawValue less its CDATA markers.
   std::u16string_view ValueView() const;
   Extras& GetExtras();
-  Attributes& GetAttributes();
-  std::size_t FindAttribut(std::u16string_view name) const;  // npos-like: names.size()
+  std::size_t FindAttribut(std::u16string_view name) const;  // npos-like: attrs_.size()
   // The attribute update behind both setters; true when something changed.
   bool UpdateAttribut(std::u16string_view name, std::u16string_view value);
   void SetParentLink(cXmlNode* parent);
@@ -465,7 +460,7 @@ class cXmlNode : public std::enable_shared_from_this<cXmlNode> {
   ChildList childs_;
   std::u16string name_;
   std::u16string raw_value_;
-  std::unique_ptr<Attributes> attrs_;
+  xml::AttributeList attrs_;
   xml::SleepText sleep_;
   std::unique_ptr<Extras> extras_;
   mutable std::uint32_t index_hint_ = 0;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -22,5 +23,11 @@ double TextToNumber(std::u16string_view text);
 // Splits at every separator, the way the program's Split does: an empty text gives no parts
 // at all, an empty separator gives the whole text as one part.
 std::vector<std::u16string_view> SplitText(std::u16string_view text, std::u16string_view sep);
+
+// DecodeSpecialChars for the reader's hot path: resolves the text into `out` (replacing what
+// it held, reusing its buffer) and answers true, unless the text holds a numeric reference,
+// which only the full decoder (with its code page and its failure rule) may read: then false,
+// and `out` holds nothing useful.
+bool DecodeNamedReferences(std::u16string_view text, std::u16string& out);
 
 }  // namespace xml::detail

@@ -26,6 +26,7 @@
 #include "xml/comment_cut.h"
 #include "xml/element_scan.h"
 #include "xml/node.h"
+#include "xml/node_internal.h"
 #include "xml/scan.h"
 
 namespace {
@@ -61,6 +62,8 @@ struct cXmlNode::Reader {
   // children inherit. Looked up (up the ancestors) only when a value could change.
   cXmlNode* encoding_of = nullptr;
   int utf8 = -1;
+  // A buffer reused for every attribute value read.
+  std::u16string scratch;
 
   Reader() = default;
   explicit Reader(std::shared_ptr<const xml::ScannedText> d)
@@ -75,19 +78,26 @@ struct cXmlNode::Reader {
     return utf8 == 1;
   }
 
-  // A value as stored: entities resolved, then UTF-8-decoded when the document says so.
-  void DecodeValue(std::u16string& value) {
-    DecodeSpecialCharsInPlace(value);
-    if (!Utf8Neutral(value) && Utf8()) Utf8DecodeInPlace(value);
+  // value = raw with its references resolved (DecodeSpecialChars), reusing value's buffer.
+  static void Decode(std::u16string_view raw, std::u16string& value) {
+    if (!xml::detail::DecodeNamedReferences(raw, value)) {
+      value.assign(raw);
+      DecodeSpecialCharsInPlace(value);
+    }
   }
 
   // GetTagAttribs: the attributes go through the attribute setter's rules (a name met again,
-  // in any case, replaces the value; an empty value removes it), without events.
+  // in any case, replaces the value; an empty value removes it), without events. A value is
+  // stored with its references resolved, then UTF-8-decoded when the document says so.
   void ReadAttributes(cXmlNode& node, std::u16string_view attribute_text) {
-    std::u16string value;
+    std::u16string& value = scratch;
+    // One block for the tag's pairs: as many as it has "=", in as many characters as its text.
+    std::size_t pairs = 0;
+    for (char16_t c : attribute_text) pairs += c == u'=';
+    if (pairs != 0) node.attrs_.Reserve(pairs, attribute_text.size());
     xml::ForEachTagAttrib(attribute_text, [&](std::u16string_view name, std::u16string_view raw) {
-      value.assign(raw);
-      DecodeValue(value);
+      Decode(raw, value);
+      if (!Utf8Neutral(value) && Utf8()) Utf8DecodeInPlace(value);
       node.UpdateAttribut(name, value);
     });
   }
@@ -95,7 +105,7 @@ struct cXmlNode::Reader {
   // The declaration's attributes are read onto the node, copied into XMLVersion (and, unless
   // the node ignores it, XMLEncoding), and dropped again.
   void ReadDeclaration(cXmlNode& node, std::u16string_view attribute_text) {
-    node.attrs_.reset();
+    node.attrs_.clear();
     ReadAttributes(node, attribute_text);
     std::u16string version = node.Attribut(u"version");
     std::u16string encoding = node.Attribut(u"encoding");
@@ -104,7 +114,7 @@ struct cXmlNode::Reader {
       node.GetExtras().xml_encoding = std::move(encoding);
       utf8 = -1;
     }
-    node.attrs_.reset();
+    node.attrs_.clear();
   }
 
   // A text value: a CDATA section (after trimming) is kept with its markers, anything else is
@@ -114,10 +124,9 @@ struct cXmlNode::Reader {
     if (trimmed.starts_with(kCdataOpen) && trimmed.ends_with(kCdataClose)) {
       node.raw_value_.assign(trimmed);
     } else {
-      node.raw_value_.assign(content);
-      DecodeSpecialCharsInPlace(node.raw_value_);
+      Decode(content, node.raw_value_);
     }
-    if (node.attrs_ && base::EqualNoCase(node.Attribut(u"ContentEncoding"), u"base64")) {
+    if (!node.attrs_.empty() && base::EqualNoCase(node.Attribut(u"ContentEncoding"), u"base64")) {
       std::u16string symbols;
       symbols.reserve(node.raw_value_.size());
       for (char16_t c : node.raw_value_) {
@@ -235,7 +244,7 @@ void cXmlNode::XmlData(std::u16string&& xml_data) {
     sleep_.clear();
     if (!xml_data.empty()) {
       DropChildList();
-      attrs_.reset();
+      attrs_.clear();
       Reader reader(xml::ScannedText::ForElementParse(std::move(xml_data)));
       reader.encoding_of = this;
       const xml::ScannedText& doc = *reader.doc;
@@ -257,7 +266,7 @@ void cXmlNode::XmlData___NonRecursif(std::u16string_view xml_data) {
   base::Trap(base::InFunction(u"cXmlNode.XmlData___NonRecursif"), [&] {
     const XmlNodePtr keep = Self();
     while (!childs_.empty()) DeleteChildAt(0);
-    attrs_.reset();
+    attrs_.clear();
     name_.clear();
     if (xml_data.empty()) return;
     Reader reader(xml::ScannedText::ForFullParse(std::u16string(xml_data)));
@@ -276,12 +285,12 @@ void cXmlNode::ParseSleepText(const xml::SleepText& text, bool full) {
     reader.encoding_of = this;
     if (full) {
       while (!childs_.empty()) DeleteChildAt(0);
-      attrs_.reset();
+      attrs_.clear();
       name_.clear();
       reader.FullParse(*this, text.Span(), xml::DeclarationRule::kFirst);
     } else {
       DropChildList();
-      attrs_.reset();
+      attrs_.clear();
       reader.ElementParse(*this, text.Span(), true);
     }
     return;
@@ -291,7 +300,7 @@ void cXmlNode::ParseSleepText(const xml::SleepText& text, bool full) {
     return;
   }
   DropChildList();
-  attrs_.reset();
+  attrs_.clear();
   Reader reader(xml::ScannedText::ForElementParse(text.str()));
   reader.encoding_of = this;
   if (reader.doc->HasDeclaration())
@@ -340,7 +349,7 @@ bool cXmlNode::GetTagInfo(std::u16string_view element) {
 
 void cXmlNode::GetTagAttribs(std::u16string_view attribute_text) {
   base::Trap(base::TerseFunction(u"GetTagAttribs"), [&] {
-    attrs_.reset();
+    attrs_.clear();
     Reader reader;
     reader.encoding_of = this;
     reader.ReadAttributes(*this, attribute_text);

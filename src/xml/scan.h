@@ -25,6 +25,8 @@
 #include <string_view>
 #include <vector>
 
+#include "xml/char_search.h"
+
 namespace xml {
 
 // The characters xTrim strips and IsXML skips: space, tab, carriage return, line feed.
@@ -106,12 +108,14 @@ template <class Visit>
 void ForEachTagAttrib(std::u16string_view attribute_text, Visit&& visit) {
   std::u16string_view rest = xTrim(attribute_text);
   while (true) {
-    const std::size_t eq = rest.find(u'=');
-    if (eq == std::u16string_view::npos) return;
-    const std::size_t q1 = rest.find(u'"', eq + 1);
-    if (q1 == std::u16string_view::npos) return;
-    const std::size_t q2 = rest.find(u'"', q1 + 1);
-    if (q2 == std::u16string_view::npos) return;
+    const char16_t* s = rest.data();
+    const std::size_t n = rest.size();
+    const std::size_t eq = FindChar(s, 0, n, u'=');
+    if (eq == n) return;
+    const std::size_t q1 = FindChar(s, eq + 1, n, u'"');
+    if (q1 == n) return;
+    const std::size_t q2 = FindChar(s, q1 + 1, n, u'"');
+    if (q2 == n) return;
     visit(xTrim(rest.substr(0, eq)), rest.substr(q1 + 1, q2 - q1 - 1));
     rest = xTrim(rest.substr(q2 + 1));
   }

@@ -168,15 +168,13 @@ struct cXmlNode::Writer {
   bool Open(cXmlNode& node, std::int32_t depth, bool utf8) {
     out.push_back(u'<');
     Append(node.name_, depth);
-    if (node.attrs_) {
-      const Attributes& a = *node.attrs_;
-      for (std::size_t i = 0; i < a.names.size(); ++i) {
-        out.push_back(u' ');
-        Append(a.names[i], depth);
-        out.append(u"=\"");
-        AppendEncoded(a.values[i], depth, utf8);
-        out.push_back(u'"');
-      }
+    const xml::AttributeList& a = node.attrs_;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+      out.push_back(u' ');
+      Append(a.name(i), depth);
+      out.append(u"=\"");
+      AppendEncoded(a.value(i), depth, utf8);
+      out.push_back(u'"');
     }
     if (!node.childs_.empty()) {
       out.push_back(u'>');
@@ -187,7 +185,7 @@ struct cXmlNode::Writer {
       return false;
     }
     out.push_back(u'>');
-    if (node.attrs_ && node.Attribut(u"ContentEncoding") == u"base64") {
+    if (!node.attrs_.empty() && node.Attribut(u"ContentEncoding") == u"base64") {
       const std::u16string symbols = mStringTools::BytesToStr(
           mStringTools::Base64_Encode(mStringTools::StrToBytes(node.raw_value_), 1, 2));
       Append(mStringTools::SplitLines(symbols, 81), depth);
