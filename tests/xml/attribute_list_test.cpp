@@ -75,7 +75,10 @@ TEST(XmlAttributeList, EditsKeepOrderAndEveryOtherPair) {
 
 TEST(XmlAttributeList, ManyEditsStayWithinTwiceTheMostThePairsTook) {
   xml::AttributeList list;
-  for (int i = 0; i < 1000; ++i) list.push_back(u"n" + std::u16string(1, u'a' + i % 26), u"v");
+  for (int i = 0; i < 1000; ++i) {
+    const char16_t name[] = {u'n', static_cast<char16_t>(u'a' + i % 26)};
+    list.push_back(std::u16string_view(name, 2), u"v");
+  }
   std::size_t most = 0;
   for (int round = 0; round < 50; ++round) {
     // Values grow and shrink in turn; each longer value leaves the old characters unused.
