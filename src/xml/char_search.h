@@ -18,6 +18,24 @@
 
 namespace xml {
 
+// What the writer needs to know of a text before copying it out, found in one pass.
+enum TextTraits : unsigned {
+  kMarkupChars = 1,  // one of < > & ' " (escaped on the way out)
+  kCarriageReturn = 2,
+  kBrackets = 4,    // [ or ] (a CDATA marker may be there)
+  kNotSevenBit = 8  // a NUL or a character from 0x80 on
+};
+
+// What one character adds to ClassifyText's answer.
+inline unsigned CharTraits(char16_t c) {
+  unsigned traits = 0;
+  if (c == u'<' || c == u'>' || c == u'&' || c == u'\'' || c == u'"') traits |= kMarkupChars;
+  if (c == u'\r') traits |= kCarriageReturn;
+  if (c == u'[' || c == u']') traits |= kBrackets;
+  if (c == 0 || c >= 0x80) traits |= kNotSevenBit;
+  return traits;
+}
+
 #if defined(__SSE2__)
 
 namespace simd {
@@ -107,14 +125,6 @@ inline bool AllSevenBit(const char16_t* text, std::size_t n) {
   return true;
 }
 
-// What the writer needs to know of a text before copying it out, found in one pass.
-enum TextTraits : unsigned {
-  kMarkupChars = 1,  // one of < > & ' " (escaped on the way out)
-  kCarriageReturn = 2,
-  kBrackets = 4,    // [ or ] (a CDATA marker may be there)
-  kNotSevenBit = 8  // a NUL or a character from 0x80 on
-};
-
 inline unsigned ClassifyText(const char16_t* text, std::size_t n) {
   const __m128i lt = _mm_set1_epi16(u'<'), gt = _mm_set1_epi16(u'>'), amp = _mm_set1_epi16(u'&');
   const __m128i apos = _mm_set1_epi16(u'\''), quot = _mm_set1_epi16(u'"');
@@ -139,13 +149,7 @@ inline unsigned ClassifyText(const char16_t* text, std::size_t n) {
   if (simd::Mask(returns)) traits |= kCarriageReturn;
   if (simd::Mask(brackets)) traits |= kBrackets;
   if (simd::Mask(_mm_cmpeq_epi16(wide, zero)) != 0xFFFFu) traits |= kNotSevenBit;
-  for (; i < n; ++i) {
-    const char16_t c = text[i];
-    if (c == u'<' || c == u'>' || c == u'&' || c == u'\'' || c == u'"') traits |= kMarkupChars;
-    if (c == u'\r') traits |= kCarriageReturn;
-    if (c == u'[' || c == u']') traits |= kBrackets;
-    if (c == 0 || c >= 0x80) traits |= kNotSevenBit;
-  }
+  for (; i < n; ++i) traits |= CharTraits(text[i]);
   return traits;
 }
 
@@ -165,9 +169,7 @@ inline std::size_t FindMarkup(const char16_t* text, std::size_t from, std::size_
       return i + simd::FirstLane(m);
   }
   for (; i < end; ++i) {
-    const char16_t c = text[i];
-    if (c == u'<' || c == u'>' || c == u'&' || c == u'\'' || c == u'"' ||
-        (carriage_return && c == u'\r'))
+    if (CharTraits(text[i]) & (carriage_return ? kMarkupChars | kCarriageReturn : kMarkupChars))
       return i;
   }
   return end;
@@ -178,9 +180,7 @@ inline std::size_t FindMarkup(const char16_t* text, std::size_t from, std::size_
 inline std::size_t FindMarkup(const char16_t* text, std::size_t from, std::size_t end,
                               bool carriage_return) {
   for (std::size_t i = from; i < end; ++i) {
-    const char16_t c = text[i];
-    if (c == u'<' || c == u'>' || c == u'&' || c == u'\'' || c == u'"' ||
-        (carriage_return && c == u'\r'))
+    if (CharTraits(text[i]) & (carriage_return ? kMarkupChars | kCarriageReturn : kMarkupChars))
       return i;
   }
   return end;
@@ -216,27 +216,12 @@ inline std::size_t FindChar3(const char16_t* text, std::size_t from, std::size_t
   return end;
 }
 
-#endif
-
-#if !defined(__SSE2__)
-enum TextTraits : unsigned {
-  kMarkupChars = 1,
-  kCarriageReturn = 2,
-  kBrackets = 4,
-  kNotSevenBit = 8
-};
-
 inline unsigned ClassifyText(const char16_t* text, std::size_t n) {
   unsigned traits = 0;
-  for (std::size_t i = 0; i < n; ++i) {
-    const char16_t c = text[i];
-    if (c == u'<' || c == u'>' || c == u'&' || c == u'\'' || c == u'"') traits |= kMarkupChars;
-    if (c == u'\r') traits |= kCarriageReturn;
-    if (c == u'[' || c == u']') traits |= kBrackets;
-    if (c == 0 || c >= 0x80) traits |= kNotSevenBit;
-  }
+  for (std::size_t i = 0; i < n; ++i) traits |= CharTraits(text[i]);
   return traits;
 }
+
 #endif
 
 // The entity the writer puts for one of < > & ' "; the character itself for any other.

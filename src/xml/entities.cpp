@@ -146,88 +146,68 @@ void cXmlNode::EncodeSpecialCharsInPlace(std::u16string& text) {
   });
 }
 
-void cXmlNode::DecodeSpecialCharsInPlace(std::u16string& text) {
-  // Most values hold no reference at all.
-  if (xml::FindChar(text.data(), 0, text.size(), u'&') == text.size()) return;
-  // The result is assigned only at the end: a failure leaves the text as it was.
-  base::Trap(base::InFunction(u"cXmlNode.DecodeSpecialChars"), [&] {
-    const std::u16string_view s = text;
-    const auto find_amp = [&](std::size_t from) {
-      const std::size_t at = xml::FindChar(s.data(), from, s.size(), u'&');
-      return at == s.size() ? std::u16string_view::npos : at;
-    };
-    std::size_t a = find_amp(0);
-    if (a == std::u16string_view::npos) return;
-    std::u16string out;
-    out.reserve(s.size());
-    std::size_t last = 0;  // characters consumed so far
-    while (a != std::u16string_view::npos) {
-      out.append(s.substr(last, a - last));
-      // The reference runs to the next ";", or, without one, to the end of the text less
-      // its last character, which is lost with it.
-      std::size_t end = xml::FindChar(s.data(), a + 1, s.size(), u';');
-      if (end == s.size()) end = s.size() - 1;
-      const std::u16string_view ref = s.substr(a, end - a);
-      if (ref.size() >= 2 && ref[1] == u'#') {
-        double code;
-        if (ref.size() >= 3 && ref[2] == u'x') {
-          code = LenientHex(ref.substr(3));
-        } else {
-          code = LenientDecimal(ref.substr(2));
-        }
-        out.push_back(AnsiChar(xml::detail::RoundToInt32(code)));
-      } else {
-        const std::u16string_view name = ref.empty() ? ref : ref.substr(1);
-        if (name == u"amp") {
-          out.push_back(u'&');
-        } else if (name == u"lt") {
-          out.push_back(u'<');
-        } else if (name == u"gt") {
-          out.push_back(u'>');
-        } else if (name == u"apos") {
-          out.push_back(u'\'');
-        } else if (name == u"quot") {
-          out.push_back(u'"');
-        } else {
-          out.push_back(u'?');
-        }
-      }
-      last = end + 1;
-      a = last < s.size() ? find_amp(last) : std::u16string_view::npos;
-    }
-    if (last < s.size()) out.append(s.substr(last));
-    text = std::move(out);
-  });
-}
+namespace {
 
-bool xml::detail::DecodeNamedReferences(std::u16string_view s, std::u16string& out) {
+// The decoding loop: text with its references resolved, into out (cleared first). A numeric
+// reference ("&#...") goes to numeric(reference, out), which may answer false to give up: then
+// so does this.
+template <class Numeric>
+bool DecodeReferences(std::u16string_view s, std::u16string& out, Numeric&& numeric) {
   out.clear();
-  std::size_t last = 0;
+  std::size_t last = 0;  // characters consumed so far
   for (std::size_t a = xml::FindChar(s.data(), 0, s.size(), u'&'); a < s.size();
        a = last < s.size() ? xml::FindChar(s.data(), last, s.size(), u'&') : s.size()) {
     out.append(s.substr(last, a - last));
+    // The reference runs to the next ";", or, without one, to the end of the text less its last
+    // character, which is lost with it.
     std::size_t end = xml::FindChar(s.data(), a + 1, s.size(), u';');
     if (end == s.size()) end = s.size() - 1;
     const std::u16string_view ref = s.substr(a, end - a);
-    if (ref.size() >= 2 && ref[1] == u'#') return false;
-    const std::u16string_view name = ref.empty() ? ref : ref.substr(1);
-    if (name == u"amp") {
-      out.push_back(u'&');
-    } else if (name == u"lt") {
-      out.push_back(u'<');
-    } else if (name == u"gt") {
-      out.push_back(u'>');
-    } else if (name == u"apos") {
-      out.push_back(u'\'');
-    } else if (name == u"quot") {
-      out.push_back(u'"');
+    if (ref.size() >= 2 && ref[1] == u'#') {
+      if (!numeric(ref, out)) return false;
     } else {
-      out.push_back(u'?');
+      const std::u16string_view name = ref.empty() ? ref : ref.substr(1);
+      if (name == u"amp") {
+        out.push_back(u'&');
+      } else if (name == u"lt") {
+        out.push_back(u'<');
+      } else if (name == u"gt") {
+        out.push_back(u'>');
+      } else if (name == u"apos") {
+        out.push_back(u'\'');
+      } else if (name == u"quot") {
+        out.push_back(u'"');
+      } else {
+        out.push_back(u'?');
+      }
     }
     last = end + 1;
   }
   if (last < s.size()) out.append(s.substr(last));
   return true;
+}
+
+}  // namespace
+
+void cXmlNode::DecodeSpecialCharsInPlace(std::u16string& text) {
+  // Most values hold no reference at all.
+  if (xml::FindChar(text.data(), 0, text.size(), u'&') == text.size()) return;
+  // The result is assigned only at the end: a failure leaves the text as it was.
+  base::Trap(base::InFunction(u"cXmlNode.DecodeSpecialChars"), [&] {
+    std::u16string out;
+    out.reserve(text.size());
+    DecodeReferences(text, out, [](std::u16string_view ref, std::u16string& to) {
+      const double code = ref.size() >= 3 && ref[2] == u'x' ? LenientHex(ref.substr(3))
+                                                            : LenientDecimal(ref.substr(2));
+      to.push_back(AnsiChar(xml::detail::RoundToInt32(code)));
+      return true;
+    });
+    text = std::move(out);
+  });
+}
+
+bool xml::detail::DecodeNamedReferences(std::u16string_view s, std::u16string& out) {
+  return DecodeReferences(s, out, [](std::u16string_view, std::u16string&) { return false; });
 }
 
 std::u16string cXmlNode::EncodeSpecialChars(std::u16string_view str) {
