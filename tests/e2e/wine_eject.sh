@@ -9,6 +9,9 @@
 #   cancel           Cancel at the confirmation: nothing is started
 #   english-count2   the same as confirm-count2 with the packaged English language file, whose
 #                    still-running text shows the count
+#   german-locale    confirm-count0 with the shipped configuration and language file under a
+#                    German locale (LANG=de_DE.UTF-8): the boxes speak German, "de-DE" is
+#                    remembered, and the language file is left byte for byte as shipped
 # Prints "N passed, N failed" as its last line; exits non-zero when a case failed.
 set -u
 source "$(dirname "$0")/../../scripts/lib.sh"
@@ -20,6 +23,7 @@ if [ -z "${TVEJECT_IN_XVFB:-}" ]; then
 fi
 
 BIN=build/windows/bin
+LANGUAGE_FILE=build/windows/packaging/TvEject_lng.xml
 ARTIFACTS=build/artifacts
 CAPTION="Tarvel USB Eject v2.0.12"
 mkdir -p "$ARTIFACTS"
@@ -27,9 +31,9 @@ passed=0
 failed=0
 skipped=0
 
-for f in TvEject.exe fake_companion.exe; do
-  if [ ! -f "$BIN/$f" ]; then
-    echo "missing $BIN/$f: build the windows preset first"
+for f in "$BIN/TvEject.exe" "$BIN/fake_companion.exe" "$LANGUAGE_FILE"; do
+  if [ ! -f "$f" ]; then
+    echo "missing $f: build the windows preset first"
     echo "0 passed, 1 failed"
     exit 1
   fi
@@ -149,15 +153,19 @@ run_case() {
     # French needs no language file: the built-in texts are French.
     printf '<TarvelUSBEject>\r\n\t<UserLanguage/>\r\n\t<Language>fr</Language>\r\n</TarvelUSBEject>\r\n' \
       >"$stick/TvEject/TvEject.xml"
+  elif [ -z "$LANGUAGE_CODE" ]; then
+    # As shipped: the user's locale chooses.
+    cp "$LANGUAGE_FILE" "$stick/TvEject/TvEject_lng.xml"
+    cp packaging/TvEject.xml "$stick/TvEject/TvEject.xml"
   else
-    cp packaging/TvEject_lng.xml "$stick/TvEject/TvEject_lng.xml"
+    cp "$LANGUAGE_FILE" "$stick/TvEject/TvEject_lng.xml"
     printf '<TarvelUSBEject>\r\n\t<UserLanguage/>\r\n\t<Language file="TvEject_lng.xml">%s</Language>\r\n</TarvelUSBEject>\r\n' \
       "$LANGUAGE_CODE" >"$stick/TvEject/TvEject.xml"
   fi
   # A result left by an earlier run must not count.
   printf '7' >"$stick/TvAppsClose/TvAppsClose.out"
 
-  (cd "$stick/TvEject" && exec "$WINE" TvEject.exe) >"$ARTIFACTS/wine-eject-$name.log" 2>&1 &
+  (cd "$stick/TvEject" && LANG=$LOCALE exec "$WINE" TvEject.exe) >"$ARTIFACTS/wine-eject-$name.log" 2>&1 &
   PID=$!
   ended() { ! kill -0 "$PID" 2>/dev/null; }
   for key in "$@"; do
@@ -183,6 +191,14 @@ run_case() {
   check "the ejector's record" "$(record "$stick/TvEject/TvDiskEjector.exe.args")" "$EXPECT_EJECTOR"
   check "the result file" "$(cat "$stick/TvAppsClose/TvAppsClose.out" 2>/dev/null || echo gone)" \
     "$EXPECT_RESULT"
+  if [ "$LANGUAGE_CODE" != fr ]; then
+    # Every text was found: nothing was added to the file, which is not rewritten.
+    check "the language file" "$(cmp -s "$LANGUAGE_FILE" "$stick/TvEject/TvEject_lng.xml" &&
+      echo as shipped || echo changed)" "as shipped"
+    check "the remembered language" \
+      "$(sed -n 's/.*<Language[^>]*>\([^<]*\)<.*/\1/p' "$stick/TvEject/TvEject.xml")" \
+      "${LANGUAGE_CODE:-$EXPECT_LANGUAGE}"
+  fi
 }
 
 # scenario NAME PLAN KEYS...: run_case, counted. Without a window manager a key can reach a
@@ -214,7 +230,7 @@ scenario() {
   esac
 }
 
-LANGUAGE_CODE=fr
+LANGUAGE_CODE=fr LOCALE=${LANG:-C}
 EXPECT_CLOSER="/now /out" EXPECT_EJECTOR="/retry" EXPECT_RESULT=gone
 scenario confirm-count0 "out 0" Return
 EXPECT_CLOSER="/now /out" EXPECT_EJECTOR="" EXPECT_RESULT=gone
@@ -226,6 +242,10 @@ scenario cancel "out 0" Escape
 LANGUAGE_CODE=en
 EXPECT_CLOSER="/now /out" EXPECT_EJECTOR="" EXPECT_RESULT=gone
 scenario english-count2 "out 2" Return Return
+# The shipped configuration and language file under a German locale.
+LANGUAGE_CODE="" LOCALE=de_DE.UTF-8 EXPECT_LANGUAGE=de-DE
+EXPECT_CLOSER="/now /out" EXPECT_EJECTOR="/retry" EXPECT_RESULT=gone
+scenario german-locale "out 0" Return
 
 echo "$passed passed, $failed failed, $skipped skipped"
 [ "$failed" -eq 0 ]
