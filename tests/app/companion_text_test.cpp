@@ -1,14 +1,9 @@
-// The companions' texts: which language the suite's files choose, and the built-in texts
-// against the shipped language file, which must say the same in French and English.
+// The companions' texts: which language the suite's files choose. (The built-in texts against
+// the shipped language file: tests/lang/shipped_language_file_test.cpp.)
 #include "app/companion_text.h"
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
-#include "base/text.h"
 #include "lang/lang.h"
 #include "support/temp_dir.h"
 
@@ -63,33 +58,6 @@ TEST(CompanionText, TheConfigurationChoosesTheLanguage) {
     EXPECT_EQ(app::CompanionText(u"TvDiskEjector.Messages.Ejected", {{u"%drive%", u"E:\\"}}),
               row.text)
         << row.config;
-  }
-  mLang::Lang().Xml(nullptr);
-}
-
-// French and English are built in: the shipped file must hold the very same texts, or the
-// program would speak differently with and without its language file.
-TEST(CompanionText, TheBuiltInTextsAreTheShippedOnes) {
-  // As the build writes it from packaging/lang/.
-  std::ifstream in(std::filesystem::path(testing_support::ProgramFolder()) / ".." / "packaging" /
-                       "TvEject_lng.xml",
-                   std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  ASSERT_FALSE(bytes.str().empty()) << "build/<preset>/packaging/TvEject_lng.xml not found";
-  for (const char* code : {"fr", "en"}) {
-    TempDir temp;
-    temp.Write(u"TvEject_lng.xml", bytes.str());
-    temp.Write(u"TvEject.xml",
-               std::string("<TarvelUSBEject><Language>") + code + "</Language></TarvelUSBEject>");
-    app::LoadCompanionLanguage(temp.u16());
-    ASSERT_EQ(mLang::Lang().LangID(), base::Widen(code));
-    for (const app::CompanionString& s : app::CompanionStrings()) {
-      const std::u16string_view builtin = code[0] == 'f' ? s.french : s.english;
-      EXPECT_EQ(app::CompanionText(s.key), builtin) << code << " " << base::Narrow(s.key);
-    }
-    // Every text was found in the file: none had to be added from the built-in ones.
-    EXPECT_EQ(mLang::Lang().Xml()->ItemData, 0) << code;
   }
   mLang::Lang().Xml(nullptr);
 }

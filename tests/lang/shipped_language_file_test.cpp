@@ -7,7 +7,6 @@
 #include <set>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "app/companion_text.h"
@@ -32,33 +31,38 @@ std::string ShippedFile() {
   return bytes.str();
 }
 
-// The eject sequence's texts with its built-in defaults, looked up as it looks them up.
-const std::pair<std::u16string_view, std::u16string_view> kProgramTexts[] = {
+// The eject sequence's texts, its built-in (French) defaults, and the placeholders its other
+// languages fill in.
+const struct {
+  std::u16string_view key, french, placeholders;
+} kProgramTexts[] = {
     {u"Messages.Intro",
-     u"Tarvel USB Eject ferme tous les programmes du p\u00E9riph\u00E9rique USB !"},
+     u"Tarvel USB Eject ferme tous les programmes du p\u00E9riph\u00E9rique USB !", u""},
     {u"Messages.Errors.TvAppsCloseRunError",
-     u"Erreur en ex\u00E9cutant le programme de fermeture des applications"},
+     u"Erreur en ex\u00E9cutant le programme de fermeture des applications", u""},
     {u"Message.AppStillRunning",
      u"Il reste encore des applications en cours d'ex\u00E9cution.\r\n\r\n"
-     u"D\u00E9connexion USB annul\u00E9e"},
+     u"D\u00E9connexion USB annul\u00E9e",
+     u"%count%"},
     {u"Messages.Errors.TvDiskEjectorRunError",
-     u"Erreur en ex\u00E9cutant le programme d'ejection du disque USB"},
+     u"Erreur en ex\u00E9cutant le programme d'ejection du disque USB", u""},
 };
 
-// The "%name%" placeholders of a text, which the program fills in.
-std::multiset<std::u16string> Placeholders(const std::u16string& text) {
-  std::multiset<std::u16string> found;
-  for (std::size_t at = text.find(u'%'), end; at != std::u16string::npos;
-       at = text.find(u'%', end + 1)) {
-    if ((end = text.find(u'%', at + 1)) == std::u16string::npos) break;
+// The "%name%" placeholders of a text, sorted and joined.
+std::u16string Placeholders(std::u16string_view text) {
+  std::multiset<std::u16string_view> found;
+  for (std::size_t at = text.find(u'%'), end; at != text.npos; at = text.find(u'%', end + 1)) {
+    if ((end = text.find(u'%', at + 1)) == text.npos) break;
     found.insert(text.substr(at, end - at + 1));
   }
-  return found;
+  std::u16string joined;
+  for (const auto& name : found) joined += name;
+  return joined;
 }
 
 // Every code of a shipped language, the two letters a "UserLanguage" names and each region the
 // user's locale can give, reaches that language's own texts: none is taken from the built-in
-// French ones, the file is not touched, and the companions find the same language.
+// ones, the file is not touched, and the companions find the same language.
 TEST(ShippedLanguageFile, EveryCodeOfAShippedLanguageSpeaksIt) {
   const std::string shipped = ShippedFile();
   ASSERT_FALSE(shipped.empty()) << "build/<preset>/packaging/TvEject_lng.xml not found";
@@ -67,19 +71,20 @@ TEST(ShippedLanguageFile, EveryCodeOfAShippedLanguageSpeaksIt) {
   document->XmlData(base::Widen(shipped));
   EXPECT_EQ(base::Narrow(document->XmlData()), shipped);
 
-  std::vector<std::u16string> keys, defaults, expected_placeholders;
-  for (const auto& [key, french] : kProgramTexts) {
-    keys.emplace_back(key);
-    defaults.emplace_back(french);
-    expected_placeholders.emplace_back(key == u"Message.AppStillRunning" ? u"%count%" : u"");
+  // The program's texts, then the companions' (which have English built in too).
+  std::vector<std::u16string> keys, french, english, placeholders;
+  for (const auto& text : kProgramTexts) {
+    keys.emplace_back(text.key);
+    french.emplace_back(text.french);
+    placeholders.emplace_back(text.placeholders);
   }
-  for (const app::CompanionString& s : app::CompanionStrings()) {
-    keys.emplace_back(s.key);
-    defaults.emplace_back(s.french);
-    std::u16string names;
-    for (const auto& name : Placeholders(std::u16string(s.english))) names += name;
-    expected_placeholders.push_back(names);
+  for (const app::CompanionString& text : app::CompanionStrings()) {
+    keys.emplace_back(text.key);
+    french.emplace_back(text.french);
+    english.emplace_back(text.english);
+    placeholders.push_back(Placeholders(text.english));
   }
+  const std::size_t companions = std::size(kProgramTexts);
 
   const struct {
     std::u16string code, name;
@@ -91,7 +96,7 @@ TEST(ShippedLanguageFile, EveryCodeOfAShippedLanguageSpeaksIt) {
     for (const mLang::CatalogueRow& row : mLang::CatalogueRows()) {
       if (row.code.substr(0, row.code.find(u'-')) == language.code) codes.emplace_back(row.code);
     }
-    const bool french = language.code == u"fr";
+    const bool is_french = language.code == u"fr";
     std::vector<std::u16string> first;  // the texts under the two letters
     for (const std::u16string& code : codes) {
       SCOPED_TRACE(base::Narrow(code));
@@ -107,26 +112,28 @@ TEST(ShippedLanguageFile, EveryCodeOfAShippedLanguageSpeaksIt) {
       EXPECT_EQ(lang.LangName(), language.name);
       std::vector<std::u16string> texts;
       for (std::size_t i = 0; i < keys.size(); ++i) {
-        texts.push_back(lang.GetString(keys[i], defaults[i]));
-        if (french) continue;
-        EXPECT_NE(texts[i], defaults[i]) << base::Narrow(keys[i]);
-        std::u16string names;
-        for (const auto& name : Placeholders(texts[i])) names += name;
-        EXPECT_EQ(names, expected_placeholders[i]) << base::Narrow(keys[i]);
-      }
-      if (french) {
-        EXPECT_EQ(texts, defaults) << "French holds the built-in texts";
+        texts.push_back(lang.GetString(keys[i], french[i]));
+        if (is_french) continue;
+        EXPECT_NE(texts[i], french[i]) << base::Narrow(keys[i]);
+        EXPECT_EQ(Placeholders(texts[i]), placeholders[i]) << base::Narrow(keys[i]);
       }
       EXPECT_EQ(lang.Xml()->ItemData, 0) << "a text was missing and taken from the built-in ones";
-      // French is never written back, even when a lookup added a text.
-      if (french) lang.GetString(u"Messages.Added", u"nouveau");
+      // French and English are built in: the file says the very same, or the program would speak
+      // differently with and without it.
+      if (is_french) {
+        EXPECT_EQ(texts, french);
+        lang.GetString(u"Messages.Added", u"nouveau");  // a French file is never written back
+      }
+      if (language.code == u"en") {
+        EXPECT_EQ(std::vector(texts.begin() + companions, texts.end()), english);
+      }
       mLang::SaveLangFile();
       EXPECT_EQ(dir.Read(u"TvEject_lng.xml"), shipped);
 
       // The companions read the configuration the program has not consumed yet.
       EXPECT_EQ(app::LoadCompanionLanguage(dir.u16()), code);
       EXPECT_EQ(lang.LangID(), code) << "the companions chose another element";
-      for (std::size_t i = std::size(kProgramTexts); i < keys.size(); ++i) {
+      for (std::size_t i = companions; i < keys.size(); ++i) {
         EXPECT_EQ(app::CompanionText(keys[i]), texts[i]) << base::Narrow(keys[i]);
       }
       if (first.empty()) first = texts;
