@@ -313,16 +313,23 @@ Leftovers FindLeftovers(const std::u16string& name) {
   return found;
 }
 
+// The mark's name for a copy (appended, not concatenated: GCC 12 misreads the latter here).
+std::u16string MarkOf(const std::u16string& copy) {
+  std::u16string mark = copy;
+  mark.append(kStaleMark);
+  return mark;
+}
+
 // Leaves the mark that makes a safety copy stale, on the device before the caller goes on.
 bool MarkStale(const std::u16string& copy) {
-  const std::u16string mark = copy + std::u16string(kStaleMark);
+  const std::u16string mark = MarkOf(copy);
   os::Handle file =
       os::CreateFileW(mark.c_str(), os::kGenericWrite, 0, os::kCreateAlways, os::kAttributeNormal);
   if (file == os::kInvalidHandle) return false;
   // The mark counts by its presence; the line is for whoever finds it in the folder.
   static constexpr std::string_view kNote =
-      "The safety copy beside this file is older than the file it was made from; TvEject "
-      "deletes both.\r\n";
+      "The safety copy next to this mark is older than the file it comes from, which was saved "
+      "since: both may be deleted.\r\n";
   std::uint32_t done = 0;
   os::WriteFile(file, kNote.data(), static_cast<std::uint32_t>(kNote.size()), &done);
   os::CloseFile(file);
@@ -361,7 +368,7 @@ RecoveryResult Recover(const std::u16string& name) {
     // marked before anything moves, so that a cut cannot leave one of them to be put back.
     for (std::size_t i = 0; i + 1 < found.unmarked.size(); ++i) {
       if (!MarkStale(found.unmarked[i])) return result;
-      found.stale.emplace_back(found.unmarked[i], found.unmarked[i] + std::u16string(kStaleMark));
+      found.stale.emplace_back(found.unmarked[i], MarkOf(found.unmarked[i]));
     }
     const std::u16string& copy = found.unmarked.back();
     // Whatever stands under the name is the interrupted save's output.
