@@ -28,7 +28,7 @@ State& Current() {
 XmlNodePtr ParseFile(const std::u16string& path, std::int32_t& encoding, bool& with_bom) {
   bool bom_changed = false;
   XmlNodePtr root = cXmlNode::Create();
-  root->XmlData(mGlobal::LoadTextFile(path, false, true, encoding, with_bom, bom_changed));
+  root->XmlData(mGlobal::LoadTextFile(path, true, encoding, with_bom, bom_changed));
   return root;
 }
 

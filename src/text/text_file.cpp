@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
+#include <map>
+#include <string_view>
 #include <vector>
 
 #include "base/debug_log.h"
@@ -45,12 +48,10 @@ std::u16string WithoutExtension(std::u16string_view name) {
   return std::u16string(name.substr(0, name.size() - ext.size() - 1));
 }
 
-// The search pattern for every dated backup of a file: settings.xml -> settings_*.xml.
+// The search pattern for every dated backup of a file: settings.xml -> settings_*.xml. A name
+// without an extension keeps the dot (name -> name_*.), as the existing backups are named.
 std::u16string DatedPattern(std::u16string_view file_name) {
-  std::u16string ext = mFileUtils::FileExtention(file_name);
-  std::u16string pattern = WithoutExtension(file_name) + u"_*";
-  if (!ext.empty()) pattern += u"." + ext;
-  return pattern;
+  return WithoutExtension(file_name) + u"_*." + mFileUtils::FileExtention(file_name);
 }
 
 // Numbers formatted with the pattern "000": three digits at least, more when needed.
@@ -126,11 +127,10 @@ std::int32_t LoadFile(std::u16string_view FileName, std::string& Data, std::int3
   });
 }
 
-std::u16string LoadTextFile(std::u16string_view FileName, bool Raw, bool AutoDetect,
-                            std::int32_t& Encoding, bool& WithBOM, bool& BOMChanged) {
+std::u16string LoadTextFile(std::u16string_view FileName, bool AutoDetect, std::int32_t& Encoding,
+                            bool& WithBOM, bool& BOMChanged) {
   std::string bytes;
   if (LoadFile(FileName, bytes) == 0) return std::u16string();
-  if (Raw) return mStringTools::BytesToStr(bytes);
   if (AutoDetect) {
     Encoding = 0;
     std::u16string text =
@@ -147,7 +147,13 @@ std::u16string LoadTextFile(std::u16string_view FileName) {
   std::int32_t encoding = 0;
   bool with_bom = false;
   bool bom_changed = false;
-  return LoadTextFile(FileName, false, true, encoding, with_bom, bom_changed);
+  return LoadTextFile(FileName, true, encoding, with_bom, bom_changed);
+}
+
+std::string LoadTextFile(std::u16string_view FileName, RawBytes) {
+  std::string bytes;
+  if (LoadFile(FileName, bytes) == 0) return std::string();
+  return bytes;
 }
 
 }  // namespace mGlobal
@@ -156,7 +162,7 @@ namespace mStringTools {
 
 namespace {
 
-// The bytes a save writes for its data.
+// The bytes a save writes for text held in memory.
 std::string BytesToWrite(const std::u16string& Data, bool IsText, std::int32_t Encoding,
                          bool WithBOM, std::uint32_t CodePage) {
   if (!IsText) return StrToBytes(Data);
@@ -178,6 +184,29 @@ std::string BytesToWrite(const std::u16string& Data, bool IsText, std::int32_t E
     default:
       if (IsUnicode(utf16)) return StrToAnsiBytes(Data);
       return utf16;
+  }
+}
+
+// The bytes a save writes for a raw byte string: as they are, or, as text, decoded the way a
+// file's bytes are (encoding detected) and written in Encoding.
+std::string BytesToWrite(const std::string& Data, bool IsText, std::int32_t Encoding, bool WithBOM,
+                         std::uint32_t CodePage) {
+  if (!IsText) return Data;
+  bool bom_changed = false;
+  switch (Encoding) {
+    case 1:
+    case 2:
+    case 3: {
+      std::int32_t detected = 0;
+      std::u16string text =
+          StrDataToUnicode(Data, detected, CodePage, Encoding == 3 ? false : WithBOM, bom_changed);
+      if (Encoding == 1) return StrToBytes(text);
+      if (Encoding == 2) return mUTF8::UTF8_Encode(text, true);
+      return StrUnicodeToCodePage(text, CodePage);
+    }
+    default:
+      if (IsUnicode(Data)) return StrToAnsiBytes(BytesToStr(Data));
+      return Data;
   }
 }
 
@@ -209,25 +238,187 @@ std::uint32_t WriteError() {
   return error == 0 ? os::kErrorDiskFull : error;
 }
 
-}  // namespace
+// ---- Safety copies left beside a file ----------------------------------------------------------
 
-bool SaveFile(std::u16string_view FileName, const std::u16string& Data, bool IsText,
-              std::int32_t Encoding, bool WithBOM, std::uint32_t CodePage, std::int32_t BackupCount,
-              bool Append, std::u16string_view BackupFolder, std::int32_t BackupDays,
-              std::int32_t BackupMinutes) {
+// Appended to a safety copy's name, it names the mark of a completed save: "x.xml.001.tmp.stale".
+constexpr std::u16string_view kStaleMark = u".stale";
+
+// FindNextFileW's answer at the end of a listing.
+constexpr std::uint32_t kErrorNoMoreFiles = 18;
+
+bool FlushFolderOf(const std::u16string& path) {
+  const std::u16string folder = FolderOf(path);
+  return folder.empty() || os::FlushFolder(folder.c_str());
+}
+
+// The safety copies "name.NNN.tmp" standing beside a file and the marks beside them, from one
+// listing of the folder.
+struct Leftovers {
+  bool listed = false;                   // false: the folder could not be read
+  std::vector<std::u16string> unmarked;  // copies no completed save marked, by rising number
+  std::vector<std::pair<std::u16string, std::u16string>> stale;  // marked copies, with the mark
+  std::vector<std::u16string> lone_marks;                        // marks whose copy is gone
+};
+
+Leftovers FindLeftovers(const std::u16string& name) {
+  Leftovers found;
+  const std::size_t base_size = mFileUtils::FileNameOnly(name).size();
+  const std::u16string prefix = base::Lower(mFileUtils::FileNameOnly(name) + u".");
+  std::map<std::uint64_t, std::u16string> copies;  // number -> path
+  std::map<std::uint64_t, std::u16string> marks;
+  os::FindData entry;
+  const std::u16string pattern = mFileUtils::LongPath(name + u".*");
+  os::Handle search = os::FindFirstFileW(pattern.c_str(), &entry);
+  if (search == os::kInvalidHandle) {
+    const std::uint32_t error = os::GetLastError();
+    found.listed = error == os::kErrorFileNotFound || error == os::kErrorPathNotFound;
+    return found;
+  }
+  do {
+    if (entry.attributes & os::kAttributeDirectory) continue;
+    const std::u16string lower = base::Lower(entry.name);
+    if (lower.size() <= prefix.size() || lower.compare(0, prefix.size(), prefix) != 0) continue;
+    std::size_t digits_end = prefix.size();
+    std::uint64_t number = 0;
+    while (digits_end < lower.size() && lower[digits_end] >= u'0' && lower[digits_end] <= u'9' &&
+           digits_end - prefix.size() < 18) {
+      number = number * 10 + (lower[digits_end] - u'0');
+      ++digits_end;
+    }
+    // Three digits at least, as BackupFileName numbers them.
+    if (digits_end - prefix.size() < 3) continue;
+    const std::u16string_view tail = std::u16string_view(lower).substr(digits_end);
+    // The entry's own spelling after the name: a case-sensitive file system needs it.
+    const std::u16string path = name + entry.name.substr(base_size);
+    if (tail == u".tmp") {
+      copies[number] = path;
+    } else if (tail.size() == 4 + kStaleMark.size() && tail.substr(0, 4) == u".tmp" &&
+               tail.substr(4) == kStaleMark) {
+      marks[number] = path;
+    }
+  } while (os::FindNextFileW(search, &entry));
+  const bool complete = os::GetLastError() == kErrorNoMoreFiles;
+  os::FindClose(search);
+  found.listed = complete;
+  for (const auto& [number, copy] : copies) {
+    auto mark = marks.find(number);
+    if (mark == marks.end()) {
+      found.unmarked.push_back(copy);
+    } else {
+      found.stale.emplace_back(copy, mark->second);
+    }
+  }
+  for (const auto& [number, mark] : marks)
+    if (!copies.count(number)) found.lone_marks.push_back(mark);
+  return found;
+}
+
+// The mark's name for a copy (appended, not concatenated: GCC 12 misreads the latter here).
+std::u16string MarkOf(const std::u16string& copy) {
+  std::u16string mark = copy;
+  mark.append(kStaleMark);
+  return mark;
+}
+
+// Leaves the mark that makes a safety copy stale, on the device before the caller goes on.
+bool MarkStale(const std::u16string& copy) {
+  const std::u16string mark = MarkOf(copy);
+  os::Handle file =
+      os::CreateFileW(mark.c_str(), os::kGenericWrite, 0, os::kCreateAlways, os::kAttributeNormal);
+  if (file == os::kInvalidHandle) return false;
+  // The mark counts by its presence; the line is for whoever finds it in the folder.
+  static constexpr std::string_view kNote =
+      "The safety copy next to this mark is older than the file it comes from, which was saved "
+      "since: both may be deleted.\r\n";
+  std::uint32_t done = 0;
+  os::WriteFile(file, kNote.data(), static_cast<std::uint32_t>(kNote.size()), &done);
+  os::CloseFile(file);
+  return FlushFolderOf(copy);
+}
+
+struct RecoveryResult {
+  bool restored = false;  // a copy was put back under the name
+  bool settled = false;   // no unmarked copy and no lone mark is left
+};
+
+// Why a copy standing beside the file is put back or not. A save through the safety copy runs:
+//   move file -> copy N (N the first free number) ; write and flush the new file ;
+//   delete copy N, or when that fails (a scanner holding it) write the mark "copy N.stale" ;
+//   flush the folder ; report success.
+// So a copy without a mark belongs to a save that has not reported success: it holds the last
+// whole version and is put back (the new file, whole or partial, is dropped). A mark is written
+// only once the new content is on the device, so a marked copy is older than the file and is
+// only deleted. Three rules keep the marks truthful:
+// - a save first settles any unmarked copy (puts it back), so at most one unmarked copy ever
+//   stands: the one of the save that was cut, whatever number it had to take beside marked
+//   copies that could not be deleted yet;
+// - a copy is deleted, and the deletion flushed, before its mark: a cut in between leaves a lone
+//   mark, never an unmarked stale copy;
+// - a lone mark is removed before any save may create a copy of its number (a save refuses to
+//   start while one stands), so an old mark never vouches for a new copy.
+// A cut at any point of this recovery leaves a state it handles again: the copy is removed from
+// its name only by the move that puts it back.
+RecoveryResult Recover(const std::u16string& name) {
+  RecoveryResult result;
+  Leftovers found = FindLeftovers(name);
+  if (!found.listed) return result;
+  if (!found.unmarked.empty()) {
+    // Several unmarked copies come only from older versions of the program, which left a copy
+    // behind after a save that completed: the highest number is the newest. The older ones are
+    // marked before anything moves, so that a cut cannot leave one of them to be put back.
+    for (std::size_t i = 0; i + 1 < found.unmarked.size(); ++i) {
+      if (!MarkStale(found.unmarked[i])) return result;
+      found.stale.emplace_back(found.unmarked[i], MarkOf(found.unmarked[i]));
+    }
+    const std::u16string& copy = found.unmarked.back();
+    // Whatever stands under the name is the interrupted save's output.
+    if (mFileUtils::FileExists(name) && !mFileUtils::KillFile(name, 20)) return result;
+    if (!mFileUtils::MoveFileTo(copy, name)) return result;
+    FlushFolderOf(name);
+    DebugLog(u"Interrupted save: previous file restored from " + copy);
+    result.restored = true;
+  }
+  std::vector<std::u16string> marks = found.lone_marks;
+  for (const auto& [copy, mark] : found.stale) {
+    if (mFileUtils::KillFile(copy, 2)) marks.push_back(mark);
+  }
+  if (marks.size() > found.lone_marks.size()) FlushFolderOf(name);
+  result.settled = true;
+  for (const auto& mark : marks) {
+    if (!mFileUtils::KillFile(mark, 2)) result.settled = false;
+  }
+  if (!marks.empty()) FlushFolderOf(name);
+  return result;
+}
+
+// The saver behind both forms of SaveFile; make_bytes runs under its trap.
+bool Save(std::u16string_view FileName, const std::function<std::string()>& make_bytes, bool IsText,
+          std::int32_t Encoding, std::int32_t BackupCount, bool Append,
+          std::u16string_view BackupFolder, std::int32_t BackupDays, std::int32_t BackupMinutes) {
   std::u16string backup_name;
   std::u16string temp_name;
   bool restore_needed = false;
   bool result = false;
   const std::u16string name(FileName);
   bool completed = base::Trap(base::DansFonction(u"SaveFile"), [&] {
-    const std::string bytes = BytesToWrite(Data, IsText, Encoding, WithBOM, CodePage);
+    const std::string bytes = make_bytes();
     if (IsText && !Append) {
       DebugLog(u"Save text file as " + EncodingName(Encoding) + u" : " + name);
     }
 
     const std::u16string folder = FolderOf(name);
     if (!folder.empty() && !mFileUtils::CreateFolder(folder)) return;
+
+    // An interrupted save's copy is put back before anything else: beside it, a second copy
+    // would leave the next load two to choose from, and once this save completed the older copy
+    // would undo it.
+    const Leftovers found = FindLeftovers(name);
+    if (!found.listed || !found.unmarked.empty() || !found.lone_marks.empty()) {
+      if (!Recover(name).settled) {
+        DebugLog(u"Error while restoring an interrupted save: " + name);
+        return;
+      }
+    }
 
     if (!Append && mFileUtils::FileExists(name)) {
       std::u16string target_folder;
@@ -334,15 +525,47 @@ bool SaveFile(std::u16string_view FileName, const std::u16string& Data, bool IsT
       return;
     }
 
+    if (!temp_name.empty()) {
+      if (mFileUtils::KillFile(temp_name, 20)) {
+        // Gone for good before success is reported, or a power cut could bring it back.
+        FlushFolderOf(name);
+      } else {
+        DebugLog(u"Error while deleting file automatic backup: " + temp_name);
+        // The copy stays beside the new content: without its mark the next load would put it
+        // back. A save whose copy can be neither deleted nor marked has not completed.
+        if (!MarkStale(temp_name)) {
+          DebugLog(u"Error while marking file automatic backup as stale: " + temp_name);
+          mFileUtils::KillFile(name, 20);
+          return;
+        }
+      }
+    }
     restore_needed = false;
     result = true;
-    if (!temp_name.empty() && !mFileUtils::KillFile(temp_name, 20)) {
-      DebugLog(u"Error while deleting file automatic backup: " + temp_name);
-    }
   });
   if (result) return true;
   if (restore_needed || !completed) Restore(FileName, backup_name, temp_name);
   return false;
+}
+
+}  // namespace
+
+bool SaveFile(std::u16string_view FileName, const std::u16string& Data, bool IsText,
+              std::int32_t Encoding, bool WithBOM, std::uint32_t CodePage, std::int32_t BackupCount,
+              bool Append, std::u16string_view BackupFolder, std::int32_t BackupDays,
+              std::int32_t BackupMinutes) {
+  return Save(
+      FileName, [&] { return BytesToWrite(Data, IsText, Encoding, WithBOM, CodePage); }, IsText,
+      Encoding, BackupCount, Append, BackupFolder, BackupDays, BackupMinutes);
+}
+
+bool SaveFile(std::u16string_view FileName, const std::string& Data, bool IsText,
+              std::int32_t Encoding, bool WithBOM, std::uint32_t CodePage, std::int32_t BackupCount,
+              bool Append, std::u16string_view BackupFolder, std::int32_t BackupDays,
+              std::int32_t BackupMinutes) {
+  return Save(
+      FileName, [&] { return BytesToWrite(Data, IsText, Encoding, WithBOM, CodePage); }, IsText,
+      Encoding, BackupCount, Append, BackupFolder, BackupDays, BackupMinutes);
 }
 
 std::u16string BackupFileName(std::u16string_view BaseName, std::int32_t MaxCount,
@@ -443,16 +666,7 @@ base::Date ParseDate(std::u16string_view Text, std::u16string_view Format) {
 }
 
 bool RecoverInterruptedSave(std::u16string_view FileName) {
-  const std::u16string name(FileName);
-  const std::u16string safety = name + u".001.tmp";
-  if (!mFileUtils::FileExists(safety)) return false;
-  // Whatever stands under the name is the interrupted save's partial output.
-  if (mFileUtils::FileExists(name) && !mFileUtils::KillFile(name, 20)) return false;
-  if (!mFileUtils::MoveFileTo(safety, name)) return false;
-  const std::u16string folder = FolderOf(name);
-  if (!folder.empty()) os::FlushFolder(folder.c_str());
-  DebugLog(u"Interrupted save: previous file restored from " + safety);
-  return true;
+  return Recover(std::u16string(FileName)).restored;
 }
 
 }  // namespace mStringTools

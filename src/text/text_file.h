@@ -9,7 +9,9 @@
 //                          0, false, u"", 0, 5);                        // safety copy only
 //
 // A save cut short (the stick pulled, the process killed) leaves the previous content in the
-// safety copy "name.001.tmp"; RecoverInterruptedSave puts it back before the file is read.
+// safety copy "name.001.tmp"; RecoverInterruptedSave puts it back before the file is read. A
+// save that completed but could not delete its copy (a virus scanner holding it) leaves the
+// mark "name.001.tmp.stale" beside it, so that the copy is never put back over newer content.
 #pragma once
 
 #include <cstdint>
@@ -26,14 +28,21 @@ namespace mGlobal {
 std::int32_t LoadFile(std::u16string_view FileName, std::string& Data, std::int32_t Offset = 0,
                       std::int32_t Length = 0);
 
-// The whole file as text. Raw: its bytes packed two to a character (mStringTools::BytesToStr).
-// AutoDetect: the encoding is detected (ANSI files read with code page 1252) and written to
-// Encoding, the byte-order mark handled as WithBOM asks. Otherwise one character per byte of
-// the system's ANSI code page. "" when the file is missing, empty or unreadable.
-std::u16string LoadTextFile(std::u16string_view FileName, bool Raw, bool AutoDetect,
-                            std::int32_t& Encoding, bool& WithBOM, bool& BOMChanged);
-// The same with Raw false and AutoDetect true, the outputs dropped.
+// The whole file as text. AutoDetect: the encoding is detected (ANSI files read with code page
+// 1252) and written to Encoding, the byte-order mark handled as WithBOM asks. Otherwise one
+// character per byte of the system's ANSI code page. "" when the file is missing, empty or
+// unreadable.
+std::u16string LoadTextFile(std::u16string_view FileName, bool AutoDetect, std::int32_t& Encoding,
+                            bool& WithBOM, bool& BOMChanged);
+// The same with AutoDetect true, the outputs dropped.
 std::u16string LoadTextFile(std::u16string_view FileName);
+
+// Asks LoadTextFile for the raw bytes: LoadTextFile(name, mGlobal::kRaw).
+struct RawBytes {};
+inline constexpr RawBytes kRaw{};
+// The whole file's bytes unchanged as a raw byte string, an odd trailing byte included; "" when
+// the file is missing, empty or unreadable.
+std::string LoadTextFile(std::u16string_view FileName, RawBytes);
 
 }  // namespace mGlobal
 
@@ -44,8 +53,17 @@ namespace mStringTools {
 // a temporary safety copy deleted after success. IsText: Data is text, written in Encoding
 // (1 UTF-16LE, 2 UTF-8, 3 the CodePage), with a byte-order mark when WithBOM; otherwise its raw
 // bytes. Append adds to the end and sets nothing aside. True when the whole content reached the
-// device; on false the previous file is back under its name.
+// device and no safety copy of an earlier version can be put back over it; on false the
+// previous file is back under its name (or its safety copy is put back at the next load).
+// A save that finds an interrupted save's copy puts it back first (RecoverInterruptedSave).
 bool SaveFile(std::u16string_view FileName, const std::u16string& Data, bool IsText,
+              std::int32_t Encoding, bool WithBOM, std::uint32_t CodePage, std::int32_t BackupCount,
+              bool Append, std::u16string_view BackupFolder, std::int32_t BackupDays,
+              std::int32_t BackupMinutes);
+// The same for a raw byte string (a file's bytes as LoadTextFile(name, kRaw) gives them): with
+// IsText false the bytes are written as they are, an odd count included; with IsText true they
+// are decoded as a file's bytes are (encoding detected) and written in Encoding.
+bool SaveFile(std::u16string_view FileName, const std::string& Data, bool IsText,
               std::int32_t Encoding, bool WithBOM, std::uint32_t CodePage, std::int32_t BackupCount,
               bool Append, std::u16string_view BackupFolder, std::int32_t BackupDays,
               std::int32_t BackupMinutes);
@@ -70,8 +88,9 @@ base::Date LastBackupDate(std::u16string_view FileName, std::u16string_view Form
 // A date read from Text by the positions of the letters y, m, d, h, n, s in Format.
 base::Date ParseDate(std::u16string_view Text, std::u16string_view Format);
 
-// Puts back the safety copy that an interrupted save left beside FileName (FileName + ".001.tmp"),
-// replacing whatever partial file stands under the name. True when a copy was put back.
+// Puts back the safety copy that an interrupted save left beside FileName ("name.NNN.tmp" with
+// no ".stale" mark), replacing whatever partial file stands under the name, and deletes the
+// copies that completed saves marked stale. True when a copy was put back.
 bool RecoverInterruptedSave(std::u16string_view FileName);
 
 }  // namespace mStringTools

@@ -6,9 +6,14 @@
 #   1. strace fault injection: every system call the save makes, at every occurrence, fails
 #      with ENOSPC, fails with EIO, or the process is killed on entering it. The same for the
 #      recovery a load makes over an interrupted save.
-#   2. Real full disks: a tmpfs with a tiny size=, a tmpfs with a tiny nr_inodes=, a FAT image
+#   2. Safety copies that linger: a copy a completed save could not delete (every unlink refused,
+#      as a virus scanner holding the file does on Windows), several such saves in a row, and a
+#      save that has to take number 002 beside such a copy, cut at every point; the same for the
+#      recovery over those folders. A completed save must never be undone by a load.
+#   3. Real full disks: a tmpfs with a tiny size=, a tmpfs with a tiny nr_inodes=, a FAT image
 #      through fusefat and an exFAT image through exfat-fuse. Skipped, with the reason, where
 #      mounting is not permitted or the tool is missing.
+# CRASH_PARTS (default "strace linger disks") picks the parts to run.
 # Prints "N passed, N failed" as its last line; exits non-zero when a check failed.
 set -u
 source "$(dirname "$0")/../../scripts/lib.sh"
@@ -47,6 +52,9 @@ if ! command -v strace >/dev/null; then
   exit 1
 fi
 
+PARTS=" ${CRASH_PARTS:-strace linger disks} "
+part() { [[ $PARTS == *" $1 "* ]]; }
+
 pass() { passed=$((passed + 1)); }
 fail() { failed=$((failed + 1)); echo "FAIL $*"; }
 
@@ -65,7 +73,12 @@ NEW=$WORK/new.txt
   printf '</TarvelUSBEject>\n'
 } >"$NEW"
 
-# what_loads FILE: "old", "new", "missing" or "partial" for what a load of FILE finds now.
+# A version older than both, left in a safety copy by a save that completed: a load that finds it
+# has undone that save.
+STALE=$WORK/stale.txt
+printf '<TarvelUSBEject>\n\t<UserLanguage>de</UserLanguage>\n</TarvelUSBEject>\n' >"$STALE"
+
+# what_loads FILE: "old", "new", "stale", "missing" or "partial" for what a load of FILE finds now.
 what_loads() {
   local out=$WORK/loaded.txt rc
   timeout -k 2 20 "$SAVER" load "$1" >"$out" 2>"$WORK/load.err"
@@ -74,6 +87,7 @@ what_loads() {
   elif [ $rc -ne 0 ]; then echo "load-exit-$rc"
   elif cmp -s "$out" "$OLD"; then echo old
   elif cmp -s "$out" "$NEW"; then echo new
+  elif cmp -s "$out" "$STALE"; then echo stale
   else echo partial
   fi
 }
@@ -201,7 +215,7 @@ fi
 # brk never fails with an error number (it answers the unchanged break), and an injected one
 # makes the C library take the number for an address: only the kill is tried on it.
 can_fail() { [ "$1" = KILL ] || [ "$2" != brk ]; }
-for kind in ENOSPC EIO KILL; do
+part strace && for kind in ENOSPC EIO KILL; do
   for entry in "${save_calls[@]}"; do
     read -r call first last <<<"$entry"
     can_fail "$kind" "$call" || continue
@@ -244,7 +258,133 @@ for entry in "${load_calls[@]}"; do
 done
 echo "Injection points tried: $points (saves that reported success yet the load found the old text: $reported_but_old; saves that reported failure yet the new text stood: $failed_but_new)"
 
-# ---- 2. real full disks ------------------------------------------------------------------
+# ---- 2. safety copies that linger --------------------------------------------------------
+
+# Every unlink the saver makes is refused: the safety copy of a completed save stays behind.
+HELD=(-e inject=unlink:error=EBUSY)
+
+# Folder shapes, each from the previous text OLD:
+held_folder() {  # a save completed, its copy of an older version held and marked
+  rm -rf "$DIR" && mkdir -p "$DIR"
+  cp "$OLD" "$FILE" && cp "$STALE" "$FILE.001.tmp" && : >"$FILE.001.tmp.stale"
+}
+collision_cut_folder() {  # and then a save that took number 002 was cut
+  held_folder
+  mv "$FILE" "$FILE.002.tmp" && head -c 100 "$NEW" >"$FILE"
+}
+
+# injected TRACE KIND CALL: true when the trace shows the injection of KIND into CALL.
+injected() {
+  if [ "$2" = KILL ]; then
+    grep -q 'killed by SIGKILL' "$1"
+  else
+    grep -qE "^[0-9]+ +$3\(.*INJECTED" "$1"
+  fi
+}
+
+# linger_point MODE PREPARE WANT KIND CALL N [EXTRA...]: MODE (save or load) under one injection
+# (and the EXTRA strace options) on the folder PREPARE makes; a plain load must then find one of
+# WANT and leave nothing beside the file.
+linger_point() {
+  local mode=$1 prepare=$2 want=$3 kind=$4 call=$5 n=$6 rc result rest
+  shift 6
+  "$prepare"
+  local args=(load "$FILE")
+  [ "$mode" = save ] && args=(save "$FILE" "@$NEW")
+  { ( exec timeout -k 2 60 strace -f -qq -o "$WORK/run.trace" "$@" \
+      -e "inject=$call:$(action_for "$kind"):when=$n" "$SAVER" "${args[@]}" \
+      >/dev/null 2>"$WORK/run.err" ); } 2>/dev/null
+  rc=$?
+  points=$((points + 1))
+  if ! injected "$WORK/run.trace" "$kind" "$call"; then
+    fail "$mode on $prepare $call#$n $kind: the injection did not happen"
+    return
+  fi
+  result=$(what_loads "$FILE")
+  rest=$(leftovers "$DIR" TvEject.xml)
+  if [[ " $want " != *" $result "* ]]; then
+    fail "$mode on $prepare $call#$n $kind (exit $rc): the next load found $result, not $want"
+    sed 's/^/    /' "$WORK/run.err"
+  elif [ -n "$rest" ]; then
+    fail "$mode on $prepare $call#$n $kind: left beside the file after the next load: $rest"
+  else
+    pass
+  fi
+}
+
+# linger_sweep MODE PREPARE WANT BEGIN END [EXTRA...]: a clean traced run gives the system calls
+# between the lines BEGIN and END; each occurrence then fails with ENOSPC and EIO and is killed.
+# With EXTRA (the held copy) the region starts at the first unlink, whose refusals (and the
+# sleeps between them) are left as they are: the calls before it are those of the plain sweeps.
+linger_sweep() {
+  local mode=$1 prepare=$2 want=$3 begin=\"$4 end=\"$5 calls entry call first last kind n
+  local tried=0
+  shift 5
+  "$prepare"
+  local args=(load "$FILE")
+  [ "$mode" = save ] && args=(save "$FILE" "@$NEW")
+  timeout -k 2 60 strace -f -qq -o "$WORK/sweep.trace" "$@" "$SAVER" "${args[@]}" >/dev/null 2>&1
+  [ $# -gt 0 ] && begin='unlink('
+  mapfile -t calls < <(region_counts "$WORK/sweep.trace" "$begin" "$end")
+  if [ ${#calls[@]} -eq 0 ]; then
+    fail "$mode on $prepare: no system calls found in the traced run"
+    return
+  fi
+  for kind in ENOSPC EIO KILL; do
+    for entry in "${calls[@]}"; do
+      read -r call first last <<<"$entry"
+      can_fail "$kind" "$call" || continue
+      if [ $# -gt 0 ]; then
+        case $call in unlink | nanosleep | clock_nanosleep) continue ;; esac
+      fi
+      for ((n = first; n <= last; n++)); do
+        linger_point "$mode" "$prepare" "$want" "$kind" "$call" "$n" "$@"
+        tried=$((tried + 1))
+      done
+    done
+  done
+  echo "  $mode on $prepare$([ $# -gt 0 ] && echo ', every unlink refused'): $tried points"
+}
+
+echo "== Safety copies that linger"
+if [ ${#save_calls[@]} -gt 0 ] && part linger; then
+  # A completed save whose copy is held reports success; the next load keeps the new text and
+  # then deletes the copy and its mark.
+  fresh_folder
+  timeout -k 2 60 strace -f -qq -o /dev/null "${HELD[@]}" "$SAVER" save "$FILE" "@$NEW" \
+    >/dev/null 2>"$WORK/held.err"
+  rc=$?
+  if [ $rc -ne 0 ] || [ ! -e "$FILE.001.tmp" ] || [ ! -e "$FILE.001.tmp.stale" ]; then
+    fail "held copy: saver exit $rc, left: $(leftovers "$DIR" TvEject.xml)"
+  elif [ "$(what_loads "$FILE")" != new ] || [ -n "$(leftovers "$DIR" TvEject.xml)" ]; then
+    fail "held copy: the load found $(what_loads "$FILE"), left: $(leftovers "$DIR" TvEject.xml)"
+  else
+    pass
+  fi
+  # Three saves in a row, each copy held: three marked copies, and the load finds the last text.
+  fresh_folder
+  for text in "$STALE" "$OLD" "$NEW"; do
+    timeout -k 2 60 strace -f -qq -o /dev/null "${HELD[@]}" "$SAVER" save "$FILE" "@$text" \
+      >/dev/null 2>>"$WORK/held.err" || fail "held copies: a save reported failure"
+  done
+  left=$(cd "$DIR" && LC_ALL=C ls | tr '\n' ' ')
+  if [ "$left" != "TvEject.xml TvEject.xml.001.tmp TvEject.xml.001.tmp.stale TvEject.xml.002.tmp TvEject.xml.002.tmp.stale TvEject.xml.003.tmp TvEject.xml.003.tmp.stale " ]; then
+    fail "held copies: left beside the file: $left"
+  elif [ "$(what_loads "$FILE")" != new ] || [ -n "$(leftovers "$DIR" TvEject.xml)" ]; then
+    fail "held copies: the load found $(what_loads "$FILE"), left: $(leftovers "$DIR" TvEject.xml)"
+  else
+    pass
+  fi
+  # A save beside a held copy takes number 002; cut anywhere, the load finds old or new.
+  linger_sweep save held_folder "old new" "save begins" "save ends"
+  # A save whose own copy is held, cut anywhere while it deletes or marks it.
+  linger_sweep save fresh_folder "old new" "save begins" "save ends" "${HELD[@]}"
+  # The recovery over a completed save's held copy, and over a cut save beside one.
+  linger_sweep load held_folder "old" "recovery begins" "recovery ends"
+  linger_sweep load collision_cut_folder "old" "recovery begins" "recovery ends"
+fi
+
+# ---- 3. real full disks ------------------------------------------------------------------
 
 # try_mount NAME MOUNTPOINT COMMAND...: mounts, or records why the file system is skipped.
 try_mount() {
@@ -343,7 +483,9 @@ full_disk_by_inodes() {
 }
 
 echo "== Full disks"
-if [ "$(id -u)" -ne 0 ]; then
+if ! part disks; then
+  :
+elif [ "$(id -u)" -ne 0 ]; then
   skipped+=("every file system: mounting needs root (running as $(id -un))")
 else
   point=$WORK/tmpfs-size

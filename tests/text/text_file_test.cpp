@@ -132,8 +132,8 @@ TEST(SaveFile, DatedBackupsAtMostOnePerPeriodAndExpire) {
   EXPECT_EQ(dir.Read(u"s.xml"), "v3");
 }
 
-// Each operation the saver depends on fails in turn: the result, the log and the previous
-// content under the file's name (or in its backup) are checked.
+// Each operation the saver depends on fails in turn (now and then a second one with it): the
+// result, the log and the previous content under the file's name (or in its backup) are checked.
 TEST(SaveFile, EveryFailureKeepsThePreviousContent) {
   using os::fault::Op;
   struct Row {
@@ -141,26 +141,35 @@ TEST(SaveFile, EveryFailureKeepsThePreviousContent) {
     Op op;
     int nth;
     std::int32_t backups;  // numbered backups, 0 for the safety copy
-    bool append;
     std::u16string line;
     const char16_t* where_old;  // where the previous content is afterwards
+    int times = 1;              // 0: every call from the nth on
+    Op also = Op::kCount;       // a second operation that fails, at its also_nth call
+    int also_nth = 1;
   } rows[] = {
+      // The folder cannot be listed, so an interrupted save's copy could stand unseen beside the
+      // file: nothing is touched.
+      {"list leftovers", Op::kFindFile, 1, 0, u"Error while restoring an interrupted save: ",
+       u"f.txt", 0},
       // The look for the old file fails, so nothing is set aside and the file is still there
       // when it is opened: writing over it in place would leave its tail behind.
-      {"look for the file", Op::kFindFile, 1, 0, false,
+      {"look for the file", Op::kFindFile, 2, 0,
        u"Error while saving file, the previous file was not set aside: ", u"f.txt"},
-      {"move aside", Op::kMoveFile, 1, 0, false, u"Error while moving file: ", u"f.txt"},
-      {"move to backup", Op::kMoveFile, 1, 2, false, u"Error while moving file : ", u"f.txt"},
-      {"open", Op::kOpenFile, 1, 0, false, u"Original file restored from automatic backup",
-       u"f.txt"},
-      {"write", Op::kWrite, 1, 0, false, u"Error WriteFile 5 : ", u"f.txt"},
-      {"short write", Op::kShortWrite, 1, 0, false, u"Error WriteFile ", u"f.txt"},
-      {"flush", Op::kFlush, 1, 0, false, u"Error WriteFile 5 : ", u"f.txt"},
-      {"write, numbered", Op::kWrite, 1, 2, false, u"Original file restored from backup", u"f.txt"},
-      {"restore after write", Op::kMoveFile, 2, 0, false,
-       u"Error while trying to restore the original file: ", u"f.txt.001.tmp"},
-      {"block", Op::kAlloc, 1, 0, false, u"Error while trying to restore the original file: ",
+      {"move aside", Op::kMoveFile, 1, 0, u"Error while moving file: ", u"f.txt"},
+      {"move to backup", Op::kMoveFile, 1, 2, u"Error while moving file : ", u"f.txt"},
+      {"open", Op::kOpenFile, 1, 0, u"Original file restored from automatic backup", u"f.txt"},
+      {"write", Op::kWrite, 1, 0, u"Error WriteFile 5 : ", u"f.txt"},
+      {"short write", Op::kShortWrite, 1, 0, u"Error WriteFile ", u"f.txt"},
+      {"flush", Op::kFlush, 1, 0, u"Error WriteFile 5 : ", u"f.txt"},
+      {"write, numbered", Op::kWrite, 1, 2, u"Original file restored from backup", u"f.txt"},
+      {"restore after write", Op::kMoveFile, 2, 0,
+       u"Error while trying to restore the original file: ", u"f.txt.001.tmp", 1, Op::kWrite},
+      {"block", Op::kAlloc, 1, 0, u"Error while trying to restore the original file: ",
        u"f.txt.001.tmp"},
+      // The new content is whole, but its safety copy can be neither deleted (all 21 attempts)
+      // nor marked stale: the next load would put the copy back, so the save has not completed.
+      {"copy neither deleted nor marked", Op::kDeleteFile, 1, 0,
+       u"Error while marking file automatic backup as stale: ", u"f.txt", 21, Op::kOpenFile, 2},
   };
   for (const auto& row : rows) {
     TempDir dir;
@@ -169,15 +178,19 @@ TEST(SaveFile, EveryFailureKeepsThePreviousContent) {
     bool saved;
     {
       os::fault::Scope faults;
-      os::fault::Arm(row.op, os::kErrorAccessDenied, row.nth);
-      if (row.op == Op::kMoveFile && row.nth == 2)
-        os::fault::Arm(Op::kWrite, os::kErrorAccessDenied);
-      saved = SaveFile(dir.u16(u"f.txt"), u"replacement", true, 2, false, 1252, row.backups,
-                       row.append, u"", 0, 0);
+      os::fault::Arm(row.op, os::kErrorAccessDenied, row.nth, row.times);
+      if (row.also != Op::kCount) os::fault::Arm(row.also, os::kErrorAccessDenied, row.also_nth);
+      saved = SaveFile(dir.u16(u"f.txt"), u"replacement", true, 2, false, 1252, row.backups, false,
+                       u"", 0, 0);
     }
     EXPECT_FALSE(saved) << row.what;
     EXPECT_TRUE(log.Has(row.line)) << row.what;
     EXPECT_EQ(dir.Read(row.where_old), "previous text") << row.what;
+    // Whatever was left, the next load finds the previous content (not after the lost block,
+    // whose save keeps the new file open until the process ends).
+    if (row.op == Op::kAlloc) continue;
+    mStringTools::RecoverInterruptedSave(dir.u16(u"f.txt"));
+    EXPECT_EQ(dir.Read(u"f.txt"), "previous text") << row.what;
   }
 }
 
@@ -189,22 +202,140 @@ TEST(SaveFile, FolderCreationFailureChangesNothing) {
   EXPECT_TRUE(Listing(dir).empty());
 }
 
+// What a load finds after the leftovers of earlier saves: a copy without a mark is the last whole
+// version of a save that was cut; a marked one belongs to a save that completed.
 TEST(SaveFile, InterruptedSaveIsPutBackBeforeReading) {
+  struct Row {
+    const char* what;
+    std::vector<std::pair<const char16_t*, const char*>> files;
+    const char* loads;  // nullptr: no file
+    bool restored;
+  } rows[] = {
+      {"cut while writing", {{u"c.xml", "partial"}, {u"c.xml.001.tmp", "old"}}, "old", true},
+      {"cut before writing", {{u"c.xml.001.tmp", "old"}}, "old", true},
+      {"completed, copy held",
+       {{u"c.xml", "new"}, {u"c.xml.001.tmp", "older"}, {u"c.xml.001.tmp.stale", ""}},
+       "new",
+       false},
+      {"completed twice, copies held",
+       {{u"c.xml", "new"},
+        {u"c.xml.001.tmp", "oldest"},
+        {u"c.xml.001.tmp.stale", ""},
+        {u"c.xml.002.tmp", "older"},
+        {u"c.xml.002.TMP.stale", ""}},
+       "new",
+       false},
+      // The cut save had to take number 002 beside a held copy of a completed one.
+      {"cut beside a held copy",
+       {{u"c.xml", "partial"},
+        {u"c.xml.001.tmp", "older"},
+        {u"c.xml.001.tmp.stale", ""},
+        {u"c.xml.002.tmp", "old"}},
+       "old",
+       true},
+      {"mark left when its copy went",
+       {{u"c.xml", "new"}, {u"c.xml.003.tmp.stale", ""}},
+       "new",
+       false},
+      // An older build left copies of completed saves unmarked: the newest copy is the cut one.
+      {"unmarked copies of an older build",
+       {{u"c.xml", "partial"}, {u"c.xml.001.tmp", "older"}, {u"c.xml.002.tmp", "old"}},
+       "old",
+       true},
+      {"no leftovers", {{u"c.xml", "new"}, {u"c.xml.001.bak", "backup"}}, "new", false},
+      {"nothing at all", {}, nullptr, false},
+  };
+  for (const auto& row : rows) {
+    TempDir dir;
+    for (const auto& [name, text] : row.files) dir.Write(name, text);
+    LogCapture log;
+    EXPECT_EQ(mStringTools::RecoverInterruptedSave(dir.u16(u"c.xml")), row.restored) << row.what;
+    EXPECT_EQ(log.Has(u"Interrupted save: previous file restored from "), row.restored);
+    if (row.loads) {
+      EXPECT_EQ(dir.Read(u"c.xml"), row.loads) << row.what;
+    } else {
+      EXPECT_FALSE(dir.Exists(u"c.xml")) << row.what;
+    }
+    for (const auto& name : Listing(dir)) {
+      EXPECT_TRUE(name == "c.xml" || name == "c.xml.001.bak") << row.what << ": " << name;
+    }
+    EXPECT_FALSE(mStringTools::RecoverInterruptedSave(dir.u16(u"c.xml"))) << row.what;
+  }
+}
+
+// A scanner holding the safety copy after a save completed: the copy stays, marked, and no later
+// load puts it back over the newer versions.
+TEST(SaveFile, ACompletedSaveIsNeverUndone) {
   TempDir dir;
-  dir.Write(u"c.xml", "partial");
-  dir.Write(u"c.xml.001.tmp", "complete");
-  LogCapture log;
-  EXPECT_TRUE(mStringTools::RecoverInterruptedSave(dir.u16(u"c.xml")));
-  EXPECT_EQ(dir.Read(u"c.xml"), "complete");
-  EXPECT_FALSE(dir.Exists(u"c.xml.001.tmp"));
-  EXPECT_TRUE(log.Has(u"Interrupted save: previous file restored from "));
-  // Nothing to do the second time, and a file with no safety copy is left alone.
-  EXPECT_FALSE(mStringTools::RecoverInterruptedSave(dir.u16(u"c.xml")));
-  EXPECT_EQ(dir.Read(u"c.xml"), "complete");
-  // A save that died before writing anything leaves only the safety copy.
-  dir.Write(u"d.xml.001.tmp", "only copy");
-  EXPECT_TRUE(mStringTools::RecoverInterruptedSave(dir.u16(u"d.xml")));
-  EXPECT_EQ(dir.Read(u"d.xml"), "only copy");
+  const std::u16string path = dir.u16(u"s.xml");
+  ASSERT_TRUE(SaveUtf8(path, u"v1"));
+  ASSERT_TRUE(SaveUtf8(path, u"v2"));
+  {
+    os::fault::Scope faults;
+    os::fault::Arm(os::fault::Op::kDeleteFile, os::kErrorSharingViolation, 1, 21);
+    LogCapture log;
+    ASSERT_TRUE(SaveUtf8(path, u"v3"));
+    EXPECT_TRUE(log.Has(u"Error while deleting file automatic backup: "));
+  }
+  EXPECT_EQ(dir.Read(u"s.xml.001.tmp"), "v2");
+  EXPECT_TRUE(dir.Exists(u"s.xml.001.tmp.stale"));
+  // The next save takes number 002 beside the held copy and deletes it.
+  ASSERT_TRUE(SaveUtf8(path, u"v4"));
+  EXPECT_FALSE(dir.Exists(u"s.xml.002.tmp"));
+  EXPECT_FALSE(mStringTools::RecoverInterruptedSave(path));
+  EXPECT_EQ(dir.Read(u"s.xml"), "v4");
+  EXPECT_EQ(Listing(dir), std::vector<std::string>{"s.xml"});
+}
+
+// A save that finds an interrupted save's copy puts it back before setting the file aside, so a
+// cut in this save still leaves the last whole version to the load.
+TEST(SaveFile, FinishesAnInterruptedSaveFirst) {
+  TempDir dir;
+  const std::u16string path = dir.Write(u"s.xml", "partial");
+  dir.Write(u"s.xml.001.tmp", "old");
+  {
+    os::fault::Scope faults;
+    os::fault::Arm(os::fault::Op::kWrite, os::kErrorAccessDenied);
+    EXPECT_FALSE(SaveUtf8(path, u"new"));
+  }
+  EXPECT_EQ(dir.Read(u"s.xml"), "old");
+  EXPECT_EQ(Listing(dir), std::vector<std::string>{"s.xml"});
+  dir.Write(u"s.xml.001.tmp", "old");
+  ASSERT_TRUE(SaveFile(path, u"+more", true, 2, false, 1252, 0, true, u"", 0, 0));
+  EXPECT_EQ(dir.Read(u"s.xml"), "old+more");
+  EXPECT_EQ(Listing(dir), std::vector<std::string>{"s.xml"});
+}
+
+// Raw byte strings travel whole: an odd count, a lone high byte, a UTF-16 mark left as bytes.
+TEST(SaveFile, RawBytesAreWrittenAndReadUnchanged) {
+  struct Row {
+    std::string bytes;
+    bool is_text;
+    std::int32_t encoding;
+    std::string written;
+  } rows[] = {
+      {"abc", false, 0, "abc"},
+      {"\x80", false, 2, "\x80"},
+      {std::string("\xFF\xFE"
+                   "a\0"
+                   "b",
+                   5),
+       false, 1,
+       std::string("\xFF\xFE"
+                   "a\0"
+                   "b",
+                   5)},
+      {"caf\xE9", true, 2, "caf\xC3\xA9"},  // as text: decoded as a file's bytes are
+      {"", false, 0, ""},
+  };
+  for (const auto& row : rows) {
+    TempDir dir;
+    const std::u16string path = dir.u16(u"r.bin");
+    ASSERT_TRUE(
+        SaveFile(path, row.bytes, row.is_text, row.encoding, false, 1252, 0, false, u"", 0, 0));
+    EXPECT_EQ(dir.Read(u"r.bin"), row.written);
+    EXPECT_EQ(mGlobal::LoadTextFile(path, mGlobal::kRaw), row.written);
+  }
 }
 
 TEST(BackupFileName, FirstFreeNumberThenRotation) {
@@ -218,6 +349,26 @@ TEST(BackupFileName, FirstFreeNumberThenRotation) {
   EXPECT_EQ(dir.Read(u"a.xml.002.bak"), "a.xml.003.bak");
   EXPECT_FALSE(dir.Exists(u"a.xml.003.bak"));
   EXPECT_EQ(mStringTools::BackupFileName(base, 1000, u".tmp"), base + u".001.tmp");
+}
+
+// The stamp takes the place of "*" in settings_*.xml; a name without an extension keeps the dot.
+TEST(BackupDateFileName, TheStampTakesThePlaceOfTheStar) {
+  struct Row {
+    const char16_t* name;
+    const char16_t* dated;  // YYYY stands for the year
+  } rows[] = {
+      {u"s.xml", u"s_YYYY.xml"},          {u"name", u"name_YYYY."}, {u"name.", u"name_YYYY."},
+      {u"a.b\\name", u"a.b\\name_YYYY."},  // the dot of a folder is no extension
+      {u"p_*.log", u"p_YYYY.log"},
+  };
+  const std::u16string year = base::FormatDate(Today(), u"yyyy");
+  TempDir dir;
+  for (const auto& row : rows) {
+    std::u16string expected = dir.u16(row.dated);
+    expected.replace(expected.find(u"YYYY"), 4, year);
+    EXPECT_EQ(mStringTools::BackupDateFileName(dir.u16(row.name), 100000, u"yyyy", false),
+              expected);
+  }
 }
 
 TEST(Dates, ParseAndFormatByLetterPositions) {
@@ -278,7 +429,7 @@ TEST(LoadTextFile, DetectsAndReportsTheEncoding) {
     std::int32_t encoding = 0;
     bool with_bom = false;
     bool changed = false;
-    EXPECT_EQ(mGlobal::LoadTextFile(path, false, true, encoding, with_bom, changed), row.text);
+    EXPECT_EQ(mGlobal::LoadTextFile(path, true, encoding, with_bom, changed), row.text);
     EXPECT_EQ(encoding, row.encoding) << row.bytes;
   }
   TempDir dir;
