@@ -27,7 +27,7 @@ using testing_support::TempDir;
 // `ssh -t` run it: its end hangs the terminal up. Each time the screen shows a prompt ("> "), types
 // the next answer. Returns everything the program wrote to the terminal.
 std::string RunInTerminal(const fs::path& program, std::vector<std::string> answers,
-                          const char* lang = nullptr) {
+                          const char* lang = nullptr, const char* shell_command = nullptr) {
   int master = -1;
   pid_t pid = forkpty(&master, nullptr, nullptr, nullptr);
   if (pid == 0) {
@@ -38,6 +38,9 @@ std::string RunInTerminal(const fs::path& program, std::vector<std::string> answ
       unsetenv("LC_ALL");
       unsetenv("LC_MESSAGES");
       setenv("LANG", lang, 1);
+    }
+    if (shell_command) {
+      execl(program.c_str(), program.c_str(), "-c", shell_command, static_cast<char*>(nullptr));
     }
     execl(program.c_str(), program.c_str(), static_cast<char*>(nullptr));
     _exit(127);
@@ -121,6 +124,35 @@ TEST(EjectInTerminal, ConfirmCancelAndStillRunning) {
       usleep(50000);
     EXPECT_EQ(dir.Read(u"TvEject/TvAppsClose.out"), row.ejector_started ? "ejected" : "");
   }
+}
+
+// From a shell in a terminal: TvEject ends, the shell takes the terminal back, and the real
+// ejector's outcome (an OK box: this folder is on no removable drive) comes after the shell's
+// prompt as a message that asks nothing, so what the user types next goes to the shell.
+TEST(EjectInTerminal, EjectorOutcomeAfterTheShellPromptAsksNothing) {
+  const fs::path bin = fs::path(testing_support::ProgramFolder());
+  TempDir dir;
+  fs::create_directories(dir.path() / "Stick \xC3\xA9t\xC3\xA9" / "TvEject");
+  fs::create_directories(dir.path() / "Stick \xC3\xA9t\xC3\xA9" / "TvAppsClose");
+  fs::create_directories(dir.path() / "tmp");
+  const fs::path suite = dir.path() / "Stick \xC3\xA9t\xC3\xA9";
+  fs::copy_file(bin / "TvEject", suite / "TvEject" / "TvEject");
+  fs::copy_file(bin / "TvDiskEjector", suite / "TvEject" / "TvDiskEjector");
+  fs::copy_file(bin / "fake_companion", suite / "TvAppsClose" / "TvAppsClose");
+  dir.Write(u"Stick \u00e9t\u00e9/TvAppsClose/TvAppsClose.plan", "out 0");
+  dir.Write(u"Stick \u00e9t\u00e9/TvEject/TvEject.xml",
+            "<TarvelUSBEject><Language>fr</Language></TarvelUSBEject>");
+  const std::string command = "TMPDIR='" + (dir.path() / "tmp").string() + "' '" +
+                              (suite / "TvEject" / "TvEject").string() +
+                              "'; echo SHELL-PROMPT; sleep 3";
+  const std::string screen = RunInTerminal("/bin/sh", {"ok"}, nullptr, command.c_str());
+  const std::size_t prompt = screen.find("SHELL-PROMPT");
+  ASSERT_NE(prompt, std::string::npos) << screen;
+  const std::string after = screen.substr(prompt);
+  EXPECT_NE(after.find("(Warning) "), std::string::npos) << "no outcome after the prompt:\n"
+                                                         << screen;
+  EXPECT_EQ(after.find("> "), std::string::npos) << "a box asks after the prompt:\n" << screen;
+  EXPECT_EQ(after.find("[1] OK"), std::string::npos) << screen;
 }
 
 // A German user whose stick carries only an English language file: the file is found through
