@@ -454,7 +454,7 @@ std::optional<std::int32_t> TerminalWindowBox(const MessageBoxParams& params,
     // any other code means no window.
     bool ended = false;
     int fd = -1;
-    for (int waited = 0; waited < 15000 && fd < 0; waited += 50) {
+    for (int waited = 0; waited < 30000 && fd < 0; waited += 50) {
       std::string tty_name;
       std::string pending;
       int name_fd = open(name_file.c_str(), O_RDONLY | O_CLOEXEC);
