@@ -23,7 +23,7 @@ NATIVE_PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev googletest stra
   pkgconf libsystemd-dev dosfstools fusefat exfat-fuse exfatprogs)
 # Only the benchmarks (cmake --preset bench) need these: the references they measure against.
 BENCH_PACKAGES=(libbenchmark-dev libpugixml-dev libtinyxml2-dev libxml2-dev)
-WINDOWS_PACKAGES=(g++-mingw-w64-x86-64 wine64 xvfb xauth xdotool imagemagick x11-utils)
+WINDOWS_PACKAGES=(g++-mingw-w64-x86-64 wine64 xvfb xauth xdotool imagemagick x11-utils xterm)
 
 # with_wine_env: the Wine prefix lives in the Windows build folder; first start makes it.
 wine_env() {

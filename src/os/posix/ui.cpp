@@ -15,7 +15,7 @@
 //      system log and a desktop notification where there is one; the answer is what closing
 //      the box gives.
 // TVEJECT_TTY names a file to use in place of /dev/tty (a pseudo-terminal's slave, say); when
-// it is set only the text box on that file is tried, so tests never raise a real dialog.
+// it is set no dialog and no window is tried (ways 1 and 4), so tests never raise a real one.
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -542,17 +542,16 @@ std::int32_t MessageBoxIndirectW(const MessageBoxParams& params) {
     close(fd);
     return answer;
   }
-  if (hooked) {
-    DebugLog(u"Message box not shown (" + base::Widen(tty_hook) + u" does not open): " +
-             std::u16string(params.caption) + u": " + std::u16string(params.text));
-    return CloseAnswer(buttons);
-  }
-
   int out = OutputTerminal();
   if (out >= 0 && buttons.size() == 1) {
     // Printed from its own line; the shell's prompt, shown before, stays the shell's.
     WriteAll(out, "\r" + BoxText(params));
     return buttons[0].id;
+  }
+  if (hooked) {
+    DebugLog(u"Message box not shown (" + base::Widen(tty_hook) + u" does not open): " +
+             std::u16string(params.caption) + u": " + std::u16string(params.text));
+    return CloseAnswer(buttons);
   }
   if (HasGraphicalSession()) {
     if (auto chosen = TerminalWindowBox(params, buttons)) return *chosen;
