@@ -337,6 +337,9 @@ struct FakeDialog {
                       out + "'\nexit " + std::to_string(code) + "\n");
     chmod(base::Narrow(path).c_str(), 0755);
   }
+  void AddScript(const char* name, const std::string& body) {
+    chmod(base::Narrow(dir.Write(u"bin/" + base::Widen(name), body)).c_str(), 0755);
+  }
   // Shows a box in a child process with these programs as the only ones on PATH and a display,
   // no terminal, and standard error kept in a file.
   int Show(std::int32_t flags) {
@@ -473,6 +476,31 @@ TEST(MsgBoxPosix, DialogThatCannotShowFallsToTheNext) {
   EXPECT_NE(xmessage.Args().find("-title\nCap\n-buttons\nOK:101,Cancel:102\n(Warning) Line one\n"),
             std::string::npos)
       << xmessage.Args();
+}
+
+// With a display but no dialog program, the text box comes up in a terminal window. The fake
+// terminal runs its command on a pseudo-terminal (script) and types "2" there.
+TEST(MsgBoxPosix, TerminalWindowHoldsTheTextBox) {
+  FakeDialog fakes;
+  const std::string screen = (fakes.dir.path() / "screen").string();
+  fakes.AddScript("x-terminal-emulator",
+                  "#!/bin/bash\nexport PATH=/usr/bin:/bin\nprintf '%s\\n' \"$@\" > '" +
+                      (fakes.dir.path() / "x-terminal-emulator.args").string() +
+                      "'\nwhile [ \"$1\" != -e ]; do shift; done; shift\n"
+                      "{ sleep 0.5; printf '2\\r'; sleep 5; } | script -qfec \"$(printf '%q ' "
+                      "\"$@\")\" /dev/null > '" +
+                      screen + "'\n");
+  EXPECT_EQ(fakes.Show(1 | 32), 2);
+  EXPECT_NE(fakes.Args("x-terminal-emulator").find("-T\nCap\n-e\n/bin/sh\n-c\n"), std::string::npos)
+      << fakes.Args("x-terminal-emulator");
+  const std::string shown = fakes.dir.Read(u"screen");
+  EXPECT_NE(shown.find("(Question) Line one\r\nLine two\r\n\r\n[1] OK  [2] Cancel"),
+            std::string::npos)
+      << shown;
+  // A terminal that cannot open its window: the box is written out.
+  FakeDialog broken("xterm", "", 1);
+  EXPECT_EQ(broken.Show(0), 1);
+  EXPECT_NE(broken.Stderr().find("install zenity"), std::string::npos) << broken.Stderr();
 }
 
 // A process without a terminal of its own whose output still goes to one (the ejector, in a
