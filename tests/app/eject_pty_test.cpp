@@ -23,10 +23,11 @@ namespace {
 namespace fs = std::filesystem;
 using testing_support::TempDir;
 
-// Runs program in a new terminal session; each time the screen shows a prompt ("> "), types
+// Runs program in a new terminal session that it leads, as `xterm -e`, a launcher's terminal or
+// `ssh -t` run it: its end hangs the terminal up. Each time the screen shows a prompt ("> "), types
 // the next answer. Returns everything the program wrote to the terminal.
 std::string RunInTerminal(const fs::path& program, std::vector<std::string> answers,
-                          const char* lang = nullptr) {
+                          const char* lang = nullptr, const char* shell_command = nullptr) {
   int master = -1;
   pid_t pid = forkpty(&master, nullptr, nullptr, nullptr);
   if (pid == 0) {
@@ -38,10 +39,9 @@ std::string RunInTerminal(const fs::path& program, std::vector<std::string> answ
       unsetenv("LC_MESSAGES");
       setenv("LANG", lang, 1);
     }
-    // TvEject leads this session, so its end hangs the terminal up and SIGHUP would kill the
-    // ejector it has just started (in a person's terminal the shell leads and nothing is hung
-    // up). Ignored here, and so in every program started from here.
-    signal(SIGHUP, SIG_IGN);
+    if (shell_command) {
+      execl(program.c_str(), program.c_str(), "-c", shell_command, static_cast<char*>(nullptr));
+    }
     execl(program.c_str(), program.c_str(), static_cast<char*>(nullptr));
     _exit(127);
   }
@@ -81,17 +81,20 @@ TEST(EjectInTerminal, ConfirmCancelAndStillRunning) {
   struct Row {
     const char* name;
     const char* closer_plan;
+    const char* ejector_plan;  // "out X" marks, in the ejector's folder, that it got that far
     std::vector<std::string> answers;
     std::vector<std::string> shown;  // texts that must appear, in order
     bool ejector_started;
   } rows[] = {
-      {"cancel", "out 0", {"c"}, {"Tarvel USB Eject v2.0.12", "[1] OK  [2] Cancel"}, false},
+      {"cancel", "out 0", "", {"c"}, {"Tarvel USB Eject v2.0.12", "[1] OK  [2] Cancel"}, false},
       {"two still running",
        "out 2",
+       "",
        {"1", ""},
        {"p\xC3\xA9riph\xC3\xA9rique USB !", "(Information) Il reste encore des applications"},
        false},
-      {"nothing left", "out 0", {"ok"}, {"[1] OK  [2] Cancel"}, true},
+      // The ejector outlives TvEject and the hang-up of its terminal.
+      {"nothing left", "out 0", "sleep 700\nout ejected", {"ok"}, {"[1] OK  [2] Cancel"}, true},
   };
   const fs::path bin = fs::path(testing_support::ProgramFolder());
   for (const auto& row : rows) {
@@ -103,6 +106,7 @@ TEST(EjectInTerminal, ConfirmCancelAndStillRunning) {
     fs::copy_file(bin / "fake_companion", dir.path() / "TvEject" / "TvDiskEjector");
     fs::copy_file(bin / "fake_companion", dir.path() / "TvAppsClose" / "TvAppsClose");
     dir.Write(u"TvAppsClose/TvAppsClose.plan", row.closer_plan);
+    dir.Write(u"TvEject/TvDiskEjector.plan", row.ejector_plan);
     dir.Write(u"TvEject/TvEject.xml", "<TarvelUSBEject><Language>fr</Language></TarvelUSBEject>");
 
     const std::string screen = RunInTerminal(dir.path() / "TvEject" / "TvEject", row.answers);
@@ -116,7 +120,39 @@ TEST(EjectInTerminal, ConfirmCancelAndStillRunning) {
          ++i)
       usleep(50000);
     EXPECT_EQ(dir.Read(u"TvEject/TvDiskEjector.args"), row.ejector_started ? "/retry\n" : "");
+    for (int i = 0; row.ejector_started && i < 100 && !dir.Exists(u"TvEject/TvAppsClose.out"); ++i)
+      usleep(50000);
+    EXPECT_EQ(dir.Read(u"TvEject/TvAppsClose.out"), row.ejector_started ? "ejected" : "");
   }
+}
+
+// From a shell in a terminal: TvEject ends, the shell takes the terminal back, and the real
+// ejector's outcome (an OK box: this folder is on no removable drive) comes after the shell's
+// prompt as a message that asks nothing, so what the user types next goes to the shell.
+TEST(EjectInTerminal, EjectorOutcomeAfterTheShellPromptAsksNothing) {
+  const fs::path bin = fs::path(testing_support::ProgramFolder());
+  TempDir dir;
+  fs::create_directories(dir.path() / "Stick \xC3\xA9t\xC3\xA9" / "TvEject");
+  fs::create_directories(dir.path() / "Stick \xC3\xA9t\xC3\xA9" / "TvAppsClose");
+  fs::create_directories(dir.path() / "tmp");
+  const fs::path suite = dir.path() / "Stick \xC3\xA9t\xC3\xA9";
+  fs::copy_file(bin / "TvEject", suite / "TvEject" / "TvEject");
+  fs::copy_file(bin / "TvDiskEjector", suite / "TvEject" / "TvDiskEjector");
+  fs::copy_file(bin / "fake_companion", suite / "TvAppsClose" / "TvAppsClose");
+  dir.Write(u"Stick \u00e9t\u00e9/TvAppsClose/TvAppsClose.plan", "out 0");
+  dir.Write(u"Stick \u00e9t\u00e9/TvEject/TvEject.xml",
+            "<TarvelUSBEject><Language>fr</Language></TarvelUSBEject>");
+  const std::string command = "TMPDIR='" + (dir.path() / "tmp").string() + "' '" +
+                              (suite / "TvEject" / "TvEject").string() +
+                              "'; echo SHELL-PROMPT; sleep 3";
+  const std::string screen = RunInTerminal("/bin/sh", {"ok"}, nullptr, command.c_str());
+  const std::size_t prompt = screen.find("SHELL-PROMPT");
+  ASSERT_NE(prompt, std::string::npos) << screen;
+  const std::string after = screen.substr(prompt);
+  EXPECT_NE(after.find("(Warning) "), std::string::npos) << "no outcome after the prompt:\n"
+                                                         << screen;
+  EXPECT_EQ(after.find("> "), std::string::npos) << "a box asks after the prompt:\n" << screen;
+  EXPECT_EQ(after.find("[1] OK"), std::string::npos) << screen;
 }
 
 // A German user whose stick carries only an English language file: the file is found through

@@ -139,6 +139,22 @@ sleep 0.2
 grep 'Outcome:' "$work/s4.log" | sed 's/^/   /'
 check "ejector-refuses-fixed-drive" "${why:-ok}"
 
+# ---- TvEject leading its terminal (as `xterm -e` or `ssh -t` run it), in a folder with blanks
+# and accents: its end hangs the terminal up, and the ejector it started still finishes and
+# says how it went (here, with neither display nor terminal left, in the log).
+mkdir -p "$work/tmp6"
+s6="$work/Cl\xc3\xa9 USB \xc3\xa9t\xc3\xa9"
+s6=$(printf "$s6")
+suite "$s6" 1 0
+(sleep 1; printf 'ok\r'; sleep 2) | TVEJECT_LOG="$work/s6.log" TMPDIR="$work/tmp6" DISPLAY= WAYLAND_DISPLAY= \
+  script -qc "'$s6/TvEject/TvEject'" /dev/null >"$work/s6.screen" 2>&1
+why=""
+grep -q '\[1\] OK  \[2\] Cancel' "$work/s6.screen" || why="$why TvEject asked nothing;"
+wait_finished "$work/s6.log" || why="$why the ejector did not finish;"
+grep -qE 'Message box not shown \(no display and no terminal to show it\): .*it is not ejected' \
+  "$work/s6.log" || why="$why the outcome was not written out;"
+check "ejector-outlives-terminal-leader" "${why:-ok}"
+
 # ---- A loop-mounted FAT drive: a real block device, still not removable; the closer's scope
 # is then the suite folder only, and the ejector refuses without unmounting anything.
 # make_drive: an image attached to a loop device and mounted at $work/mnt (FAT, or ext2 where
@@ -177,7 +193,8 @@ if make_drive; then
   grep 'Outcome:' "$work/s5.log" | sed 's/^/   /'
   check "loop-drive-not-removable" "${why:-ok}"
   kill "$beside" 2>/dev/null
-  wait "$beside" "$app" 2>/dev/null
+  # Disowned, so not waited for by `wait`: the mount is busy until both have ended.
+  for i in $(seq 100); do running "$beside" || running "$app" || break; sleep 0.05; done
   umount "$work/mnt" && mounted=""
   losetup -d "$loopdev" && loopdev=""
 else

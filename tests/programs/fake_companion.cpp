@@ -3,14 +3,17 @@
 // "<own file>.args", then follows "<own file>.plan" if there is one:
 //   out TEXT   writes TEXT to TvAppsClose.out in its own folder (as the closer does with /out)
 //   exit N     ends with exit code N
+//   sleep MS   waits MS milliseconds (to see whether it outlives the program that started it)
 // Lines are read in order; without a plan it only records.
 #ifdef _WIN32
 #include <windows.h>
 #endif
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include "base/text.h"
 #include "os/process.h"
@@ -44,6 +47,8 @@ int main(int argc, char** argv) {
       out << step.substr(4);
     } else if (step.rfind("exit ", 0) == 0) {
       exit_code = std::stoi(step.substr(5));
+    } else if (step.rfind("sleep ", 0) == 0) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(step.substr(6))));
     }
   }
   return exit_code;

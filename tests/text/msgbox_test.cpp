@@ -25,6 +25,7 @@
 #include <functional>
 #include <future>
 #include <optional>
+#include <tuple>
 
 #include "support/temp_dir.h"
 #endif
@@ -320,31 +321,45 @@ TEST(MsgBoxPosix, WithoutTerminalOrDialogTheBoxIsLoggedAndClosed) {
   }
 }
 
-// A stand-in for a dialog program: records its arguments, prints `out` and exits with `code`.
+// Stand-ins for dialog programs: each records its arguments in "<name>.args", writes `err` to
+// standard error, prints `out` and exits with `code`.
 struct FakeDialog {
   testing_support::TempDir dir;
-  FakeDialog(const char* name, const std::string& out, int code) {
+  std::string first;  // the program Args() reads by default
+  FakeDialog() = default;
+  FakeDialog(const char* name, const std::string& out, int code) { Add(name, out, code); }
+  void Add(const char* name, const std::string& out, int code, const std::string& err = "") {
+    if (first.empty()) first = name;
     std::u16string path =
         dir.Write(u"bin/" + base::Widen(name),
                   "#!/bin/sh\nfor a in \"$@\"; do printf '%s\\n' \"$a\"; done > '" +
-                      (dir.path() / "args").string() + "'\nprintf '" + out + "'\nexit " +
-                      std::to_string(code) + "\n");
+                      (dir.path() / name).string() + ".args'\nprintf '" + err + "' >&2\nprintf '" +
+                      out + "'\nexit " + std::to_string(code) + "\n");
     chmod(base::Narrow(path).c_str(), 0755);
   }
-  // Shows a box in a child process with this program as the only one on PATH and a display;
-  // with no terminal either, a dialog that fails ends as a closed box.
+  void AddScript(const char* name, const std::string& body) {
+    chmod(base::Narrow(dir.Write(u"bin/" + base::Widen(name), body)).c_str(), 0755);
+  }
+  // Shows a box in a child process with these programs as the only ones on PATH and a display,
+  // no terminal, and standard error kept in a file.
   int Show(std::int32_t flags) {
     std::string bin = (dir.path() / "bin").string();
+    std::string err = (dir.path() / "stderr").string();
     return InChild(
         [&] {
           NoGraphicalSessionNoHook();
           setenv("DISPLAY", ":98", 1);
           setenv("PATH", bin.c_str(), 1);
           setsid();
+          int fd = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+          dup2(fd, 2);
         },
         [&] { return mUnicodePatch::MsgBox(u"Line one\r\nLine two", flags, u"Cap"); });
   }
-  std::string Args() const { return dir.Read(u"args"); }
+  std::string Args(const std::string& name = "") const {
+    return dir.Read(base::Widen(name.empty() ? first : name) + u".args");
+  }
+  std::string Stderr() const { return dir.Read(u"stderr"); }
 };
 
 TEST(MsgBoxPosix, ZenityDialogAnswersMapToButtons) {
@@ -364,7 +379,6 @@ TEST(MsgBoxPosix, ZenityDialogAnswersMapToButtons) {
       {4 | 32, "", 1, 0, "--icon-name=dialog-question\n"},
       {0 | 48, "", 1, 1, "--icon-name=dialog-warning\n--extra-button=OK\n"},
       {5 | 64, "Retry\\n", 1, 4, "--icon-name=dialog-information\n"},
-      {1, "", 255, 2, "--extra-button=OK\n"},  // the dialog could not come up
   };
   for (const auto& row : rows) {
     FakeDialog zenity("zenity", row.out, row.code);
@@ -388,12 +402,136 @@ TEST(MsgBoxPosix, KdialogAnswersMapToButtons) {
       {3, 1, 7, "--yes-label\nYes\n--no-label\nNo\n--cancel-label\nCancel\n"},
       {6, 0, 10, "--yes-label\nTry Again\n--no-label\nContinue\n--cancel-label\nCancel\n"},
       {2, 2, 5, "--yes-label\nAbort\n--no-label\nRetry\n--cancel-label\nIgnore\n"},
-      {5, 254, 2, "--yesno\n"},  // the dialog could not come up
   };
   for (const auto& row : rows) {
     FakeDialog kdialog("kdialog", "", row.code);
     EXPECT_EQ(kdialog.Show(row.flags), row.answer) << "flags " << row.flags << " exit " << row.code;
     EXPECT_NE(kdialog.Args().find(row.args), std::string::npos) << kdialog.Args();
+  }
+}
+
+// A dialog program that could not show its box is not a box the user closed: the next one is
+// tried, and when none is left the box is still written out with what was missing.
+TEST(MsgBoxPosix, DialogThatCannotShowFallsToTheNext) {
+  const char* no_display = "(zenity:9): Gtk-WARNING **: cannot open display: :98\\n";
+  const struct {
+    const char* name;
+    std::int32_t flags;
+    std::vector<std::tuple<const char*, const char*, int, const char*>> programs;
+    int answer;
+    const char* shown_by;  // the program whose arguments show the box; nullptr: none did
+  } rows[] = {
+      {"zenity without display",
+       1,
+       {{"zenity", "", 1, no_display}, {"xmessage", "", 101, ""}},
+       1,
+       "xmessage"},
+      {"zenity closed", 1, {{"zenity", "", 1, ""}, {"xmessage", "", 101, ""}}, 2, "zenity"},
+      {"zenity timed out", 4, {{"zenity", "", 5, ""}, {"xmessage", "", 101, ""}}, 0, "zenity"},
+      {"zenity answered with warnings",
+       1,
+       {{"zenity", "OK\\n", 1, "Gtk-Message: mapped without a transient parent\\n"}},
+       1,
+       "zenity"},
+      {"zenity unknown option, kdialog aborted",
+       4,
+       {{"zenity", "", 255, ""}, {"kdialog", "", 134, ""}, {"xmessage", "", 101, ""}},
+       6,
+       "xmessage"},
+      {"kdialog without display",
+       0,
+       {{"kdialog", "", 1, "qt.qpa.xcb: could not connect to display :98\\n"},
+        {"xmessage", "", 101, ""}},
+       1,
+       "xmessage"},
+      {"xmessage buttons", 2 | 48, {{"xmessage", "", 103, ""}}, 5, "xmessage"},
+      {"xmessage without display",
+       1,
+       {{"xmessage", "", 1, "Error: Can't open display: :98\\n"}},
+       2,
+       nullptr},
+      {"nothing installed", 0, {}, 1, nullptr},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    FakeDialog fakes;
+    for (const auto& [name, out, code, err] : row.programs) fakes.Add(name, out, code, err);
+    EXPECT_EQ(fakes.Show(row.flags), row.answer);
+    bool after_shown = false;  // programs after the one that showed the box are not started
+    for (const auto& [name, out, code, err] : row.programs) {
+      if (after_shown) EXPECT_EQ(fakes.Args(name), "") << name;
+      if (row.shown_by && std::string(name) == row.shown_by) after_shown = true;
+    }
+    if (row.shown_by) EXPECT_NE(fakes.Args(row.shown_by), "");
+    const std::string err = fakes.Stderr();
+    if (row.shown_by) {
+      EXPECT_EQ(err.find("Line one"), std::string::npos) << err;
+    } else {
+      EXPECT_NE(err.find("Cap\n---\nLine one\nLine two\n"), std::string::npos) << err;
+      EXPECT_NE(err.find("install zenity, kdialog or xmessage"), std::string::npos) << err;
+    }
+  }
+  FakeDialog xmessage("xmessage", "", 101);
+  xmessage.Show(1 | 48);
+  EXPECT_NE(xmessage.Args().find("-title\nCap\n-buttons\nOK:101,Cancel:102\n(Warning) Line one\n"),
+            std::string::npos)
+      << xmessage.Args();
+}
+
+// With a display but no dialog program, the text box comes up in a terminal window. The fake
+// terminal runs its command on a pseudo-terminal (script) and types "2" there.
+TEST(MsgBoxPosix, TerminalWindowHoldsTheTextBox) {
+  FakeDialog fakes;
+  const std::string screen = (fakes.dir.path() / "screen").string();
+  fakes.AddScript("x-terminal-emulator",
+                  "#!/bin/bash\nexport PATH=/usr/bin:/bin\nprintf '%s\\n' \"$@\" > '" +
+                      (fakes.dir.path() / "x-terminal-emulator.args").string() +
+                      "'\nwhile [ \"$1\" != -e ]; do shift; done; shift\n"
+                      "{ sleep 0.5; printf '2\\r'; sleep 5; } | script -qfec \"$(printf '%q ' "
+                      "\"$@\")\" /dev/null > '" +
+                      screen + "'\n");
+  EXPECT_EQ(fakes.Show(1 | 32), 2);
+  EXPECT_NE(fakes.Args("x-terminal-emulator").find("-T\nCap\n-e\n/bin/sh\n-c\n"), std::string::npos)
+      << fakes.Args("x-terminal-emulator");
+  const std::string shown = fakes.dir.Read(u"screen");
+  EXPECT_NE(shown.find("(Question) Line one\r\nLine two\r\n\r\n[1] OK  [2] Cancel"),
+            std::string::npos)
+      << shown;
+  // A terminal that cannot open its window: the box is written out.
+  FakeDialog broken("xterm", "", 1);
+  EXPECT_EQ(broken.Show(0), 1);
+  EXPECT_NE(broken.Stderr().find("install zenity"), std::string::npos) << broken.Stderr();
+}
+
+// A process without a terminal of its own whose output still goes to one (the ejector, in a
+// session of its own, started from a shell): an OK box is printed there and not asked, so the
+// shell keeps what is typed; a box with a choice is not asked there either.
+TEST(MsgBoxPosix, WithoutItsOwnTerminalAnOkBoxIsPrintedNotAsked) {
+  const struct {
+    std::int32_t flags;
+    int answer;
+  } rows[] = {{0x40, 1}, {0x10, 1}, {1, 2}, {4, 0}};
+  for (const auto& row : rows) {
+    int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(master, 0);
+    ASSERT_EQ(grantpt(master), 0);
+    ASSERT_EQ(unlockpt(master), 0);
+    std::string slave = ptsname(master);
+    int status = InChild(
+        [&] {
+          NoGraphicalSessionNoHook();
+          setsid();
+          int fd = open(slave.c_str(), O_RDWR | O_NOCTTY);
+          dup2(fd, 0);
+          dup2(fd, 1);
+          dup2(fd, 2);
+        },
+        [&] { return mUnicodePatch::MsgBox(u"Drive removed", row.flags, u"Cap"); });
+    std::string screen = Drain(master, 100);
+    close(master);
+    EXPECT_EQ(status, row.answer) << "flags " << row.flags;
+    EXPECT_NE(screen.find("Drive removed"), std::string::npos) << screen;
+    EXPECT_EQ(screen.find("> "), std::string::npos) << screen;
   }
 }
 

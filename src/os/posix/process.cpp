@@ -193,6 +193,10 @@ std::intptr_t Start(const char16_t* verb, const char16_t* file, const char16_t* 
 
   posix::SpawnOptions options;
   options.folder = folder;
+  // A program nobody keeps a handle to is on its own, as a program the Windows shell starts
+  // is: it must not end with the terminal of the program that started it (TvEject hands over
+  // to the ejector and ends). A program waited for stays in the caller's terminal session.
+  options.new_session = process == nullptr;
   posix::SpawnResult spawned = posix::Spawn(argv, options);
   if (spawned.pid < 0) return Fail(ErrorFromSpawn(spawned.error));
 

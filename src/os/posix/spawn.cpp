@@ -101,7 +101,13 @@ SpawnResult Spawn(const std::vector<std::string>& argv, const SpawnOptions& opti
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     signal(SIGPIPE, SIG_DFL);
+    if (options.new_session) {
+      setsid();
+      int null_fd = open("/dev/null", O_RDONLY);
+      if (null_fd >= 0) dup2(null_fd, 0);
+    }
     if (options.stdout_fd >= 0 && dup2(options.stdout_fd, 1) < 0) ReportAndExit(report[1], errno);
+    if (options.stderr_fd >= 0 && dup2(options.stderr_fd, 2) < 0) ReportAndExit(report[1], errno);
     if (options.quiet_stderr) {
       int null_fd = open("/dev/null", O_WRONLY);
       if (null_fd >= 0) dup2(null_fd, 2);

@@ -21,7 +21,12 @@ bool IsExecutableFile(const std::string& path);
 struct SpawnOptions {
   std::string folder;         // working folder of the child; "" keeps the caller's
   int stdout_fd = -1;         // when >= 0, becomes the child's standard output
+  int stderr_fd = -1;         // when >= 0, becomes the child's standard error
   bool quiet_stderr = false;  // the child's standard error goes to /dev/null
+  // The child starts a session of its own, without a controlling terminal, and reads its
+  // standard input from /dev/null: it outlives the caller's terminal (no SIGHUP when the
+  // terminal's leader ends, no job control) and never takes the user's typing from the shell.
+  bool new_session = false;
 };
 
 struct SpawnResult {

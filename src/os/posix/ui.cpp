@@ -1,15 +1,28 @@
 // POSIX side of the seam: the message box.
 //
-// Three ways to show a box, tried in this order:
-//   1. a graphical session (DISPLAY or WAYLAND_DISPLAY set) with zenity or kdialog on PATH:
-//      a real dialog, its answer mapped back to the button code;
-//   2. a terminal: a text box on /dev/tty (the caption, the icon word, the text, the numbered
-//      buttons) that reads the answer a line at a time;
-//   3. neither: the box is logged and the answer is what closing the box gives.
+// Ways to show a box, tried in this order until one shows it:
+//   1. a graphical session (DISPLAY or WAYLAND_DISPLAY set): zenity, kdialog, then xmessage. A
+//      dialog program that cannot come up (no usable display, an option it does not know) is
+//      told apart from one the user closed, and the next way is tried;
+//   2. the controlling terminal: a text box on /dev/tty (the caption, the icon word, the text,
+//      the numbered buttons) that reads the answer a line at a time;
+//   3. a box with only an OK button, in a process without a controlling terminal whose output
+//      still goes to one (the ejector, started in a session of its own from a shell): the box
+//      is printed there as a message, and nothing is read, so the shell keeps its input;
+//   4. a graphical session again: a terminal window (x-terminal-emulator, xterm) holding the
+//      text box;
+//   5. nothing left: the box and what was missing to show it go to the log, standard error, the
+//      system log and a desktop notification where there is one; the answer is what closing
+//      the box gives.
 // TVEJECT_TTY names a file to use in place of /dev/tty (a pseudo-terminal's slave, say); when
-// it is set only the text box on that file is tried, so tests never raise a real dialog.
+// it is set no dialog and no window is tried (ways 1 and 4), so tests never raise a real one.
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -181,15 +194,21 @@ std::optional<std::string> ReadLine(int fd, std::string& pending) {
   }
 }
 
-// The text box: shows the box on fd and reads answers until one names a button.
-std::int32_t TerminalBox(int fd, const MessageBoxParams& params,
-                         const std::vector<Button>& buttons) {
+// The box as text: the caption underlined, the icon word and the text.
+std::string BoxText(const MessageBoxParams& params) {
   std::string caption = Utf8Lines(params.caption);
   std::string out = "\n" + caption + "\n" + std::string(base::Widen(caption).size(), '-') + "\n";
   std::string_view icon = IconWord(params.style);
   if (!icon.empty()) out += "(" + std::string(icon) + ") ";
   out += Utf8Lines(params.text);
-  out += "\n\n";
+  out += "\n";
+  return out;
+}
+
+// The text box: shows the box on fd and reads answers until one names a button.
+std::int32_t TerminalBox(int fd, const MessageBoxParams& params,
+                         const std::vector<Button>& buttons) {
+  std::string out = BoxText(params) + "\n";
   for (std::size_t i = 0; i < buttons.size(); ++i) {
     if (i > 0) out += "  ";
     out += "[" + std::to_string(i + 1) + "] " + std::string(buttons[i].name);
@@ -215,36 +234,85 @@ std::int32_t TerminalBox(int fd, const MessageBoxParams& params,
 struct ToolOutput {
   int exit_code = -1;
   std::string out;
+  std::string err;
 };
 
-// Runs a dialog program, collecting its standard output; exit_code -1 when it did not start.
+// Waits up to limit_ms for a child; one still running then is killed. Its exit code, or -1.
+int WaitBounded(pid_t pid, int limit_ms) {
+  for (int waited = 0;; waited += 20) {
+    int status = 0;
+    pid_t r = waitpid(pid, &status, WNOHANG);
+    if (r == pid) return posix::ExitCodeFromStatus(status);
+    if (r < 0 && errno != EINTR) return -1;
+    if (waited >= limit_ms) {
+      kill(pid, SIGKILL);
+      posix::WaitForExit(pid);
+      return -1;
+    }
+    usleep(20000);
+  }
+}
+
+// Runs a dialog program, collecting its standard output and error; exit_code -1 when it did
+// not start.
 ToolOutput RunTool(const std::vector<std::string>& argv) {
   ToolOutput result;
-  int pipe_fds[2];
-  if (pipe2(pipe_fds, O_CLOEXEC) != 0) return result;
-  posix::SpawnOptions options;
-  options.stdout_fd = pipe_fds[1];
-  options.quiet_stderr = true;  // GTK's warnings are not the user's business
-  posix::SpawnResult spawned = posix::Spawn(argv, options);
-  close(pipe_fds[1]);
-  if (spawned.pid < 0) {
-    close(pipe_fds[0]);
+  int out_pipe[2];
+  int err_pipe[2];
+  if (pipe2(out_pipe, O_CLOEXEC) != 0) return result;
+  if (pipe2(err_pipe, O_CLOEXEC) != 0) {
+    close(out_pipe[0]);
+    close(out_pipe[1]);
     return result;
   }
-  char buf[256];
-  for (;;) {
-    ssize_t n = read(pipe_fds[0], buf, sizeof buf);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    result.out.append(buf, static_cast<std::size_t>(n));
+  posix::SpawnOptions options;
+  options.stdout_fd = out_pipe[1];
+  options.stderr_fd = err_pipe[1];
+  posix::SpawnResult spawned = posix::Spawn(argv, options);
+  close(out_pipe[1]);
+  close(err_pipe[1]);
+  if (spawned.pid >= 0) {
+    pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
+    std::string* into[2] = {&result.out, &result.err};
+    int open_count = 2;
+    while (open_count > 0) {
+      if (poll(fds, 2, -1) < 0) {
+        if (errno == EINTR) continue;
+        break;
+      }
+      for (int i = 0; i < 2; ++i) {
+        if (fds[i].fd < 0 || fds[i].revents == 0) continue;
+        char buf[512];
+        ssize_t n = read(fds[i].fd, buf, sizeof buf);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+          fds[i].fd = -1;  // poll skips it from now on
+          --open_count;
+        } else if (into[i]->size() < 65536) {
+          into[i]->append(buf, static_cast<std::size_t>(n));
+        }
+      }
+    }
+    result.exit_code = posix::WaitForExit(spawned.pid);
   }
-  close(pipe_fds[0]);
-  result.exit_code = posix::WaitForExit(spawned.pid);
+  close(out_pipe[0]);
+  close(err_pipe[0]);
   return result;
 }
 
+// What GTK, Qt and Xt say when they cannot reach the display. zenity exits with 1 then, as
+// when the user closes its box, so its words are what tells the two apart.
+bool CouldNotOpenDisplay(const std::string& err) {
+  std::string lower = err;
+  for (char& c : lower) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  return lower.find("open display") != std::string::npos ||
+         lower.find("connect to display") != std::string::npos;
+}
+
 // zenity's question dialog with its own buttons suppressed (--switch): one extra button per
-// box button, whose label zenity prints when pressed; closing prints nothing.
+// box button, whose label zenity prints when pressed (exit 1). Closing prints nothing and exits
+// with 1 as well, a time-out with 5; any other code (255 for an option it does not know, 128+
+// for a signal) or a display it could not open means no box came up.
 std::optional<std::int32_t> ZenityBox(const std::string& zenity, const MessageBoxParams& params,
                                       const std::vector<Button>& buttons) {
   std::vector<std::string> argv = {zenity,
@@ -271,18 +339,20 @@ std::optional<std::int32_t> ZenityBox(const std::string& zenity, const MessageBo
   }
   for (const Button& b : buttons) argv.push_back("--extra-button=" + std::string(b.name));
   ToolOutput run = RunTool(argv);
-  if (run.exit_code != 0 && run.exit_code != 1) return std::nullopt;  // no dialog came up
   std::string label = Trim(run.out);
-  if (label.empty()) return CloseAnswer(buttons);
   for (const Button& b : buttons) {
-    if (label == b.name) return b.id;
+    if ((run.exit_code == 0 || run.exit_code == 1) && label == b.name) return b.id;
   }
+  if (run.exit_code == 5) return CloseAnswer(buttons);
+  if (run.exit_code == 1 && label.empty() && !CouldNotOpenDisplay(run.err))
+    return CloseAnswer(buttons);
   return std::nullopt;
 }
 
 // kdialog has fixed dialog kinds: a message box for one button, yes/no for two, yes/no/cancel
 // for three, with the labels replaced. Where the box has a Cancel button it takes kdialog's
-// cancel place, so closing the dialog answers Cancel.
+// cancel place, so closing the dialog answers Cancel. Qt aborts when it cannot reach the
+// display (134); codes above 2 mean no box came up.
 std::optional<std::int32_t> KdialogBox(const std::string& kdialog, const MessageBoxParams& params,
                                        const std::vector<Button>& buttons) {
   std::uint32_t icon = params.style & 0xF0;
@@ -307,20 +377,147 @@ std::optional<std::int32_t> KdialogBox(const std::string& kdialog, const Message
     by_exit = {order[0].id, order[1].id, three ? order[2].id : CloseAnswer(buttons)};
   }
   ToolOutput run = RunTool(argv);
-  if (run.exit_code < 0 || run.exit_code > 2) return std::nullopt;
+  if (run.exit_code < 0 || run.exit_code > 2 || CouldNotOpenDisplay(run.err)) return std::nullopt;
   return by_exit[static_cast<std::size_t>(run.exit_code)];
 }
 
-std::optional<std::int32_t> GraphicalBox(const MessageBoxParams& params,
-                                         const std::vector<Button>& buttons) {
+// xmessage (x11-utils), the plainest X dialog: each button exits with its own code, 101 for the
+// first and so on; 1 is its error code. It has no icon, so the icon word leads the text as in
+// the text box. Without a default button the window manager's close only rings the bell: a
+// choice must be made.
+std::optional<std::int32_t> XmessageBox(const std::string& xmessage, const MessageBoxParams& params,
+                                        const std::vector<Button>& buttons) {
+  std::string labels;
+  for (std::size_t i = 0; i < buttons.size(); ++i) {
+    if (i > 0) labels += ",";
+    labels += std::string(buttons[i].name) + ":" + std::to_string(101 + i);
+  }
+  std::string text = Utf8Lines(params.text);
+  std::string_view icon = IconWord(params.style);
+  if (!icon.empty()) text = "(" + std::string(icon) + ") " + text;
+  // "international" lets Xaw draw the UTF-8 text through a font set.
+  ToolOutput run = RunTool({xmessage, "-xrm", "*international: true", "-center", "-title",
+                            Utf8Lines(params.caption), "-buttons", labels, text});
+  int index = run.exit_code - 101;
+  if (index < 0 || static_cast<std::size_t>(index) >= buttons.size()) return std::nullopt;
+  return buttons[static_cast<std::size_t>(index)].id;
+}
+
+bool HasGraphicalSession() {
   const char* display = std::getenv("DISPLAY");
   const char* wayland = std::getenv("WAYLAND_DISPLAY");
-  if (!(display && *display) && !(wayland && *wayland)) return std::nullopt;
-  std::string zenity = posix::FindOnPath("zenity");
-  if (!zenity.empty()) return ZenityBox(zenity, params, buttons);
-  std::string kdialog = posix::FindOnPath("kdialog");
-  if (!kdialog.empty()) return KdialogBox(kdialog, params, buttons);
+  return (display && *display) || (wayland && *wayland);
+}
+
+std::optional<std::int32_t> DialogBox(const MessageBoxParams& params,
+                                      const std::vector<Button>& buttons) {
+  using Shower = std::optional<std::int32_t> (*)(const std::string&, const MessageBoxParams&,
+                                                 const std::vector<Button>&);
+  const std::pair<const char*, Shower> dialogs[] = {
+      {"zenity", ZenityBox}, {"kdialog", KdialogBox}, {"xmessage", XmessageBox}};
+  for (const auto& [name, show] : dialogs) {
+    std::string program = posix::FindOnPath(name);
+    if (program.empty()) continue;
+    if (auto chosen = show(program, params, buttons)) return chosen;
+    DebugLog(u"The dialog program " + base::Widen(program) + u" could not show the box");
+  }
   return std::nullopt;
+}
+
+// A terminal window holding the text box. The terminal runs a small shell script that writes
+// the name of its terminal to a file, then stays until the box is answered (or this process
+// ends); the box is shown on that terminal from here. A user who closes the window hangs its
+// terminal up: that is the box being closed.
+std::optional<std::int32_t> TerminalWindowBox(const MessageBoxParams& params,
+                                              const std::vector<Button>& buttons) {
+  std::string terminal = posix::FindOnPath("x-terminal-emulator");
+  if (terminal.empty()) terminal = posix::FindOnPath("xterm");
+  if (terminal.empty()) return std::nullopt;
+  const char* tmp = std::getenv("TMPDIR");
+  std::string folder = std::string(tmp && *tmp ? tmp : "/tmp") + "/tveject-box.XXXXXX";
+  if (mkdtemp(folder.data()) == nullptr) return std::nullopt;
+  const std::string name_file = folder + "/tty";
+  const std::string done_file = folder + "/done";
+  const std::string script =
+      "tty >\"$1.new\" && mv \"$1.new\" \"$1\"; "
+      "while [ ! -e \"$2\" ] && kill -0 \"$3\" 2>/dev/null; do sleep 0.2; done";
+  posix::SpawnOptions options;
+  options.quiet_stderr = true;
+  // x-terminal-emulator takes -T and -e (Debian's rule for the alternative), as xterm does.
+  posix::SpawnResult spawned =
+      posix::Spawn({terminal, "-T", Utf8Lines(params.caption), "-e", "/bin/sh", "-c", script, "sh",
+                    name_file, done_file, std::to_string(getpid())},
+                   options);
+  std::optional<std::int32_t> answer;
+  if (spawned.pid >= 0) {
+    // Some terminals hand the window to a server and end at once (with 0); an early end with
+    // any other code means no window.
+    bool ended = false;
+    int fd = -1;
+    for (int waited = 0; waited < 30000 && fd < 0; waited += 50) {
+      std::string tty_name;
+      std::string pending;
+      int name_fd = open(name_file.c_str(), O_RDONLY | O_CLOEXEC);
+      if (name_fd >= 0) {
+        if (auto line = ReadLine(name_fd, pending)) tty_name = Trim(*line);
+        close(name_fd);
+        if (tty_name.rfind("/dev/", 0) != 0) break;
+        fd = open(tty_name.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        break;
+      }
+      int status = 0;
+      if (!ended && waitpid(spawned.pid, &status, WNOHANG) == spawned.pid) {
+        ended = true;
+        if (posix::ExitCodeFromStatus(status) != 0) break;
+      }
+      usleep(50000);
+    }
+    if (fd >= 0) {
+      answer = TerminalBox(fd, params, buttons);
+      close(fd);
+    }
+    int done = open(done_file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    if (done >= 0) close(done);
+    if (!ended) WaitBounded(spawned.pid, 2000);
+  }
+  unlink(name_file.c_str());
+  unlink(done_file.c_str());
+  rmdir(folder.c_str());
+  return answer;
+}
+
+// The terminal this process writes to without owning it: standard error, else standard
+// output. A terminal that was hung up answers neither.
+int OutputTerminal() {
+  for (int fd : {2, 1}) {
+    if (isatty(fd)) return fd;
+  }
+  return -1;
+}
+
+// No way was left to show the box: everywhere the user or an administrator may look.
+void NotShown(const MessageBoxParams& params) {
+  const std::string missing =
+      HasGraphicalSession()
+          ? "no dialog program could show it: install zenity, kdialog or xmessage (x11-utils), "
+            "or a terminal (xterm)"
+          : "no display and no terminal to show it";
+  DebugLog(u"Message box not shown (" + base::Widen(missing) + u"): " +
+           std::u16string(params.caption) + u": " + std::u16string(params.text));
+  const std::string caption = Utf8Lines(params.caption);
+  const std::string text = Utf8Lines(params.text);
+  WriteAll(2, BoxText(params) + "(This message box was not shown: " + missing + ".)\n");
+  openlog(nullptr, LOG_PID, LOG_USER);
+  syslog(LOG_NOTICE, "%s: %s (message box not shown: %s)", caption.c_str(), text.c_str(),
+         missing.c_str());
+  closelog();
+  std::string notify = posix::FindOnPath("notify-send");
+  if (HasGraphicalSession() && !notify.empty()) {
+    posix::SpawnOptions options;
+    options.quiet_stderr = true;
+    posix::SpawnResult spawned = posix::Spawn({notify, caption, text}, options);
+    if (spawned.pid >= 0) WaitBounded(spawned.pid, 3000);
+  }
 }
 
 }  // namespace
@@ -336,8 +533,8 @@ std::int32_t MessageBoxIndirectW(const MessageBoxParams& params) {
 
   const char* tty_hook = std::getenv("TVEJECT_TTY");
   bool hooked = tty_hook && *tty_hook;
-  if (!hooked) {
-    if (auto chosen = GraphicalBox(params, buttons)) return *chosen;
+  if (!hooked && HasGraphicalSession()) {
+    if (auto chosen = DialogBox(params, buttons)) return *chosen;
   }
   int fd = open(hooked ? tty_hook : "/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
   if (fd >= 0) {
@@ -345,9 +542,21 @@ std::int32_t MessageBoxIndirectW(const MessageBoxParams& params) {
     close(fd);
     return answer;
   }
-
-  DebugLog(u"Message box not shown (no terminal, no graphical dialog): " +
-           std::u16string(params.caption) + u": " + std::u16string(params.text));
+  int out = OutputTerminal();
+  if (out >= 0 && buttons.size() == 1) {
+    // Printed from its own line; the shell's prompt, shown before, stays the shell's.
+    WriteAll(out, "\r" + BoxText(params));
+    return buttons[0].id;
+  }
+  if (hooked) {
+    DebugLog(u"Message box not shown (" + base::Widen(tty_hook) + u" does not open): " +
+             std::u16string(params.caption) + u": " + std::u16string(params.text));
+    return CloseAnswer(buttons);
+  }
+  if (HasGraphicalSession()) {
+    if (auto chosen = TerminalWindowBox(params, buttons)) return *chosen;
+  }
+  NotShown(params);
   return CloseAnswer(buttons);
 }
 
