@@ -344,7 +344,9 @@ TEST(DiskEjectorRun, TheCopyRetriesReportsAndDeletesItself) {
     EXPECT_EQ(drive.ejects, row.ejects);
     EXPECT_EQ(drive.pauses, std::vector<std::uint32_t>(row.ejects - 1, 1000u));
     EXPECT_EQ(drive.asked_for, temp.u16(u"Stick/TvEject"));
-    EXPECT_EQ(drive.working, temp.u16(u"Tmp/TvDiskEjector-7")) << "working off the drive";
+    EXPECT_EQ(std::filesystem::path(base::Narrow(drive.working)),
+              temp.path() / "Tmp" / "TvDiskEjector-7")
+        << "working off the drive";
     os::SetCurrentDirectoryW(keep.folder.c_str());  // a working folder cannot be removed
     ASSERT_EQ(boxes.shown.size(), 1u);
     EXPECT_EQ(boxes.shown[0].second & 0xF0, row.flags);
