@@ -55,21 +55,25 @@ std::wstring SystemFolder() {
   return length > 0 && length <= MAX_PATH ? std::wstring(system, length) : std::wstring();
 }
 
-// The token's user (the process's user) as a security identifier, kept in its buffer.
-std::unique_ptr<BYTE[]> ProcessUser() {
+// A piece of the process token (TokenUser, TokenOwner), kept in its buffer; null on failure.
+std::unique_ptr<BYTE[]> TokenPart(TOKEN_INFORMATION_CLASS part) {
   HANDLE token = nullptr;
   if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return nullptr;
   win32::OwnedHandle owned(token);
   DWORD size = 0;
-  ::GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+  ::GetTokenInformation(token, part, nullptr, 0, &size);
   if (size == 0) return nullptr;
   auto buffer = std::make_unique<BYTE[]>(size);
-  if (!::GetTokenInformation(token, TokenUser, buffer.get(), size, &size)) return nullptr;
+  if (!::GetTokenInformation(token, part, buffer.get(), size, &size)) return nullptr;
   return buffer;
 }
 
-PSID SidOf(const std::unique_ptr<BYTE[]>& user) {
+PSID UserSid(const std::unique_ptr<BYTE[]>& user) {
   return user ? reinterpret_cast<TOKEN_USER*>(user.get())->User.Sid : nullptr;
+}
+
+PSID OwnerSid(const std::unique_ptr<BYTE[]>& owner) {
+  return owner ? reinterpret_cast<TOKEN_OWNER*>(owner.get())->Owner : nullptr;
 }
 
 // A security descriptor from its text form, freed with LocalFree.
@@ -139,8 +143,10 @@ std::u16string CreatePrivateFolder(std::u16string_view parent, std::u16string_vi
   // Full control for the user and SYSTEM, nothing inherited from the parent (P): the system's
   // temporary folder lets every user create entries and passes that on to new folders.
   LPWSTR user_text = nullptr;
-  const auto user = ProcessUser();
-  if (!SidOf(user) || !::ConvertSidToStringSidW(SidOf(user), &user_text)) return std::u16string();
+  const auto user = TokenPart(TokenUser);
+  if (!UserSid(user) || !::ConvertSidToStringSidW(UserSid(user), &user_text)) {
+    return std::u16string();
+  }
   const std::wstring sddl = L"D:P(A;OICI;FA;;;" + std::wstring(user_text) + L")(A;OICI;FA;;;SY)";
   ::LocalFree(user_text);
   Descriptor descriptor;
@@ -181,8 +187,12 @@ PathFacts GetPathFacts(std::u16string_view path) {
   PSECURITY_DESCRIPTOR sd = nullptr;
   if (::GetNamedSecurityInfoW(name.c_str(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner,
                               nullptr, nullptr, nullptr, &sd) == ERROR_SUCCESS) {
-    const auto user = ProcessUser();
-    facts.own = owner && SidOf(user) && ::EqualSid(owner, SidOf(user));
+    // What the user creates is owned by the user, or by the token's default owner (the
+    // administrators' group for an elevated administrator, by a policy of the system).
+    const auto user = TokenPart(TokenUser);
+    const auto default_owner = TokenPart(TokenOwner);
+    facts.own = owner && ((UserSid(user) && ::EqualSid(owner, UserSid(user))) ||
+                          (OwnerSid(default_owner) && ::EqualSid(owner, OwnerSid(default_owner))));
     ::LocalFree(sd);
   }
   return facts;
