@@ -253,6 +253,10 @@ TEST(DiskEjectorRun, EachPlaceOffTheDriveIsTriedInTurn) {
       {"no-folder", {u"A", u"B"}, os::fault::Op::kCreateFolder, {}, u"B", 0, {}},
       {"copy-refused", {u"A", u"B"}, os::fault::Op::kCopyFile, {}, u"B", 0, {}},
       {"start-refused", {u"A", u"B"}, os::fault::Op::kCount, {5}, u"B", 0, {}},
+#ifndef _WIN32
+      // "Open" is writable by all without the sticky bit: others could swap the folder made there.
+      {"open-to-all", {u"Open", u"B"}, os::fault::Op::kCount, {}, u"B", 0, {}},
+#endif
       {"none-but-ejected",
        {u"A"},
        os::fault::Op::kCopyFile,
@@ -281,6 +285,8 @@ TEST(DiskEjectorRun, EachPlaceOffTheDriveIsTriedInTurn) {
     ops.drive = drive.Ops();
     for (const char16_t* place : row.places) {
       std::filesystem::create_directories(temp.path() / base::Narrow(place));
+      if (std::u16string_view(place) == u"Open")
+        std::filesystem::permissions(temp.path() / "Open", std::filesystem::perms::all);
       ops.places.push_back(temp.u16(place) + u"/");
     }
     Starts starts;
