@@ -5,9 +5,9 @@
 //
 // "/retry" tries a refused eject again (5 tries, 1 s apart). The program stands on the drive it
 // ejects, and a program running from a drive holds it: so it first copies itself into a new
-// private folder (only the user may write there) in the first place off the drive that takes it
-// and lets it run (os::ScratchFolders: the temporary folder and the next ones), and starts the
-// copy, working from that folder, with its own arguments and
+// folder that only the user may write to, in the first place off the drive where the copy can be
+// made and started (os::ScratchFolders, the temporary folder first), and starts the copy,
+// working from that folder, with its own arguments and
 //
 //   /from "<the original file>" /wait <pid> ...
 //
