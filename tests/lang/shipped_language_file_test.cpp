@@ -121,6 +121,7 @@ const char* const kKeys[] = {
     "TvDiskEjector.Messages.Refused",
     "TvDiskEjector.Messages.RefusedBy",
     "TvDiskEjector.Messages.Failed",
+    "TvDiskEjector.Messages.RunsFromDrive",
 };
 
 TEST(ShippedLanguageFile, EveryLanguageHasEveryMessage) {
