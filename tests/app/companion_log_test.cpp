@@ -4,24 +4,16 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 #include "base/debug_log.h"
 #include "base/text.h"
+#include "support/scoped_env.h"
 #include "support/temp_dir.h"
 
 namespace {
 
 using testing_support::TempDir;
-
-void SetLogVariable(const std::string& value) {
-#ifdef _WIN32
-  _putenv_s("TVEJECT_LOG", value.c_str());
-#else
-  setenv("TVEJECT_LOG", value.c_str(), 1);
-#endif
-}
 
 TEST(CompanionLog, WritesOnlyIntoAFileOfTheUsersOwn) {
   enum class Planted { kNothing, kOwnFile, kFolder, kLinkToFile, kDanglingLink };
@@ -60,12 +52,11 @@ TEST(CompanionLog, WritesOnlyIntoAFileOfTheUsersOwn) {
         std::filesystem::create_symlink(temp.path() / "Home/new", log);
         break;
     }
-    SetLogVariable(log.string());
     {
+      testing_support::ScopedEnv env({{"TVEJECT_LOG", log.string().c_str()}});
       app::CompanionLog companion(u"TvDiskEjector");
       DebugLog(u"Started: /retry");
     }
-    SetLogVariable("");
     const std::string text = temp.Read(u"Shared/log.txt");
     EXPECT_EQ(text.find("]: Started: /retry\r\n") != std::string::npos, row.written) << text;
     if (row.planted == Planted::kOwnFile) EXPECT_EQ(text.rfind("earlier\r\nTvDiskEjector[", 0), 0u);
