@@ -108,7 +108,7 @@ grep -E 'Outcome|Message|deleted' "$work/ejector.log" | sed 's/^/   /'
 # the command processor, from the same folder: where Wine does not take the planted one there,
 # the check would prove nothing and is skipped.
 rm -f "$work/marks.txt"
-(cd "$work/Temp" && "$WINE" cmd /d /q /c 'for /l %i in (1,1,2) do @(ping -n 2 127.0.0.1 >nul & if exist "zz" exit)' \
+(cd "$work/Temp" && "$WINE" cmd /d /q /c 'for /l %i in (1,1,2) do (ping -n 2 127.0.0.1 >nul & if exist zz exit)' \
   >/dev/null 2>&1)
 if marks | grep -q '^program'; then
   why=""

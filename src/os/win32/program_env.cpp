@@ -226,11 +226,13 @@ bool DeleteProgramFileAfterExit(std::u16string_view path, bool folder_too) {
   // The command processor tries once a second, for up to half a minute, until the program has
   // ended and its file (and folder) can go. "ping -n 2" is the pause that every Windows has.
   // Both programs are named by their full path in the system folder: a bare name is looked for
-  // in the working folder first, and that is where a copy of the ejector stands.
+  // in the working folder first, and that is where a copy of the ejector stands. The loop's
+  // block has no "@" before it: /q keeps it quiet already, and Wine's command processor reads
+  // "@(" as something else and runs the block once.
   const std::wstring system = SystemFolder();
   if (!system.empty()) {
     const std::wstring gone = folder_too ? folder : file;
-    std::wstring line = L"\"" + system + L"\\cmd.exe\" /d /q /c for /l %i in (1,1,30) do @(\"" +
+    std::wstring line = L"\"" + system + L"\\cmd.exe\" /d /q /c for /l %i in (1,1,30) do (\"" +
                         system + L"\\PING.EXE\" -n 2 127.0.0.1 >nul & del /f /q \"" + file +
                         L"\" 2>nul & ";
     if (folder_too) line += L"rd \"" + folder + L"\" 2>nul & ";
