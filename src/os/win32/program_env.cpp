@@ -226,7 +226,7 @@ bool DeleteProgramFileAfterExit(std::u16string_view path, bool folder_too) {
   // The command processor tries once a second, for up to half a minute, until the program has
   // ended and its file (and folder) can go. "ping -n 2" is the pause that every Windows has.
   // Both programs are named by their full path in the system folder: a bare name is looked for
-  // in the working folder first, and that is where a copy of the ejector stands. The loop's
+  // in the working folder first, a temporary folder where others may put a file. The loop's
   // block has no "@" before it: /q keeps it quiet already, and Wine's command processor reads
   // "@(" as something else and runs the block once.
   const std::wstring system = SystemFolder();
