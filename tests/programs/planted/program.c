@@ -2,6 +2,7 @@
  * "program <itself>" to the file that TVEJECT_PLANTED_MARK names. It imports winmm, as the
  * programs once did: beside the planted winmm.dll it shows that the loader takes that one. */
 #include <windows.h>
+
 #include <mmsystem.h>
 
 int main(void) {
