@@ -252,7 +252,7 @@ TEST(DiskEjectorRun, EachPlaceOffTheDriveIsTriedInTurn) {
       {"drive-skipped", {u"Stick/Tmp", u"A"}, os::fault::Op::kCount, {}, u"A", 0, {}},
       {"no-folder", {u"A", u"B"}, os::fault::Op::kCreateFolder, {}, u"B", 0, {}},
       {"copy-refused", {u"A", u"B"}, os::fault::Op::kCopyFile, {}, u"B", 0, {}},
-      {"start-refused", {u"A", u"B"}, os::fault::Op::kCount, {5}, u"B", 0, {}},
+      {"start-refused", {u"A", u"B"}, os::fault::Op::kCount, {32}, u"B", 0, {}},
 #ifndef _WIN32
       // "Open" is writable by all without the sticky bit: others could swap the folder made there.
       {"open-to-all", {u"Open", u"B"}, os::fault::Op::kCount, {}, u"B", 0, {}},
