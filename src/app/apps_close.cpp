@@ -141,6 +141,7 @@ int RunAppsClose(const std::vector<std::u16string>& args, std::u16string_view ow
 }
 
 int AppsCloseMain() {
+  os::RestrictLibrarySearch();
   CompanionLog log(u"TvAppsClose");
   const std::vector<std::u16string> args = os::ProgramArguments();
   std::u16string line = u"Started:";

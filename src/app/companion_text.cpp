@@ -71,6 +71,16 @@ const std::vector<CompanionString>& CompanionStrings() {
        u"Le lecteur %drive% n'a pas pu \u00EAtre \u00E9ject\u00E9 (erreur %error%).\r\n\r\n"
        u"%details%",
        u"The drive %drive% could not be ejected (error %error%).\r\n\r\n%details%"},
+      {u"TvDiskEjector.Messages.RunsFromDrive",
+       u"Le lecteur %drive% ne peut pas \u00EAtre \u00E9ject\u00E9 : TvDiskEjector s'ex\u00E9cute "
+       u"depuis ce lecteur, et aucun dossier hors du lecteur n'a pu recevoir la copie qui "
+       u"l'aurait \u00E9ject\u00E9.\r\n\r\n%details%\r\n\r\nFermez les programmes du lecteur "
+       u"et retirez-le avec la commande du syst\u00E8me pour retirer le mat\u00E9riel en toute "
+       u"s\u00E9curit\u00E9.",
+       u"The drive %drive% cannot be ejected: TvDiskEjector runs from it, and no folder off the "
+       u"drive could take the copy that would have ejected it.\r\n\r\n%details%\r\n\r\nClose "
+       u"the programs of the drive and remove it with the system's own command to safely remove "
+       u"hardware."},
   };
   return strings;
 }

@@ -31,50 +31,66 @@ std::u16string FileName(std::u16string_view path) {
   return std::u16string(slash == std::u16string_view::npos ? path : path.substr(slash + 1));
 }
 
-// ".exe" on Windows, "" on Linux: the copy keeps the original's.
-std::u16string Extension(std::u16string_view path) {
-  const std::u16string name = FileName(path);
-  const std::size_t dot = name.rfind(u'.');
-  return dot == std::u16string::npos || dot == 0 ? std::u16string() : name.substr(dot);
+// The volume of a path: the drive's own answer in tests, the system's otherwise.
+std::u16string VolumeOf(std::u16string_view path, const EjectorOps& ops) {
+  return ops.drive.volume_root ? ops.drive.volume_root(path) : os::GetVolumePathNameW(path);
 }
 
-bool SameVolume(std::u16string_view a, std::u16string_view b) {
-  const std::u16string va = os::GetVolumePathNameW(a);
-  return !va.empty() && base::EqualNoCase(va, os::GetVolumePathNameW(b));
-}
-
-// Copies left by earlier runs that could not delete themselves (Windows refuses while a copy
-// runs; a run cut short leaves its copy). A copy that still runs refuses and is kept.
-void SweepOldCopies(const std::u16string& temp) {
+// Folders left by earlier runs whose copy could not delete itself (Windows refuses while a copy
+// runs; a run cut short leaves its copy). Only the user's own folders are touched, never through
+// a link: another user may plant anything under a name in a shared folder. A copy that still
+// runs refuses its deletion and its folder is kept.
+void SweepOldCopies(const std::u16string& place) {
   std::vector<std::u16string> old;
-  for (auto name = mFileUtils::FindFile(sys::ChildPath(temp, kCopyPrefix) + u"*", 0); !name.empty();
-       name = mFileUtils::FindFile(u"", 0))
-    old.push_back(sys::ChildPath(temp, name));
-  for (const auto& file : old) {
-    if (os::DeleteFileW(file.c_str())) DebugLog(u"Old copy deleted: " + file);
+  for (auto name =
+           mFileUtils::FindFile(sys::ChildPath(place, kCopyPrefix) + u"*", os::kAttributeDirectory);
+       !name.empty(); name = mFileUtils::FindFile(u"", os::kAttributeDirectory)) {
+    old.push_back(sys::ChildPath(place, name));
+  }
+  for (const auto& folder : old) {
+    const os::PathFacts facts = os::GetPathFacts(folder);
+    if (!facts.folder || facts.link || !facts.own) continue;
+    std::vector<std::u16string> files;
+    for (auto name = mFileUtils::FindFile(sys::ChildPath(folder, u"*"), 0); !name.empty();
+         name = mFileUtils::FindFile(u"", 0)) {
+      files.push_back(sys::ChildPath(folder, name));
+    }
+    for (const auto& file : files) os::DeleteFileW(file.c_str());
+    if (os::RemoveDirectoryW(folder.c_str())) DebugLog(u"Old copy deleted: " + folder);
   }
 }
 
-// Starts a copy of the ejector from the temporary folder; true when it runs.
-bool StartCopy(const std::vector<std::u16string>& args, std::u16string_view own_path,
-               const EjectorOps& ops) {
-  std::u16string temp = ops.temp_folder.empty() ? os::GetTempPathW() : ops.temp_folder;
-  if (temp.empty()) {
-    DebugLog(u"No temporary folder: the ejector works from the drive");
+// Puts a copy of the ejector into a new private folder in place and starts it from there; true
+// when it runs. Otherwise why says what stood in the way, and nothing is left behind.
+bool StartCopyIn(const std::u16string& place, const std::vector<std::u16string>& args,
+                 std::u16string_view own_path, const EjectorOps& ops, std::u16string& why) {
+  const std::u16string volume = VolumeOf(own_path, ops);
+  if (!volume.empty() && base::EqualNoCase(VolumeOf(place, ops), volume)) {
+    why = u"on the drive itself";
     return false;
   }
-  if (SameVolume(temp, own_path))
-    DebugLog(u"The temporary folder " + temp + u" is on the drive itself");
-  SweepOldCopies(temp);
+  // Where other users may rename folders, the private folder could be swapped for theirs
+  // between its creation and the start of the copy.
+  if (os::GetPathFacts(place).others_may_move) {
+    why = u"other users may replace what is put there";
+    return false;
+  }
+  SweepOldCopies(place);
+  const std::u16string folder = os::CreatePrivateFolder(place, kCopyPrefix);
+  if (folder.empty()) {
+    why =
+        u"no private folder could be made there (error " + base::ToText(os::GetLastError()) + u")";
+    return false;
+  }
+  const std::u16string copy = sys::ChildPath(folder, FileName(own_path));
+  if (!os::CopyFileW(std::u16string(own_path).c_str(), copy.c_str(), true)) {
+    why = u"the copy could not be made (error " + base::ToText(os::GetLastError()) + u")";
+    os::DeleteFileW(copy.c_str());
+    os::RemoveDirectoryW(folder.c_str());
+    return false;
+  }
 
   const std::uint32_t self = os::GetCurrentProcessId();
-  const std::u16string copy =
-      sys::ChildPath(temp, std::u16string(kCopyPrefix) + base::ToText(self) + Extension(own_path));
-  if (!os::CopyFileW(std::u16string(own_path).c_str(), copy.c_str(), false)) {
-    DebugLog(u"The ejector could not be copied to " + copy + u" (error " +
-             base::ToText(os::GetLastError()) + u"): it works from the drive");
-    return false;
-  }
   std::vector<std::u16string> copy_args = args;
   copy_args.insert(copy_args.end(),
                    {u"/from", std::u16string(own_path), u"/wait", base::ToText(self)});
@@ -88,16 +104,34 @@ bool StartCopy(const std::vector<std::u16string>& args, std::u16string_view own_
 
   const std::u16string parameters = JoinArguments(copy_args);
   const std::intptr_t started =
-      ops.start ? ops.start(copy, parameters, temp)
-                : os::ShellExecuteW(0, u"", copy.c_str(), parameters.c_str(), temp.c_str(), 1);
+      ops.start ? ops.start(copy, parameters, folder)
+                : os::ShellExecuteW(0, u"", copy.c_str(), parameters.c_str(), folder.c_str(), 1);
   if (started <= 32) {
-    DebugLog(u"The copy " + copy + u" could not be started (" + base::ToText(started) +
-             u"): the ejector works from the drive");
+    // A policy may forbid running programs from this place: the next one may allow it.
+    why = u"the copy could not be started (" + base::ToText(started) + u")";
     os::DeleteFileW(copy.c_str());
+    os::RemoveDirectoryW(folder.c_str());
     return false;
   }
   DebugLog(u"Continuing from " + copy + u" " + parameters);
   return true;
+}
+
+// Starts a copy of the ejector from the first place off the drive that takes it; true when it
+// runs. Otherwise why lists, place by place, what stood in the way.
+bool StartCopy(const std::vector<std::u16string>& args, std::u16string_view own_path,
+               const EjectorOps& ops, std::u16string& why) {
+  const std::vector<std::u16string> places = ops.places.empty() ? os::ScratchFolders() : ops.places;
+  if (places.empty()) why = u"There is no temporary folder.";
+  for (const auto& place : places) {
+    std::u16string reason;
+    if (StartCopyIn(place, args, own_path, ops, reason)) return true;
+    DebugLog(u"No copy in " + place + u": " + reason);
+    if (!why.empty()) why += u"\r\n";
+    why += place + u": " + reason;
+  }
+  DebugLog(u"The ejector works from the drive");
+  return false;
 }
 
 void WaitForProcesses(const std::vector<std::uint32_t>& pids, std::uint32_t limit_ms) {
@@ -220,13 +254,14 @@ int RunDiskEjector(const std::vector<std::u16string>& args, std::u16string_view 
   return base::Trap(base::InFunction(u"mDiskEjector.RunDiskEjector"), 1, [&] {
     EjectorCommand command = ParseEjectorArguments(args);
     const bool is_copy = !command.from.empty();
+    std::u16string no_copy;  // why the ejector works from the drive
     if (is_copy) {
       // Nothing of this process may stay on the drive: not its file, not its working folder.
       const std::u16string here = sys::ParentFolder(own_path);
       if (!here.empty()) os::SetCurrentDirectoryW(here.c_str());
       WaitForProcesses(command.wait_pids, ops.wait_limit_ms);
     } else {
-      if (StartCopy(args, own_path, ops)) return 0;
+      if (StartCopy(args, own_path, ops, no_copy)) return 0;
       command.from = std::u16string(own_path);
     }
 
@@ -236,12 +271,20 @@ int RunDiskEjector(const std::vector<std::u16string>& args, std::u16string_view 
     options.tries = command.retry ? sys::kRetryTries : 1;
     const sys::EjectReport report = sys::EjectDriveOf(folder, options, ops.drive);
     DebugLog(u"Outcome: " + report.reason);
-    const EjectorMessage message = DescribeEject(report, folder);
+    EjectorMessage message = DescribeEject(report, folder);
+    // Working from the drive, the ejector holds it itself: a refusal says so, not who else.
+    if (!is_copy && (report.outcome == sys::EjectOutcome::kRefused ||
+                     report.outcome == sys::EjectOutcome::kFailed)) {
+      const std::u16string drive = report.device.root.empty() ? folder : report.device.root;
+      message = {CompanionText(u"TvDiskEjector.Messages.RunsFromDrive",
+                               {{u"%drive%", drive}, {u"%details%", no_copy}}),
+                 0x30};
+    }
     DebugLog(u"Message: " + message.text);
     mUnicodePatch::MsgBox(message.text, message.flags);
 
     if (is_copy) {
-      const bool arranged = os::DeleteProgramFileAfterExit(own_path);
+      const bool arranged = os::DeleteProgramFileAfterExit(own_path, true);
       DebugLog(
           (arranged ? u"Copy deleted or deletion arranged: " : u"The copy could not be deleted: ") +
           std::u16string(own_path));
@@ -252,6 +295,7 @@ int RunDiskEjector(const std::vector<std::u16string>& args, std::u16string_view 
 }
 
 int DiskEjectorMain() {
+  os::RestrictLibrarySearch();
   CompanionLog log(u"TvDiskEjector");
   const std::vector<std::u16string> args = os::ProgramArguments();
   DebugLog(u"Started: " + JoinArguments(args));

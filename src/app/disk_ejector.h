@@ -4,13 +4,17 @@
 //   TvDiskEjector [/retry]
 //
 // "/retry" tries a refused eject again (5 tries, 1 s apart). The program stands on the drive it
-// ejects, and a program running from a drive holds it: so it first copies itself to the
-// temporary folder and starts the copy, working from that folder, with its own arguments and
+// ejects, and a program running from a drive holds it: so it first copies itself into a new
+// folder that only the user may write to, in the first place off the drive where the copy can be
+// made and started (os::ScratchFolders, the temporary folder first), and starts the copy,
+// working from that folder, with its own arguments and
 //
 //   /from "<the original file>" /wait <pid> ...
 //
 // then ends. The copy waits for the original (and for the program that started it, when that
-// one also runs from the drive) to end, ejects, shows the outcome and has its own file deleted.
+// one also runs from the drive) to end, ejects, shows the outcome and has its own file and
+// folder deleted. Where no place takes a copy, the ejector works from the drive, and a refused
+// eject is explained as what it then is: the ejector holding the drive.
 // Exit code: 0 when the drive may be removed, 1 otherwise.
 #pragma once
 
@@ -53,7 +57,9 @@ struct EjectorOps {
   // Starts the copy (ShellExecuteW: file, parameters, working folder); the platform's result.
   std::function<std::intptr_t(const std::u16string&, const std::u16string&, const std::u16string&)>
       start;
-  std::u16string temp_folder;           // where the copy goes; "" = the user's temporary folder
+  // Where a copy may go, the preferred first; none = the system's (os::ScratchFolders). A place
+  // on the drive's own volume (drive.volume_root) is passed over.
+  std::vector<std::u16string> places;
   std::uint32_t wait_limit_ms = 20000;  // how long the copy waits for the processes it names
 };
 

@@ -150,6 +150,7 @@ void RunEject() {
 }
 
 void Start() {
+  os::RestrictLibrarySearch();
   shell_library = os::LoadLibraryW(u"shell32.dll");
   // ICC_USEREX_CLASSES with the 8-byte structure; the result does not matter to the run.
   os::InitCommonControls(8, 0x200);

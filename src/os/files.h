@@ -71,6 +71,8 @@ bool DeleteFileW(const char16_t* path);
 bool MoveFileW(const char16_t* source, const char16_t* destination);
 // CreateDirectoryW (default security): 183 when it exists, 3 when its parent is missing.
 bool CreateDirectoryW(const char16_t* path);
+// RemoveDirectoryW: removes an empty folder (145 when it is not empty); a link is not followed.
+bool RemoveDirectoryW(const char16_t* path);
 
 // FormatMessageA from the system's message table for an error number: writes the message (as
 // the system words it, with its line end) into buffer with a terminator and returns its length

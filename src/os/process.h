@@ -71,6 +71,11 @@ SystemTime GetLocalTime();
 // The full path of the running program file.
 std::u16string ModuleFileName();
 
+// Has every library loaded from now on come from the system folder only, never from the program's
+// folder or the working folder (SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32)); each
+// program calls it first. Nothing to do where a program's folder is never searched (POSIX).
+void RestrictLibrarySearch();
+
 // LoadLibraryW / FreeLibrary (the program keeps "shell32.dll" loaded for its run).
 Handle LoadLibraryW(const char16_t* name);
 void FreeLibrary(Handle module);

@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <functional>
 
 #include "base/text.h"
 #include "lang/lang.h"
@@ -115,18 +117,20 @@ TEST(DiskEjectorMessage, EachOutcomeSaysWhatHappenedAndWhy) {
   }
 }
 
-// A drive the copy ejects: removable, and refusing as many times as asked.
+// A drive the copy ejects: removable, and refusing as many times as asked. Every path with
+// "Stick" in it is on the drive; any other is on the system's disk.
 struct ScriptedDrive {
   int refusals = 0;
   int ejects = 0;
   std::vector<std::uint32_t> pauses;
   std::u16string asked_for;
+  std::u16string working;  // the working folder when the eject is asked for
 
   sys::DriveOps Ops() {
     sys::DriveOps ops;
     ops.volume_root = [this](std::u16string_view path) {
       asked_for = std::u16string(path);
-      return std::u16string(u"/media/STICK/");
+      return std::u16string(path.find(u"Stick") != path.npos ? u"/media/STICK/" : u"/");
     };
     ops.query = [](std::u16string_view root, os::StorageDevice* d) {
       d->root = std::u16string(root);
@@ -137,6 +141,7 @@ struct ScriptedDrive {
     };
     ops.flush = [](const os::StorageDevice&) { return true; };
     ops.eject = [this](const os::StorageDevice&, os::EjectAnswer* a) {
+      working = os::GetCurrentDirectoryW();
       *a = os::EjectAnswer{};
       if (ejects++ < refusals) {
         a->veto_type = os::kVetoOutstandingOpen;
@@ -166,63 +171,147 @@ struct Boxes {
   }
 };
 
-TEST(DiskEjectorRun, TheOriginalHandsOverToACopyInTheTemporaryFolder) {
+// The copy that was started: its file, parameters and working folder.
+struct Starts {
+  std::vector<std::u16string> files, parameters, folders;
+  std::vector<std::intptr_t> answers;  // what each start answers, then 42 (started)
+  std::function<std::intptr_t(const std::u16string&, const std::u16string&, const std::u16string&)>
+  Op() {
+    return [this](const std::u16string& file, const std::u16string& params,
+                  const std::u16string& folder) -> std::intptr_t {
+      files.push_back(file);
+      parameters.push_back(params);
+      folders.push_back(folder);
+      return files.size() <= answers.size() ? answers[files.size() - 1] : 42;
+    };
+  }
+};
+
+// The names the copy uses, planted beforehand in a shared temporary folder by someone else: the
+// old fixed name of the copy as a file and as a link to a file of the user's, and a link named
+// like a copy's folder pointing into the user's files. None is written, run or swept.
+TEST(DiskEjectorRun, TheOriginalHandsOverToACopyInAPrivateFolder) {
   TempDir temp;
   const std::u16string own = temp.Write(u"Stick/TvEject/TvDiskEjector" + kExe, "ejector bytes");
-  temp.Write(u"Tmp/TvDiskEjector-1" + kExe, "left by an earlier run");
+  temp.Write(u"Tmp/TvDiskEjector-old123/TvDiskEjector" + kExe, "left by an earlier run");
+  const std::u16string pid = base::ToText(os::GetCurrentProcessId());
+  const std::u16string planted = u"Tmp/TvDiskEjector-" + pid + kExe;
+  temp.Write(planted, "planted");
+  temp.Write(u"Home/.profile", "the user's own");
+  temp.Write(u"Home/bin/TvDiskEjector" + kExe, "the user's own");
+#ifndef _WIN32
+  std::filesystem::create_symlink(temp.path() / "Home/.profile",
+                                  temp.path() / ("Tmp/TvDiskEjector-" + base::Narrow(pid) + "0"));
+  std::filesystem::create_directory_symlink(temp.path() / "Home/bin",
+                                            temp.path() / "Tmp/TvDiskEjector-linked");
+#endif
   ScriptedDrive drive;
   app::EjectorOps ops;
   ops.drive = drive.Ops();
-  ops.temp_folder = temp.u16(u"Tmp");
-  std::u16string started, parameters, folder;
-  ops.start = [&](const std::u16string& file, const std::u16string& params,
-                  const std::u16string& working) -> std::intptr_t {
-    started = file;
-    parameters = params;
-    folder = working;
-    return 42;
-  };
+  ops.places = {temp.u16(u"Tmp")};
+  Starts starts;
+  ops.start = starts.Op();
   Boxes boxes;
   EXPECT_EQ(app::RunDiskEjector({u"/retry"}, own, ops), 0);
 
-  const std::u16string pid = base::ToText(os::GetCurrentProcessId());
-  EXPECT_EQ(started, sys::ChildPath(temp.u16(u"Tmp"), u"TvDiskEjector-" + pid + kExe));
-  EXPECT_EQ(temp.Read(u"Tmp/TvDiskEjector-" + pid + kExe), "ejector bytes");
-  EXPECT_FALSE(temp.Exists(u"Tmp/TvDiskEjector-1" + kExe)) << "an old copy is swept";
-  EXPECT_EQ(folder, temp.u16(u"Tmp"));
+  ASSERT_EQ(starts.files.size(), 1u);
+  const std::filesystem::path copy(base::Narrow(starts.files[0]));
+  const std::filesystem::path folder = copy.parent_path();
+  EXPECT_EQ(folder.parent_path(), temp.path() / "Tmp");
+  EXPECT_EQ(folder.filename().string().rfind("TvDiskEjector-", 0), 0u) << folder;
+  EXPECT_EQ(copy.filename(), "TvDiskEjector" + base::Narrow(kExe));
+  EXPECT_EQ(starts.folders[0], base::Widen(folder.string()));
+#ifndef _WIN32
+  EXPECT_EQ(std::filesystem::status(folder).permissions(), std::filesystem::perms::owner_all);
+#endif
+  std::ifstream in(copy, std::ios::binary);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "ejector bytes");
+  EXPECT_FALSE(temp.Exists(u"Tmp/TvDiskEjector-old123")) << "an old copy of the user's is swept";
+  EXPECT_EQ(temp.Read(planted), "planted");
+  EXPECT_EQ(temp.Read(u"Home/.profile"), "the user's own");
+  EXPECT_EQ(temp.Read(u"Home/bin/TvDiskEjector" + kExe), "the user's own");
   // The test's parent is no program beside the ejector: only the original is waited for.
-  EXPECT_EQ(os::SplitCommandLine(parameters),
+  EXPECT_EQ(os::SplitCommandLine(starts.parameters[0]),
             (std::vector<std::u16string>{u"/retry", u"/from", own, u"/wait", pid}));
   EXPECT_EQ(drive.ejects, 0) << "the original never ejects";
   EXPECT_TRUE(boxes.shown.empty());
 }
 
-TEST(DiskEjectorRun, WithoutACopyItWorksFromWhereItStands) {
+// Each place is tried in turn, past one on the drive itself and past each failure, with nothing
+// left behind; with none left the ejector works from the drive and says why it cannot eject.
+TEST(DiskEjectorRun, EachPlaceOffTheDriveIsTriedInTurn) {
   struct Row {
     const char* name;
-    bool copy_fails;  // the copy cannot be made, or cannot be started
-  } rows[] = {{"copy-refused", true}, {"start-refused", false}};
+    std::vector<const char16_t*> places;  // inside the test's folder
+    os::fault::Op fails;                  // kCount: nothing fails
+    std::vector<std::intptr_t> starts;    // what the starts answer
+    const char16_t* runs_from;            // "": the ejector works from the drive
+    int refusals;
+    std::vector<const char16_t*> says;  // the box, when there is one
+  } rows[] = {
+      {"drive-skipped", {u"Stick/Tmp", u"A"}, os::fault::Op::kCount, {}, u"A", 0, {}},
+      {"no-folder", {u"A", u"B"}, os::fault::Op::kCreateFolder, {}, u"B", 0, {}},
+      {"copy-refused", {u"A", u"B"}, os::fault::Op::kCopyFile, {}, u"B", 0, {}},
+      {"start-refused", {u"A", u"B"}, os::fault::Op::kCount, {32}, u"B", 0, {}},
+#ifndef _WIN32
+      // "Open" is writable by all without the sticky bit: others could swap the folder made there.
+      {"open-to-all", {u"Open", u"B"}, os::fault::Op::kCount, {}, u"B", 0, {}},
+#endif
+      {"none-but-ejected",
+       {u"A"},
+       os::fault::Op::kCopyFile,
+       {},
+       u"",
+       0,
+       {u"may now remove the drive /media/STICK/"}},
+      {"none-and-refused",
+       {u"Stick/Tmp", u"A", u"B"},
+       os::fault::Op::kCreateFolder,
+       {5},
+       u"",
+       1,
+       {u"/media/STICK/ cannot be ejected: TvDiskEjector runs from it", u"Tmp/: on the drive",
+        u"A/: no private folder could be made there (error 5)",
+        u"B/: the copy could not be started (5)"}},
+  };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     TempDir temp;
     const std::u16string own = temp.Write(u"Stick/TvEject/TvDiskEjector" + kExe, "ejector");
     temp.Write(u"Stick/TvEject/TvEject.xml", kEnglish);
     ScriptedDrive drive;
+    drive.refusals = row.refusals;
     app::EjectorOps ops;
     ops.drive = drive.Ops();
-    ops.temp_folder = temp.u16(u"Tmp");
-    std::filesystem::create_directories(temp.path() / "Tmp");
-    ops.start = [](const std::u16string&, const std::u16string&, const std::u16string&) {
-      return std::intptr_t{2};
-    };
+    for (const char16_t* place : row.places) {
+      std::filesystem::create_directories(temp.path() / base::Narrow(place));
+      if (std::u16string_view(place) == u"Open")
+        std::filesystem::permissions(temp.path() / "Open", std::filesystem::perms::all);
+      ops.places.push_back(temp.u16(place) + u"/");
+    }
+    Starts starts;
+    starts.answers = row.starts;
+    ops.start = starts.Op();
     Boxes boxes;
-    if (row.copy_fails) os::fault::Arm(os::fault::Op::kCopyFile, os::kErrorAccessDenied);
-    EXPECT_EQ(app::RunDiskEjector({}, own, ops), 0);
-    EXPECT_EQ(drive.ejects, 1);
-    EXPECT_EQ(drive.asked_for, temp.u16(u"Stick/TvEject"));
-    ASSERT_EQ(boxes.shown.size(), 1u);
-    EXPECT_NE(boxes.shown[0].first.find(u"/media/STICK/"), std::u16string::npos);
-    EXPECT_TRUE(std::filesystem::is_empty(temp.path() / "Tmp")) << "no copy is left behind";
+    if (row.fails != os::fault::Op::kCount) os::fault::Arm(row.fails, os::kErrorAccessDenied);
+    EXPECT_EQ(app::RunDiskEjector({}, own, ops), row.refusals ? 1 : 0);
+    const bool copied = *row.runs_from != 0;
+    EXPECT_EQ(drive.ejects, copied ? 0 : 1);
+    if (copied) {
+      ASSERT_FALSE(starts.files.empty());
+      EXPECT_EQ(
+          std::filesystem::path(base::Narrow(starts.files.back())).parent_path().parent_path(),
+          temp.path() / base::Narrow(row.runs_from));
+    }
+    for (const char16_t* place : row.places) {
+      if (copied && std::u16string_view(place) == row.runs_from) continue;
+      EXPECT_TRUE(std::filesystem::is_empty(temp.path() / base::Narrow(place)))
+          << base::Narrow(place) << ": nothing is left behind";
+    }
+    ASSERT_EQ(boxes.shown.size(), row.says.empty() ? 0u : 1u);
+    for (const char16_t* part : row.says)
+      EXPECT_NE(boxes.shown[0].first.find(part), std::u16string::npos)
+          << base::Narrow(boxes.shown[0].first) << " lacks " << base::Narrow(part);
     EXPECT_TRUE(temp.Exists(u"Stick/TvEject/TvDiskEjector" + kExe));
   }
 }
@@ -245,7 +334,7 @@ TEST(DiskEjectorRun, TheCopyRetriesReportsAndDeletesItself) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     TempDir temp;
-    const std::u16string own = temp.Write(u"Tmp/TvDiskEjector-7" + kExe, "copy");
+    const std::u16string own = temp.Write(u"Tmp/TvDiskEjector-7/TvDiskEjector" + kExe, "copy");
     const std::u16string original = temp.Write(u"Stick/TvEject/TvDiskEjector" + kExe, "ejector");
     temp.Write(u"Stick/TvEject/TvEject.xml", kEnglish);
     KeepWorkingFolder keep;
@@ -261,14 +350,19 @@ TEST(DiskEjectorRun, TheCopyRetriesReportsAndDeletesItself) {
     EXPECT_EQ(drive.ejects, row.ejects);
     EXPECT_EQ(drive.pauses, std::vector<std::uint32_t>(row.ejects - 1, 1000u));
     EXPECT_EQ(drive.asked_for, temp.u16(u"Stick/TvEject"));
-    EXPECT_EQ(os::GetCurrentDirectoryW(), temp.u16(u"Tmp")) << "working off the drive";
+    EXPECT_EQ(std::filesystem::path(base::Narrow(drive.working)),
+              temp.path() / "Tmp" / "TvDiskEjector-7")
+        << "working off the drive";
+    os::SetCurrentDirectoryW(keep.folder.c_str());  // a working folder cannot be removed
     ASSERT_EQ(boxes.shown.size(), 1u);
     EXPECT_EQ(boxes.shown[0].second & 0xF0, row.flags);
     EXPECT_NE(boxes.shown[0].first.find(row.says), std::u16string::npos)
         << base::Narrow(boxes.shown[0].first);
-    // Windows deletes the copy a moment after it ended; elsewhere it is gone at once.
-    for (int i = 0; i < 100 && temp.Exists(u"Tmp/TvDiskEjector-7" + kExe); ++i) os::Sleep(100);
-    EXPECT_FALSE(temp.Exists(u"Tmp/TvDiskEjector-7" + kExe));
+    // Windows deletes the copy and its folder a moment after it ended; elsewhere they are gone
+    // at once.
+    for (int i = 0; i < 100 && temp.Exists(u"Tmp/TvDiskEjector-7"); ++i) os::Sleep(100);
+    EXPECT_FALSE(temp.Exists(u"Tmp/TvDiskEjector-7"));
+    EXPECT_TRUE(temp.Exists(u"Tmp"));
     EXPECT_TRUE(temp.Exists(u"Stick/TvEject/TvDiskEjector" + kExe));
   }
 }

@@ -3,9 +3,10 @@
 # TvAppsClose closes a windowed application started from the suite folder with WM_CLOSE and
 # leaves one started from elsewhere, counts a console program (no window to close) as still
 # running, and writes the count file; then the whole sequence from TvEject.exe, whose boxes are
-# answered with the keyboard: the closer runs, the ejector moves to Wine's temporary folder,
-# refuses Wine's drive and says so in a box (screenshot kept in build/artifacts/), and its copy
-# is deleted afterwards. Prints "N passed, N failed" as its last line.
+# answered with the keyboard: the closer runs, the ejector moves to a private folder in Wine's
+# temporary folder, refuses Wine's drive and says so in a box (screenshot kept in
+# build/artifacts/), and its copy and folder are deleted afterwards. Prints "N passed, N failed"
+# as its last line.
 set -u
 source "$(dirname "$0")/../../scripts/lib.sh"
 cd "$TVEJECT_ROOT"
@@ -139,14 +140,15 @@ wait_for 30 grep -q 'TvDiskEjector\[[0-9]*\]: Finished' "$log" || why="$why the 
 running "$editor" && why="$why the editor still runs;"
 running "$outsider" || why="$why the outsider was closed;"
 grep -q 'TvAppsClose\[[0-9]*\]: Count 0' "$log" || why="$why no count of 0;"
-grep -q 'TvDiskEjector\[[0-9]*\]: Continuing from .*TvDiskEjector-[0-9]*\.exe' "$log" ||
+grep -q 'TvDiskEjector\[[0-9]*\]: Continuing from .*TvDiskEjector-[a-z0-9]*\\TvDiskEjector\.exe' "$log" ||
   why="$why the ejector did not move to the temporary folder;"
 grep -qE 'TvDiskEjector\[[0-9]+\]: Message: .*(not a removable drive|cannot be identified|holds the running system)' \
   "$log" || why="$why the box did not say why the drive is not ejected;"
 copy=$(grep -oE 'Copy deleted or deletion arranged: .*' "$log" | tail -1 | sed 's/^[^:]*: //' | tr -d '\r')
 [ -n "$copy" ] || why="$why the copy's deletion was not arranged;"
 if [ -n "$copy" ]; then
-  wait_for 15 sh -c "! test -e '$(unixpath "$copy")'" || why="$why the copy $copy is still there;"
+  wait_for 15 sh -c "! test -e '$(dirname "$(unixpath "$copy")")'" ||
+    why="$why the copy $copy or its folder is still there;"
 fi
 [ -f "$stick/TvAppsClose/TvAppsClose.out" ] && why="$why TvEject left the count file;"
 grep -E 'TvDiskEjector\[[0-9]+\]: (Outcome|Message)' "$log" | sed 's/^/   /'

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "base/text.h"
 #include "os/fault.h"
 #include "os/files.h"
@@ -86,6 +88,48 @@ TEST(OsProgramEnv, FoldersAndEnvironment) {
   testing_support::ScopedEnv env({{"TVEJECT_PROBE", "some value"}, {"TVEJECT_NONE", nullptr}});
   EXPECT_EQ(os::GetEnvironmentVariableW(u"TVEJECT_PROBE"), u"some value");
   EXPECT_EQ(os::GetEnvironmentVariableW(u"TVEJECT_NONE"), u"");
+}
+
+// The copy's folder: always a new one, the user's alone; and what stands at a path, told without
+// following a link.
+TEST(OsProgramEnv, PrivateFoldersAreNewAndTheUsersAlone) {
+  TempDir temp;
+  const std::u16string a = os::CreatePrivateFolder(temp.u16(), u"Copy-");
+  const std::u16string b = os::CreatePrivateFolder(temp.u16() + u"/", u"Copy-");
+  ASSERT_FALSE(a.empty());
+  ASSERT_FALSE(b.empty());
+  EXPECT_NE(a, b);
+  for (const auto& folder : {a, b}) {
+    const std::filesystem::path path(base::Narrow(folder));
+    EXPECT_EQ(path.parent_path(), temp.path()) << path;
+    EXPECT_EQ(path.filename().string().rfind("Copy-", 0), 0u) << path;
+    const os::PathFacts facts = os::GetPathFacts(folder);
+    EXPECT_TRUE(facts.exists && facts.folder && facts.own && !facts.link) << path;
+#ifndef _WIN32
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms::owner_all);
+#endif
+  }
+  EXPECT_EQ(os::CreatePrivateFolder(temp.u16(u"missing"), u"Copy-"), u"");
+  EXPECT_EQ(os::GetLastError(), os::kErrorPathNotFound);
+  EXPECT_FALSE(os::GetPathFacts(temp.u16(u"missing")).exists);
+  const os::PathFacts file = os::GetPathFacts(temp.Write(u"file", "x"));
+  EXPECT_TRUE(file.exists && file.own && !file.folder && !file.link);
+#ifndef _WIN32
+  std::filesystem::create_directory_symlink(base::Narrow(a), temp.path() / "link");
+  const os::PathFacts link = os::GetPathFacts(temp.u16(u"link"));
+  EXPECT_TRUE(link.exists && link.link && !link.folder);
+  std::filesystem::permissions(base::Narrow(b), std::filesystem::perms::all);
+  EXPECT_TRUE(os::GetPathFacts(b).others_may_move);
+  std::filesystem::permissions(base::Narrow(b), std::filesystem::perms::sticky_bit,
+                               std::filesystem::perm_options::add);
+  EXPECT_FALSE(os::GetPathFacts(b).others_may_move);
+
+  // The places in order, each once; what names no folder is left out.
+  testing_support::ScopedEnv env({{"XDG_RUNTIME_DIR", base::Narrow(a).c_str()},
+                                  {"TMPDIR", base::Narrow(a).c_str()},
+                                  {"HOME", base::Narrow(temp.u16(u"nohome")).c_str()}});
+  EXPECT_EQ(os::ScratchFolders(), std::vector<std::u16string>{a + u"/"});
+#endif
 }
 
 }  // namespace

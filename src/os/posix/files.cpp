@@ -31,6 +31,7 @@ constexpr std::uint32_t kErrorNegativeSeek = 131;
 constexpr std::uint32_t kErrorMessageNotFound = 317;
 constexpr std::uint32_t kErrorNotSameDevice = 17;
 constexpr std::uint32_t kErrorWorkingSetQuota = 1453;
+constexpr std::uint32_t kErrorDirectoryName = 267;
 
 bool Fail(std::uint32_t error) {
   SetLastError(error);
@@ -312,6 +313,18 @@ bool CreateDirectoryW(const char16_t* path) {
   if (mkdir(p.c_str(), 0777) == 0) return true;
   if (errno == ENOENT || errno == ENOTDIR) return Fail(kErrorPathNotFound);
   posix::SetLastErrorFromErrno();
+  return false;
+}
+
+bool RemoveDirectoryW(const char16_t* path) {
+  if (fault::Hit(fault::Op::kDeleteFile)) return false;
+  std::string p;
+  if (!posix::SystemPath(path ? path : u"", &p)) return false;
+  // rmdir refuses a link (ENOTDIR): what it points to is never touched.
+  if (rmdir(p.c_str()) == 0) return true;
+  if (errno == ENOTEMPTY || errno == EEXIST) return Fail(kErrorDirNotEmpty);
+  if (errno == ENOTDIR) return Fail(kErrorDirectoryName);
+  SetErrorFor(p);
   return false;
 }
 

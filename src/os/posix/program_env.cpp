@@ -1,9 +1,11 @@
 // POSIX side of the seam: arguments, environment, working and temporary folders, file copies.
 #include <errno.h>
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <fstream>
@@ -77,6 +79,62 @@ std::u16string GetTempPathW() {
   return base::Widen(folder);
 }
 
+std::vector<std::u16string> ScratchFolders() {
+  std::vector<std::string> candidates;
+  // The runtime folder is the user's alone (systemd makes it 0700 and owned by the user) and
+  // lives in memory: nothing of the copy reaches a disk.
+  if (const char* runtime = std::getenv("XDG_RUNTIME_DIR")) candidates.emplace_back(runtime);
+  candidates.push_back(base::Narrow(GetTempPathW()));
+  const char* home = std::getenv("HOME");
+  if (!home || !*home) {
+    const passwd* pw = getpwuid(getuid());
+    home = pw ? pw->pw_dir : nullptr;
+  }
+  if (home && *home) candidates.push_back(std::string(home) + "/.cache");
+
+  std::vector<std::u16string> folders;
+  for (std::string& folder : candidates) {
+    if (!IsFolder(folder.c_str())) continue;
+    if (folder.back() != '/') folder += '/';
+    const std::u16string wide = base::Widen(folder);
+    if (std::find(folders.begin(), folders.end(), wide) == folders.end()) folders.push_back(wide);
+  }
+  return folders;
+}
+
+std::u16string CreatePrivateFolder(std::u16string_view parent, std::u16string_view prefix) {
+  if (fault::Hit(fault::Op::kCreateFolder)) return std::u16string();
+  std::string path = posix::NativePath(parent);
+  if (!path.empty() && path.back() != '/') path += '/';
+  path += posix::NativePath(prefix) + "XXXXXX";
+  // mkdtemp creates the folder with mode 0700 and fails on any name that exists, a dangling
+  // link included.
+  if (!mkdtemp(path.data())) {
+    if (errno == ENOENT || errno == ENOTDIR) {
+      SetLastError(kErrorPathNotFound);
+    } else {
+      posix::SetLastErrorFromErrno();
+    }
+    return std::u16string();
+  }
+  return base::Widen(path);
+}
+
+PathFacts GetPathFacts(std::u16string_view path) {
+  PathFacts facts;
+  struct stat st;
+  if (lstat(posix::NativePath(path).c_str(), &st) != 0) return facts;
+  facts.exists = true;
+  facts.link = S_ISLNK(st.st_mode);
+  facts.folder = S_ISDIR(st.st_mode);
+  facts.own = st.st_uid == geteuid();
+  // Group write counts only for a group other than the user's own (user-private groups).
+  const bool others_write =
+      (st.st_mode & S_IWOTH) || ((st.st_mode & S_IWGRP) && st.st_gid != getegid());
+  facts.others_may_move = facts.folder && others_write && !(st.st_mode & S_ISVTX);
+  return facts;
+}
+
 std::u16string GetCurrentDirectoryW() {
   char buf[PATH_MAX + 1];
   if (!getcwd(buf, sizeof buf)) {
@@ -137,11 +195,14 @@ bool CopyFileW(const char16_t* source, const char16_t* destination, bool fail_if
   return true;
 }
 
-bool DeleteProgramFileAfterExit(std::u16string_view path) {
-  if (unlink(posix::NativePath(path).c_str()) != 0) {
+bool DeleteProgramFileAfterExit(std::u16string_view path, bool folder_too) {
+  const std::string file = posix::NativePath(path);
+  if (unlink(file.c_str()) != 0) {
     posix::SetLastErrorFromErrno();
     return false;
   }
+  const std::size_t slash = file.rfind('/');
+  if (folder_too && slash != std::string::npos && slash > 0) rmdir(file.substr(0, slash).c_str());
   return true;
 }
 

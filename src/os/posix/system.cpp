@@ -57,6 +57,8 @@ std::u16string ModuleFileName() {
   return base::Widen(std::string_view(buf, static_cast<std::size_t>(n)));
 }
 
+void RestrictLibrarySearch() {}
+
 // There is no shared library to pin and no common-controls library on POSIX: the handle is a
 // token that only FreeLibrary takes back.
 Handle LoadLibraryW(const char16_t* name) {

@@ -82,6 +82,11 @@ bool CreateDirectoryW(const char16_t* path) {
   return ::CreateDirectoryW(W(path), nullptr) != FALSE;
 }
 
+bool RemoveDirectoryW(const char16_t* path) {
+  if (fault::Hit(fault::Op::kDeleteFile)) return false;
+  return ::RemoveDirectoryW(W(path)) != FALSE;
+}
+
 std::uint32_t FormatMessageA(std::uint32_t error, char* buffer, std::uint32_t buffer_size) {
   return ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
                           error, 0, buffer, buffer_size, nullptr);

@@ -1,8 +1,10 @@
-// Win32 side of the seam: last error, time, the program's own path, libraries and controls.
+// Win32 side of the seam: last error, time, the program's own path and libraries.
+//
+// Nothing here imports a library that is not one of the system's known libraries: a copy of the
+// ejector runs from a temporary folder, which is its program folder, and an import is looked for
+// there before anything of the program runs. winmm is loaded from the system folder when the
+// clock is first read; the common controls live in controls.cpp, which only TvEject pulls in.
 #include <windows.h>
-
-#include <commctrl.h>
-#include <mmsystem.h>
 
 #include <string>
 
@@ -24,10 +26,41 @@ void Sleep(std::uint32_t milliseconds) {
   ::Sleep(milliseconds);
 }
 
+namespace {
+
+// LOAD_LIBRARY_SEARCH_SYSTEM32, from the headers of Windows 8 (Windows 7 with KB2533623).
+constexpr DWORD kSearchSystem32 = 0x00000800;
+
+using TimeGetTimeFn = DWORD(WINAPI*)();
+
+// winmm's timeGetTime, the clock the program measures its waits with, from the system folder
+// only; the system's tick count (the same millisecond clock, wrapping at 2^32) where winmm
+// cannot be loaded that way.
+TimeGetTimeFn SystemClock() {
+  static const TimeGetTimeFn clock = [] {
+    HMODULE winmm = ::LoadLibraryExW(L"winmm.dll", nullptr, kSearchSystem32);
+    auto fn = winmm ? reinterpret_cast<TimeGetTimeFn>(
+                          reinterpret_cast<void*>(::GetProcAddress(winmm, "timeGetTime")))
+                    : nullptr;
+    return fn ? fn : &::GetTickCount;
+  }();
+  return clock;
+}
+
+}  // namespace
+
+void RestrictLibrarySearch() {
+  using SetDirectoriesFn = BOOL(WINAPI*)(DWORD);
+  // Looked up rather than imported: a Windows 7 without KB2533623 lacks it.
+  auto set = reinterpret_cast<SetDirectoriesFn>(reinterpret_cast<void*>(
+      ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "SetDefaultDllDirectories")));
+  if (set) set(kSearchSystem32);
+}
+
 std::uint32_t TimeGetTime() {
   std::uint32_t now;
   if (fault::ClockOverridden(&now)) return now;
-  return ::timeGetTime();
+  return SystemClock()();
 }
 
 SystemTime GetLocalTime() {
@@ -53,13 +86,6 @@ Handle LoadLibraryW(const char16_t* name) {
 
 void FreeLibrary(Handle module) {
   if (module) ::FreeLibrary(reinterpret_cast<HMODULE>(module));
-}
-
-bool InitCommonControls(std::uint32_t size, std::uint32_t classes) {
-  INITCOMMONCONTROLSEX icc{};
-  icc.dwSize = size;
-  icc.dwICC = classes;
-  return ::InitCommonControlsEx(&icc) != FALSE;
 }
 
 }  // namespace os
