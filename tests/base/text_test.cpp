@@ -59,19 +59,19 @@ const CasePair kCasePairs[] = {
     {u"\u03A3", u"\u03C3", true},              // Greek Σ σ
     {u"\u03A3", u"\u03C2", true, true},        // Σ ς: the final sigma's upper case is Σ
     {u"\u03C3", u"\u03C2", true, true},
-    {u"\u01C4", u"\u01C6", true},              // Ǆ ǆ
-    {u"\u01C5", u"\u01C4", true, true},        // the title case ǅ upper-cases to Ǆ
+    {u"\u01C4", u"\u01C6", true},        // Ǆ ǆ
+    {u"\u01C5", u"\u01C4", true, true},  // the title case ǅ upper-cases to Ǆ
     {u"\u01C5", u"\u01C6", true, true},
-    {u"\u0131", u"I", false},                   // dotless ı keeps to itself (not Turkish)
+    {u"\u0131", u"I", false},  // dotless ı keeps to itself (not Turkish)
     {u"\u0131", u"i", false},
-    {u"\u0130", u"i", false},                   // and so does the dotted İ
+    {u"\u0130", u"i", false},  // and so does the dotted İ
     {u"\u0130", u"\u0131", false},
-    {u"\uFF21", u"\uFF41", true},              // fullwidth Ａ ａ
-    {u"\u0531", u"\u0561", true},              // Armenian Ա ա
-    {u"\u10A0", u"\u2D00", true},              // Georgian Ⴀ ⴀ
-    {u"\u0150", u"\u0151", true},              // Latin Extended-A Ő ő
-    {u"\u0178", u"\u00FF", true},              // Ÿ ÿ
-    {u"\u00D7", u"\u00F7", false},             // × ÷: signs as far apart as two cases
+    {u"\uFF21", u"\uFF41", true},   // fullwidth Ａ ａ
+    {u"\u0531", u"\u0561", true},   // Armenian Ա ա
+    {u"\u10A0", u"\u2D00", true},   // Georgian Ⴀ ⴀ
+    {u"\u0150", u"\u0151", true},   // Latin Extended-A Ő ő
+    {u"\u0178", u"\u00FF", true},   // Ÿ ÿ
+    {u"\u00D7", u"\u00F7", false},  // × ÷: signs as far apart as two cases
     {u"[", u"{", false},
     {u"\u212A", u"k", false},  // the Kelvin sign is no k
     {u"\u1E9E", u"\u00DF", false},
