@@ -1,6 +1,7 @@
 // cXmlNode: waking a sleeping node, breaking a tree up, and counting who holds its nodes.
 #include "base/trap.h"
 #include "xml/node.h"
+#include "xml/node_internal.h"
 
 bool cXmlNode::IsSleeping() const {
   return base::Trap(base::InProperty(u"cXmlNode.IsSleeping"), false,
@@ -43,6 +44,7 @@ void cXmlNode::Release() {
     DelChilds(nullptr);
     // Only the link: the former parent still lists this node.
     parent_ = nullptr;
+    ++xml::detail::tree_epoch;
     sleep_.clear();
   });
 }
