@@ -114,16 +114,44 @@ char16_t UpperAscii(char16_t c) {
   return c >= u'a' && c <= u'z' ? c - 32 : c;
 }
 
+namespace {
+
+// A run of code units that map the same way: every `step`-th one from `first` to `last` maps to
+// itself plus `delta` (modulo 0x10000). The runs of a table are sorted and do not overlap.
+struct CaseRun {
+  char16_t first, last, delta;
+  std::uint8_t step;
+};
+
+#include "base/case_map_table.inc"
+
+template <std::size_t N>
+char16_t MapThrough(const CaseRun (&runs)[N], char16_t c) {
+  std::size_t lo = 0, hi = N;  // the runs starting at or before c are runs[0, lo)
+  while (lo < hi) {
+    const std::size_t mid = (lo + hi) / 2;
+    if (runs[mid].first <= c) {
+      lo = mid + 1;
+    } else {
+      hi = mid;
+    }
+  }
+  if (lo == 0) return c;
+  const CaseRun& run = runs[lo - 1];
+  if (c > run.last || (c - run.first) % run.step != 0) return c;
+  return static_cast<char16_t>(c + run.delta);
+}
+
+}  // namespace
+
 char16_t LowerChar(char16_t c) {
   if (c < 0x80) return LowerAscii(c);
-  if (c >= 0xC0 && c <= 0xDE && c != 0xD7) return c + 32;
-  return c;
+  return MapThrough(kLowerRuns, c);
 }
 
 char16_t UpperChar(char16_t c) {
   if (c < 0x80) return UpperAscii(c);
-  if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return c - 32;
-  return c;
+  return MapThrough(kUpperRuns, c);
 }
 
 bool EqualNoCase(std::u16string_view a, std::u16string_view b) {
@@ -138,7 +166,7 @@ bool EqualNoCase(std::u16string_view a, std::u16string_view b) {
       if (lx != (y | 0x20) || lx < u'a' || lx > u'z') return false;
       continue;
     }
-    if (LowerChar(x) != LowerChar(y)) return false;
+    if (UpperChar(x) != UpperChar(y)) return false;
   }
   return true;
 }

@@ -1,5 +1,5 @@
 // Small conversions every module needs around UTF-16 text: ASCII and UTF-8 literals to
-// std::u16string, numbers to their decimal text, and ASCII case folding.
+// std::u16string, numbers to their decimal text, and case mapping.
 //
 // These are plumbing for the program's own code; the system's named text procedures
 // (UTF8_Decode, StrCodePageToUnicode, ...) live in text/.
@@ -25,11 +25,19 @@ std::u16string ToHex(std::uint64_t value);
 char16_t LowerAscii(char16_t c);
 char16_t UpperAscii(char16_t c);
 
-// Comparison without regard to case, the way the program compares names: ASCII letters fold,
-// and so do the Latin-1 letters (U+00C0..U+00DE <-> U+00E0..U+00FE, except the two signs).
+// Comparison without regard to case, the way the program compares names, and the same on every
+// platform and in every locale: two code units are equal when their upper cases are, by the
+// simple one-to-one mapping Windows' ordinal comparisons use (CompareStringOrdinal with
+// bIgnoreCase), one UTF-16 code unit at a time. So Cyrillic, Greek, Armenian, Georgian and the
+// fullwidth letters fold; "σ", "ς" and "Σ" are one letter, and so are "ǆ", "ǅ" and "Ǆ"; the
+// dotless "ı" and the dotted "İ" are letters of their own (the invariant mapping, not Turkish),
+// and no character beyond 7 bits ever equals a 7-bit one.
 bool EqualNoCase(std::u16string_view a, std::u16string_view b);
-char16_t LowerChar(char16_t c);
+// The simple upper case of one code unit (the key EqualNoCase compares), and the simple lower
+// case, kept only where it does not change what the character compares equal to ("İ", the
+// Kelvin sign and the capital sharp s stay as they are).
 char16_t UpperChar(char16_t c);
+char16_t LowerChar(char16_t c);
 std::u16string Lower(std::u16string_view text);
 std::u16string Upper(std::u16string_view text);
 

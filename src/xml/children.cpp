@@ -237,6 +237,7 @@ void cXmlNode::DropChildList() {
 void cXmlNode::EmancipateChildAt(std::size_t index) {
   const XmlNodePtr child = childs_[index];
   child->parent_ = nullptr;
+  ++xml::detail::tree_epoch;
   childs_.erase(index);
 }
 
@@ -304,33 +305,56 @@ void cXmlNode::DeleteChildAt(std::size_t index) {
   const XmlNodePtr self = Self();
   const XmlNodePtr top = childs_[index];
 
-  // What the events need, found once for the whole subtree: whether this node's chain is
-  // locked and which ancestors listen at all. Each node below adds its own flag and, when it
-  // listens, itself; so announcing a deletion costs a visit per listening ancestor, not a
-  // walk up the whole chain.
-  const bool events = AnyListeners();
-  const bool locked_above = events && EventLock();
-  std::vector<XmlNodePtr> listening_above;
-  if (events && !locked_above) {
-    for (cXmlNode* a = this; a; a = a->parent_) {
-      if (a->listening_) listening_above.push_back(a->Self());
-    }
-  }
-
+  // Who hears a deletion is found by the parent links as they are when it is raised. Walking
+  // them up from every node of a deep subtree would cost its depth each time, so what the walk
+  // finds is kept: the listening ancestors above this node, whether this node's chain is locked,
+  // and for the chain of nodes being deleted (the frames) which of them listen and which are
+  // locked, each frame adding its own flag and, when it listens, itself. A handler that
+  // subscribes a listener or moves a node while it is told moves the tree's epoch; the kept
+  // answer is then found again before the next raise, so the rest of the delete is told the way
+  // the links and listeners then stand.
   struct Frame {
     XmlNodePtr node;
     bool locked;
   };
   std::vector<Frame> frames;
   std::vector<cXmlNode*> listening_frames;  // outermost first
+  std::vector<XmlNodePtr> listening_above;  // nearest first
   std::vector<cXmlNode*> ancestors;         // scratch: listening ancestors, nearest first
+  bool locked_above = false;
+  // Whether each frame still hangs under the one before it (the first under this node); when a
+  // handler has moved one, each raise walks the links itself.
+  bool linked = true;
+  std::uint64_t seen = xml::detail::tree_epoch - 1;  // nothing found yet
+
+  const auto survey = [&] {
+    seen = xml::detail::tree_epoch;
+    listening_above.clear();
+    listening_frames.clear();
+    locked_above = EventLock();
+    if (!locked_above) {
+      for (cXmlNode* a = this; a; a = a->parent_) {
+        if (a->listening_) listening_above.push_back(a->Self());
+      }
+    }
+    linked = true;
+    bool locked = locked_above;
+    const cXmlNode* below = this;
+    for (Frame& f : frames) {
+      linked = linked && f.node->parent_ == below;
+      locked = locked || f.node->event_lock_flag_;
+      f.locked = locked;
+      if (f.node->listening_) listening_frames.push_back(f.node.get());
+      below = f.node.get();
+    }
+  };
   const auto push = [&](XmlNodePtr node, bool locked_parent) {
     node->Deleted = true;
     const bool locked = locked_parent || node->event_lock_flag_;
-    if (events && node->listening_) listening_frames.push_back(node.get());
+    if (node->listening_) listening_frames.push_back(node.get());
     frames.push_back({std::move(node), locked});
   };
-  push(top, locked_above);
+  push(top, false);
 
   while (!frames.empty()) {
     Frame& frame = frames.back();
@@ -342,18 +366,25 @@ void cXmlNode::DeleteChildAt(std::size_t index) {
       push(std::move(first), frame.locked);
       continue;
     }
+    const bool events = AnyListeners();
+    if (events && seen != xml::detail::tree_epoch) survey();
     Frame done = std::move(frames.back());
     frames.pop_back();
     if (!listening_frames.empty() && listening_frames.back() == done.node.get()) {
       listening_frames.pop_back();
     }
-    if (events && !done.locked) {
+    if (events && !linked) {
+      done.node->RaiseDeleted(done.node->EventLock(), nullptr);
+    } else if (events && !done.locked) {
       ancestors.assign(listening_frames.rbegin(), listening_frames.rend());
       for (const auto& a : listening_above) ancestors.push_back(a.get());
       done.node->RaiseDeleted(false, &ancestors);
     }
     cXmlNode* owner = frames.empty() ? this : frames.back().node.get();
+    // Taking the deleted node off its chain changes nothing of what was found for the rest.
+    const bool current = seen == xml::detail::tree_epoch;
     done.node->parent_ = nullptr;
+    if (current) seen = ++xml::detail::tree_epoch;
     const std::size_t pos = owner->childs_.find(done.node.get());
     if (pos != ChildList::npos) owner->childs_.erase(pos);
   }

@@ -195,6 +195,7 @@ void cXmlNode::UpdateListening() {
   if (now == listening_) return;
   listening_ = now;
   xml::detail::listening_nodes += now ? 1 : -1;
+  ++xml::detail::tree_epoch;
 }
 
 bool cXmlNode::EventLock() const {
@@ -399,13 +400,20 @@ void cXmlNode::RaiseDeleted(bool locked, const std::vector<cXmlNode*>* ancestors
   if (!AnyListeners() || locked) return;
   const XmlNodePtr self = Self();
   base::Trap(base::InSub(u"cXmlNode.RaiseDeleted"), [&] {
+    const std::uint64_t epoch = xml::detail::tree_epoch;
     Deliver(EventCall{XmlEvent::Deleted});
     EventCall up{XmlEvent::ChildDeleted};
     up.node = &self;
-    if (ancestors) {
+    if (ancestors && xml::detail::tree_epoch == epoch) {
       base::Trap(base::InSub(u"cXmlNode.RaiseChildDeleted"), [&] {
         for (cXmlNode* a : *ancestors) {
           if (a->listening_ && !a->event_lock_flag_) a->Deliver(up);
+          // A handler subscribed someone or moved a node: the rest of the way up goes by the
+          // links as they now are.
+          if (xml::detail::tree_epoch != epoch) {
+            a->RaiseUpward(up, u"cXmlNode.RaiseChildDeleted", true);
+            return;
+          }
         }
       });
     } else {

@@ -1,6 +1,7 @@
 // cXmlNode: waking a sleeping node, breaking a tree up, and counting who holds its nodes.
 #include "base/trap.h"
 #include "xml/node.h"
+#include "xml/node_internal.h"
 
 bool cXmlNode::IsSleeping() const {
   return base::Trap(base::InProperty(u"cXmlNode.IsSleeping"), false,
@@ -43,6 +44,7 @@ void cXmlNode::Release() {
     DelChilds(nullptr);
     // Only the link: the former parent still lists this node.
     parent_ = nullptr;
+    ++xml::detail::tree_epoch;
     sleep_.clear();
   });
 }
@@ -78,10 +80,14 @@ std::int32_t cXmlNode::GetRefCount(const XmlNodePtr& node) {
 void cXmlNode::Sleep() {
   base::Trap(base::InSub(u"cXmlNode.Sleep"), [&] {
     const XmlNodePtr keep = Self();
-    // Who holds what, counted once for the whole subtree: the nodes are listed level by level
-    // (each node's children together, after it), so every count can be summed from the back.
-    // A node nobody holds below goes to sleep whole; one that is held stays awake and its
-    // children are tried in order, as if Sleep were called on each.
+    // Each node is judged at its own turn, as if Sleep were called on it: when nothing outside
+    // the tree holds a node below it, it sleeps whole; otherwise it stays awake and its
+    // children take their turns in order. Counting the holders below a node costs its subtree,
+    // so the counts of a whole subtree are taken in one pass (the nodes listed level by level,
+    // each node's children together after it, summed from the back) and kept while they hold.
+    // Only a handler can change them (one told of a node's sleep text may take a reference or
+    // drop one), so after a node has gone to sleep with anyone listening, the next turn counts
+    // again. The turns hold their nodes weakly: holding them would count as holding.
     struct Entry {
       cXmlNode* node;
       std::size_t parent;
@@ -89,42 +95,62 @@ void cXmlNode::Sleep() {
       std::size_t child_count = 0;
       std::int64_t external = 0;
     };
-    std::vector<Entry> order{{this, 0}};
-    for (std::size_t i = 0; i < order.size(); ++i) {
-      cXmlNode* node = order[i].node;
-      if (!node->sleep_.empty()) continue;
-      order[i].first_child = order.size();
-      order[i].child_count = node->childs_.size();
-      for (const auto& child : node->childs_) order.push_back({child.get(), i});
-    }
-    for (std::size_t i = order.size(); i-- > 1;) {
-      const Entry& e = order[i];
-      // Holders besides the parent's list entry and the reference taken to ask.
-      order[e.parent].external += e.external + (e.node->Self().use_count() - 2);
-    }
-    std::vector<std::size_t> to_visit{0};
-    while (!to_visit.empty()) {
-      const Entry& e = order[to_visit.back()];
-      to_visit.pop_back();
-      if (e.external != 0) {
-        for (std::size_t k = e.child_count; k-- > 0;) to_visit.push_back(e.first_child + k);
+    std::vector<Entry> counts;
+    std::uint64_t counted = 0;  // which counting `counts` holds; 0: none that still holds
+    std::uint64_t countings = 0;
+    const auto count_below = [&](cXmlNode* top) {
+      counts.assign(1, Entry{top, 0});
+      for (std::size_t i = 0; i < counts.size(); ++i) {
+        cXmlNode* node = counts[i].node;
+        if (!node->sleep_.empty()) continue;
+        counts[i].first_child = counts.size();
+        counts[i].child_count = node->childs_.size();
+        for (const auto& child : node->childs_) counts.push_back({child.get(), i});
+      }
+      for (std::size_t i = counts.size(); i-- > 1;) {
+        const Entry& e = counts[i];
+        // Holders besides the parent's list entry and the reference taken to ask.
+        counts[e.parent].external += e.external + (e.node->Self().use_count() - 2);
+      }
+      counted = ++countings;
+    };
+    struct Turn {
+      std::weak_ptr<cXmlNode> node;
+      std::size_t entry;      // its place in `counts`, when
+      std::uint64_t counted;  // ... that counting still holds
+    };
+    std::vector<Turn> turns{{weak_from_this(), 0, 0}};
+    while (!turns.empty()) {
+      const Turn turn = std::move(turns.back());
+      turns.pop_back();
+      const XmlNodePtr node = turn.node.lock();
+      if (!node || !node->sleep_.empty()) continue;
+      std::size_t entry = turn.entry;
+      if (turn.counted == 0 || turn.counted != counted || counts[entry].node != node.get()) {
+        count_below(node.get());
+        entry = 0;
+      }
+      if (counts[entry].external != 0) {
+        const Entry& e = counts[entry];
+        if (e.child_count != node->childs_.size()) counted = 0;  // changed since: count again
+        for (std::size_t k = node->childs_.size(); k-- > 0;) {
+          turns.push_back({node->childs_[k], e.first_child + k, counted});
+        }
         continue;
       }
-      cXmlNode* node = e.node;
-      if (!node->sleep_.empty()) continue;
-      const auto fall_asleep = [node] {
-        const XmlNodePtr hold = node->Self();
+      const auto fall_asleep = [&node] {
         std::u16string text = node->XmlData();
         if (text.empty()) base::Raise(base::kInvalidCall);  // the writer failed: stay awake
         node->sleep_ = xml::SleepText::Owned(std::move(text));
         node->DropChildList();
         node->RequestSaveSleepData();
       };
-      if (node == this) {
+      if (node.get() == this) {
         fall_asleep();
       } else {
         base::Trap(base::InSub(u"cXmlNode.Sleep"), fall_asleep);
       }
+      if (AnyListeners()) counted = 0;
     }
   });
 }

@@ -23,6 +23,7 @@ constexpr std::u16string_view kCdataClose = u"]]>";
 namespace xml::detail {
 
 std::int64_t listening_nodes = 0;
+std::uint64_t tree_epoch = 0;
 
 std::int32_t RoundToInt32(double value) {
   if (!(value >= -2147483648.5 && value <= 2147483647.5)) base::Raise(base::kOverflow);
@@ -259,6 +260,7 @@ void cXmlNode::SetParentLink(cXmlNode* parent) {
     if (XmlNodePtr old = NodeFromPtr(parent_)) old->EmancipateChild(Self());
   }
   parent_ = parent;
+  ++xml::detail::tree_epoch;
 }
 
 bool cXmlNode::IsAncestorOrSelf(const cXmlNode* node) const {

@@ -409,7 +409,8 @@ class cXmlNode : public std::enable_shared_from_this<cXmlNode> {
   void RaiseModified(const std::u16string& attribut);
   void RaiseAdded();
   // Raises Deleted here; ancestors, when given, are the listening ancestors nearest first
-  // (the bulk delete knows them), otherwise the parent links are walked.
+  // (the bulk delete knows them), otherwise the parent links are walked. Once a handler has
+  // moved the tree's epoch, the rest of the way up is walked by the links too.
   void RaiseDeleted(bool locked, const std::vector<cXmlNode*>* ancestors);
   // Sleep-data round trip through the root (lifecycle).
   void RequestSaveSleepData();

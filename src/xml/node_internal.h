@@ -12,6 +12,11 @@ namespace xml::detail {
 // is 0 no event can be observed, so the tree skips raising them altogether.
 extern std::int64_t listening_nodes;
 
+// Moves whenever a node starts or stops listening or a parent link is changed by a member. A
+// walk that keeps what it found on a chain of ancestors (the bulk delete) checks it before it
+// trusts that: a handler told of an earlier event may have subscribed a listener or moved a node.
+extern std::uint64_t tree_epoch;
+
 // The program's conversion of a number to an integer: to the nearest, halves to even; raises
 // 6 (Overflow) outside the signed 32-bit range.
 std::int32_t RoundToInt32(double value);

@@ -265,7 +265,11 @@ void cXmlNode::XmlData(std::u16string&& xml_data) {
 void cXmlNode::XmlData___NonRecursif(std::u16string_view xml_data) {
   base::Trap(base::InFunction(u"cXmlNode.XmlData___NonRecursif"), [&] {
     const XmlNodePtr keep = Self();
+    // A sleeping node's old children are woken to be deleted, each with its events, as the
+    // child count that this loop asks wakes them; its old text must not come back later.
+    WakeUp(false);
     while (!childs_.empty()) DeleteChildAt(0);
+    sleep_.clear();
     attrs_.clear();
     name_.clear();
     if (xml_data.empty()) return;

@@ -25,6 +25,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/text.h"
 #include "xml/char_search.h"
 
 namespace xml {
@@ -34,12 +35,12 @@ constexpr bool IsBlank(char16_t c) {
   return c == u' ' || c == u'\t' || c == u'\r' || c == u'\n';
 }
 
-// Lower-case form used wherever the reader compares without regard to case (closing tags,
-// FindTagEnd's nesting count): the program's own folding (base::LowerChar, ASCII and Latin-1),
-// spelt out here because the tag index calls it for every closing tag.
-constexpr char16_t FoldCase(char16_t c) {
-  if (c < 0x80) return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 32) : c;
-  return c >= 0xC0 && c <= 0xDE && c != 0xD7 ? static_cast<char16_t>(c + 32) : c;
+// The key the reader compares without regard to case (closing tags, FindTagEnd's nesting
+// count): base::UpperChar, with the 7-bit letters spelt out here because the tag index calls it
+// for every character of every closing tag's name.
+inline char16_t FoldCase(char16_t c) {
+  if (c < 0x80) return c >= u'a' && c <= u'z' ? static_cast<char16_t>(c - 32) : c;
+  return base::UpperChar(c);
 }
 inline bool EqualFolded(const char16_t* a, const char16_t* b, std::size_t length) {
   for (std::size_t i = 0; i < length; ++i) {

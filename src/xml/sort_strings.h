@@ -21,9 +21,10 @@ constexpr int kTextCompare = 1;
 
 // The string comparison the sort uses: -1 when a sorts before b, 0 when equal, 1 after.
 // kBinaryCompare compares UTF-16 code units as numbers (a prefix sorts first). kTextCompare
-// does the same after folding each code unit with the program's case folding (ASCII and
-// Latin-1 letters, as base::EqualNoCase): it agrees with EqualNoCase on equality, and orders by
-// code unit otherwise, not by a locale's collation ("_" sorts before letters, "Z" with "z").
+// does the same after taking each code unit's upper case (base::UpperChar), as Windows'
+// CompareStringOrdinal without regard to case does: it agrees with base::EqualNoCase on
+// equality, and orders by code unit otherwise, not by a locale's collation ("_" sorts after
+// the letters, "z" with "Z"), the same on every platform.
 // Any other mode raises error 5.
 int CompareStrings(std::u16string_view a, std::u16string_view b, int mode);
 

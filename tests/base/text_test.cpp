@@ -2,6 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+#include "xml/node.h"
+#include "xml/sort_strings.h"
+
 namespace {
 
 TEST(BaseText, Utf8RoundTripAndRepair) {
@@ -35,5 +44,96 @@ TEST(BaseText, NumbersAndCase) {
   EXPECT_FALSE(base::EqualNoCase(u"ab", u"abc"));
   EXPECT_EQ(base::Upper(u"fr-ca"), u"FR-CA");
 }
+
+// Pairs of names and whether they are one name without regard to case, which must not depend
+// on the platform or the locale. wine: Wine's table leaves this one-way mapping out (an upper
+// case whose own lower case is another letter), where Windows has it.
+struct CasePair {
+  std::u16string a, b;
+  bool same;
+  bool wine = false;
+};
+const CasePair kCasePairs[] = {
+    {u"Name", u"nAME", true},
+    {u"\u0414\u0430", u"\u0434\u0410", true},  // Cyrillic Да / дА
+    {u"\u03A3", u"\u03C3", true},              // Greek Σ σ
+    {u"\u03A3", u"\u03C2", true, true},        // Σ ς: the final sigma's upper case is Σ
+    {u"\u03C3", u"\u03C2", true, true},
+    {u"\u01C4", u"\u01C6", true},        // Ǆ ǆ
+    {u"\u01C5", u"\u01C4", true, true},  // the title case ǅ upper-cases to Ǆ
+    {u"\u01C5", u"\u01C6", true, true},
+    {u"\u0131", u"I", false},  // dotless ı keeps to itself (not Turkish)
+    {u"\u0131", u"i", false},
+    {u"\u0130", u"i", false},  // and so does the dotted İ
+    {u"\u0130", u"\u0131", false},
+    {u"\uFF21", u"\uFF41", true},   // fullwidth Ａ ａ
+    {u"\u0531", u"\u0561", true},   // Armenian Ա ա
+    {u"\u10A0", u"\u2D00", true},   // Georgian Ⴀ ⴀ
+    {u"\u0150", u"\u0151", true},   // Latin Extended-A Ő ő
+    {u"\u0178", u"\u00FF", true},   // Ÿ ÿ
+    {u"\u00D7", u"\u00F7", false},  // × ÷: signs as far apart as two cases
+    {u"[", u"{", false},
+    {u"\u212A", u"k", false},  // the Kelvin sign is no k
+    {u"\u1E9E", u"\u00DF", false},
+};
+
+TEST(BaseText, NamesMatchWithoutRegardToCaseBeyondLatin1) {
+  for (const CasePair& p : kCasePairs) {
+    SCOPED_TRACE(base::Narrow(p.a) + " " + base::Narrow(p.b));
+    EXPECT_EQ(base::EqualNoCase(p.a, p.b), p.same);
+    // A closing tag in the other case closes the element, on both reading paths.
+    const std::u16string element = u"<" + p.a + u">v</" + p.b + u">";
+    XmlNodePtr lazy = cXmlNode::Create();
+    lazy->XmlData(element);
+    XmlNodePtr full = cXmlNode::Create();
+    full->XmlData___NonRecursif(element);
+    EXPECT_EQ(lazy->Value() == u"v", p.same);
+    EXPECT_EQ(full->Value() == u"v", p.same);
+    // Lookups by name.
+    XmlNodePtr doc = cXmlNode::Create();
+    doc->XmlData(u"<doc><" + p.a + u" k=\"1\">v</" + p.a + u"></doc>");
+    EXPECT_EQ(doc->FindNode(p.b) != nullptr, p.same);
+    EXPECT_EQ(doc->ChildAttribut(p.b, u"K") == u"1", p.same);
+    // The sort's text mode: equal keys are ordered by what follows them.
+    EXPECT_EQ(xml::CompareStrings(p.a, p.b, xml::kTextCompare) == 0, p.same);
+    std::vector<std::u16string> keys{p.a + u"2", p.b + u"1"};
+    xml::SortStrings(keys, true, xml::kTextCompare);
+    if (p.same) {
+      EXPECT_EQ(keys[0], p.b + u"1");
+    }
+  }
+}
+
+#ifdef _WIN32
+// The platform's own answer, CompareStringOrdinal without regard to case, for every code unit
+// against its two cases and its neighbour.
+TEST(BaseText, CaseAgreesWithCompareStringOrdinal) {
+  const bool wine = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+  const auto one_way = [](char16_t c) {
+    const char16_t upper = base::UpperChar(c);
+    return upper != c && base::LowerChar(upper) != c;
+  };
+  const auto platform = [](std::u16string_view a, std::u16string_view b) {
+    return CompareStringOrdinal(reinterpret_cast<const wchar_t*>(a.data()), int(a.size()),
+                                reinterpret_cast<const wchar_t*>(b.data()), int(b.size()), TRUE) -
+           CSTR_EQUAL;
+  };
+  int compared = 0;
+  for (std::uint32_t u = 0; u <= 0xFFFF; ++u) {
+    const char16_t c = static_cast<char16_t>(u);
+    for (char16_t d : {base::UpperChar(c), base::LowerChar(c), char16_t(c + 1)}) {
+      if (wine && (one_way(c) || one_way(d))) continue;
+      const std::u16string_view a(&c, 1), b(&d, 1);
+      ASSERT_EQ(xml::CompareStrings(a, b, xml::kTextCompare), platform(a, b)) << u << " " << +d;
+      ++compared;
+    }
+  }
+  EXPECT_GT(compared, 3 * 0xFF00);
+  for (const CasePair& p : kCasePairs) {
+    if (wine && p.wine) continue;
+    EXPECT_EQ(platform(p.a, p.b) == 0, p.same) << base::Narrow(p.a) << " " << base::Narrow(p.b);
+  }
+}
+#endif
 
 }  // namespace

@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <stdexcept>
+#include <utility>
 
+#include "base/text.h"
 #include "xml/node.h"
 #include "xml_test_util.h"
 
@@ -58,6 +61,54 @@ TEST(XmlNodeEvents, DelChildGoesDepthFirstMarkingAndAnnouncingEveryNode) {
   EXPECT_EQ(t.a->ChildCount(), 1);
   EXPECT_EQ(t.b->ChildCount(), 0);
   EXPECT_EQ(t.d->Parent(), nullptr);
+}
+
+TEST(XmlNodeEvents, AListenerSubscribedDuringADeleteHearsTheRestOfIt) {
+  // When `hearer` first hears of the delete, it subscribes the root, with a listener or a
+  // receiver: every deletion announced after that reaches the root, even within the same raise.
+  struct Subscriber : xml::XmlNodeEvents {
+    std::function<void()> once;
+    void Deleted(cXmlNode&) override { Fire(); }
+    void ChildDeleted(cXmlNode&, const XmlNodePtr&) override { Fire(); }
+    void Fire() {
+      if (auto f = std::exchange(once, nullptr)) f();
+    }
+  };
+  struct Row {
+    const char16_t* hearer;
+    bool receiver;
+    Lines root_hears;
+  } rows[] = {
+      {u"d", false, {u"root:ChildDeleted(d)", u"root:ChildDeleted(c)", u"root:ChildDeleted(b)"}},
+      {u"d", true, {u"root:ChildDeleted(d)", u"root:ChildDeleted(c)", u"root:ChildDeleted(b)"}},
+      {u"c", false, {u"root:ChildDeleted(d)", u"root:ChildDeleted(c)", u"root:ChildDeleted(b)"}},
+      {u"c", true, {u"root:ChildDeleted(d)", u"root:ChildDeleted(c)", u"root:ChildDeleted(b)"}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(base::Narrow(row.hearer) + (row.receiver ? " receiver" : " listener"));
+    XmlNodePtr d = Node(u"d");
+    XmlNodePtr c = Node(u"c", {d});
+    XmlNodePtr b = Node(u"b", {c});
+    XmlNodePtr root = Node(u"root", {Node(u"a", {b})});
+    Lines heard;
+    auto recorder = std::make_shared<Recorder>(heard);
+    auto receiver = std::make_shared<xml::EventReceiver>();
+    receiver->RegisterMethod(u"On", [&](const std::u16string& id, xml::EventParams& p) {
+      heard.push_back(u"root:" + id + u"(" + p[0].Node()->Name() + u")");
+    });
+    auto subscriber = std::make_shared<Subscriber>();
+    subscriber->once = [&] {
+      if (row.receiver) {
+        root->EventProxyObject(receiver);
+        root->EventProxyFunctionName(u"On");
+      } else {
+        root->AddEventSink(recorder);
+      }
+    };
+    (row.hearer == std::u16string_view(u"d") ? d : c)->AddEventSink(subscriber);
+    b->Parent()->DelChild(b);
+    EXPECT_EQ(heard, row.root_hears);
+  }
 }
 
 TEST(XmlNodeEvents, RaiseNodeEventReachesEveryNodeWithTheSameList) {

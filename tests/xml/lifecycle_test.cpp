@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "xml/node.h"
 #include "xml/node_internal.h"
 #include "xml_test_util.h"
@@ -97,6 +99,37 @@ TEST(XmlLifecycle, SleepSparesTheBranchesHeldFromOutside) {
   held->Value(u"2");
   EXPECT_EQ(root->ChildValue(u"b"), u"");
   EXPECT_EQ(root->GetChildValue(u"a.a1"), u"2");
+}
+
+TEST(XmlLifecycle, SleepJudgesEachChildsHoldersAtItsOwnTurn) {
+  // a2 is held, so root and a stay awake; the root's handler, told that a1 went to sleep,
+  // takes b1 or lets it go before b's turn comes.
+  struct OnSave : xml::XmlNodeEvents {
+    std::function<void(const XmlNodePtr&)> saved;
+    void SaveSleepData(cXmlNode&, const XmlNodePtr& node, std::u16string&, bool&) override {
+      saved(node);
+    }
+  };
+  for (const bool held_before : {true, false}) {
+    SCOPED_TRACE(held_before ? "let go" : "taken");
+    XmlNodePtr root = Sample();
+    const XmlNodePtr a2 = root->Child(1)->Child(2);
+    XmlNodePtr outside = held_before ? root->Child(2)->Child(1) : nullptr;
+    auto handler = std::make_shared<OnSave>();
+    handler->saved = [&](const XmlNodePtr& node) {
+      if (node->Name() == u"a1") outside = held_before ? nullptr : root->Child(2)->Child(1);
+    };
+    root->AddEventSink(handler);
+    root->Sleep();
+    EXPECT_FALSE(root->IsSleeping());
+    EXPECT_TRUE(root->Child(1)->Child(1)->IsSleeping());
+    EXPECT_EQ(root->Child(2)->IsSleeping(), held_before);
+    if (!held_before) {
+      // The node taken stays in its place under its awake parent.
+      EXPECT_EQ(root->Child(2)->Child(1), outside);
+      EXPECT_EQ(outside->Parent(), root->Child(2));
+    }
+  }
 }
 
 TEST(XmlLifecycle, StoredSleepTextComesBackThroughRestore) {

@@ -195,12 +195,18 @@ TEST(XmlParser, AssigningTextReplacesChildrenAndAttributes) {
 }
 
 TEST(XmlParser, FullPathDeletesChildrenWithEvents) {
-  XmlNodePtr n = xml_test::Node(u"n", {xml_test::Node(u"old")});
-  Lines events;
-  auto rec = xml_test::Recorder::On({n}, events);
-  n->XmlData___NonRecursif(u"<m><x/></m>");
-  EXPECT_EQ(events, Lines{u"n:ChildDeleted(old)"});
-  EXPECT_EQ(Dump(n), u"m{x}");
+  // Awake or still asleep, the old children go with their events, and only the new text is
+  // left to read.
+  for (const XmlNodePtr& n :
+       {xml_test::Node(u"n", {xml_test::Node(u"old")}), Lazy(u"<n><old/></n>")}) {
+    Lines events;
+    auto rec = xml_test::Recorder::On({n}, events);
+    n->XmlData___NonRecursif(u"<m><x/></m>");
+    EXPECT_EQ(events, Lines{u"n:ChildDeleted(old)"});
+    EXPECT_FALSE(n->IsSleeping());
+    EXPECT_EQ(Dump(n), u"m{x}");
+    EXPECT_EQ(n->XmlData(), u"<m>\r\n\t<x/>\r\n</m>");
+  }
 }
 
 TEST(XmlParser, CommentOnlyTextStaysAsleepAndReadsAsNothing) {

@@ -17,7 +17,7 @@ TEST(XmlScan, xTrimStripsOnlyTheFourBlanks) {
 
 TEST(XmlScan, FoldCaseIsTheProgramsCaseFolding) {
   for (std::uint32_t c = 0; c <= 0xFFFF; ++c)
-    ASSERT_EQ(xml::FoldCase(static_cast<char16_t>(c)), base::LowerChar(static_cast<char16_t>(c)))
+    ASSERT_EQ(xml::FoldCase(static_cast<char16_t>(c)), base::UpperChar(static_cast<char16_t>(c)))
         << c;
 }
 
