@@ -218,7 +218,6 @@ DWORD Win32ErrorOf(CONFIGRET cr) {
     case CR_ACCESS_DENIED:
       return ERROR_ACCESS_DENIED;
     case CR_NO_SUCH_DEVNODE:
-    case CR_NO_SUCH_DEVINST:
       return ERROR_FILE_NOT_FOUND;
     case CR_OUT_OF_MEMORY:
       return ERROR_NOT_ENOUGH_MEMORY;
