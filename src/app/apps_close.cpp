@@ -134,7 +134,7 @@ int RunAppsClose(const std::vector<std::u16string>& args, std::u16string_view ow
     if (!command.now && count > 0) {
       mUnicodePatch::MsgBox(CompanionText(u"TvAppsClose.Messages.StillRunning",
                                           {{u"%list%", ListForBox(report.still_running)}}),
-                            0x30);
+                            0x30 | 0x10000 | 0x40000);  // MB_SETFOREGROUND | MB_TOPMOST: in front
     }
     return count == 0 ? 0 : 1;
   });

@@ -20,6 +20,7 @@ namespace app {
 namespace {
 
 constexpr std::u16string_view kCopyPrefix = u"TvDiskEjector-";
+constexpr std::int32_t kInFront = 0x10000 | 0x40000;  // MB_SETFOREGROUND | MB_TOPMOST
 
 bool IsOption(std::u16string_view arg, std::u16string_view name) {
   return arg.size() == name.size() + 1 && (arg[0] == u'/' || arg[0] == u'-') &&
@@ -216,7 +217,7 @@ EjectorMessage DescribeEject(const sys::EjectReport& report, std::u16string_view
   const bool by_rule = report.outcome == sys::EjectOutcome::kNotRemovable ||
                        report.outcome == sys::EjectOutcome::kSystemDisk;
   const std::u16string details =
-      by_rule && !report.device.rule.empty() ? report.device.rule : report.reason;
+      by_rule && !report.plan.rule.empty() ? report.plan.rule : report.reason;
   const std::vector<std::pair<std::u16string_view, std::u16string>> values = {
       {u"%drive%", drive},
       {u"%folder%", std::u16string(folder)},
@@ -281,7 +282,8 @@ int RunDiskEjector(const std::vector<std::u16string>& args, std::u16string_view 
                  0x30};
     }
     DebugLog(u"Message: " + message.text);
-    mUnicodePatch::MsgBox(message.text, message.flags);
+    // The last word of a program started without a window: in front, or it goes unseen.
+    mUnicodePatch::MsgBox(message.text, message.flags | kInFront);
 
     if (is_copy) {
       const bool arranged = os::DeleteProgramFileAfterExit(own_path, true);

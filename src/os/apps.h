@@ -2,14 +2,14 @@
 //
 // The process half lists running processes with their executable, asks one to close the way
 // a user would (WM_CLOSE to its windows, SIGTERM), tells whether it still runs, and ends it by
-// force only when asked. The drive half finds the volume behind a path, decides whether its
-// device is one the program may eject, flushes and ejects it, and names the processes that
-// hold it when the system refuses.
+// force only when asked. The drive half finds the volume behind a path, describes its disk and
+// the devices above it, flushes and ejects what it is told to, and names the processes that
+// hold it when the system refuses. Which device to eject is decided above (sys::PlanEject).
 //
 //   os::StorageDevice dev;
-//   if (os::QueryStorageDevice(os::GetVolumePathNameW(path), &dev) && dev.removable) {
+//   if (os::QueryStorageDevice(os::GetVolumePathNameW(path), &dev) && !dev.chain.empty()) {
 //     os::EjectAnswer answer;
-//     if (!os::RequestDeviceEject(dev, &answer)) ... answer.veto_type, answer.veto_name ...
+//     if (!os::RequestDeviceEject(dev.chain[0].id, dev.mount_points, &answer)) ...
 //   }
 #pragma once
 
@@ -83,33 +83,55 @@ std::u16string GetVolumePathNameW(std::u16string_view path);
 // GetDriveTypeW of a volume root (kDriveFixed ...).
 std::uint32_t GetDriveTypeW(std::u16string_view root);
 
-// The device behind a volume, and the program's verdict on whether it may be ejected.
+// What kind of disk a volume sits on. Windows numbers disks, floppies and optical drives
+// separately (STORAGE_DEVICE_NUMBER is unique only within a class): a number means nothing
+// without its class.
+enum class DeviceClass : std::uint8_t { kUnknown, kDisk, kFloppy, kCdrom };
+
+// One device of the tree that holds a disk, as the configuration manager describes it.
+struct DeviceNode {
+  std::u16string id;             // device instance id ("USB\VID_0781&PID_5567\4C53...")
+  bool removable = false;        // CM_DEVCAP_REMOVABLE: may be unplugged while the system runs
+  bool eject_supported = false;  // CM_DEVCAP_EJECTSUPPORTED: ejects its medium by itself
+};
+
+// A mounted volume of another disk, and the ids of that disk's device and of every device
+// above it (its chain, as StorageDevice::chain).
+struct OtherVolume {
+  std::u16string root;
+  std::vector<std::u16string> chain;
+};
+
+// What the system says about the device behind a volume. Facts only: which device to eject,
+// if any, is decided above the seam (sys::PlanEject).
 struct StorageDevice {
   std::u16string root;    // the volume root asked about
   std::u16string volume;  // "\\.\E:" / "/dev/sdb1": what is mounted there
   std::u16string disk;    // the whole disk: its device interface path / "/dev/sdb"
-  std::u16string parent;  // what is ejected: the disk's parent device instance id / the disk
   std::uint32_t drive_type = kDriveUnknown;
+  DeviceClass device_class = DeviceClass::kUnknown;
   std::uint32_t device_number = 0xFFFFFFFF;  // STORAGE_DEVICE_NUMBER.DeviceNumber / major:minor
   std::uint32_t bus_type = kBusUnknown;
-  bool removable_media = false;  // the device says its medium is removable
-  bool system = false;           // the disk holds the running system
-  // The verdict: a removable device that is not the system's. Windows: DRIVE_REMOVABLE, or a
-  // device that says its medium is removable, or one on the USB bus (USB disks say "fixed");
-  // never the disk holding the Windows folder. POSIX: see os/posix/README.md.
-  bool removable = false;
-  std::u16string rule;                       // why the verdict is what it is, in plain words
-  std::vector<std::u16string> mount_points;  // every mounted volume of the disk, roots as above
+  bool removable_media = false;  // the device says its medium is removable (a card, a floppy)
+  // The volume holding the running system (the Windows folder, "/") and its disk.
+  std::u16string system_root;
+  DeviceClass system_class = DeviceClass::kUnknown;
+  std::uint32_t system_number = 0xFFFFFFFF;
+  // The disk's own device first, then each parent up to the root of the tree; empty when the
+  // disk cannot be found. POSIX: the disk alone, removable when it sits on the usb bus.
+  std::vector<DeviceNode> chain;
+  std::vector<std::u16string> mount_points;  // every mounted volume of the disk, root first
+  std::vector<OtherVolume> other_volumes;    // mounted volumes of other disks (Windows only)
 };
 
 // Finds the device behind a volume root (GetVolumePathNameW's answer). Fills what it can and
 // returns true when the drive type is known (even when the device itself cannot be
-// identified: parent is then ""); false when root is no volume (last error set).
+// identified: chain is then empty); false when root is no volume (last error set).
 bool QueryStorageDevice(std::u16string_view root, StorageDevice* device);
 
-// Writes cached data of every mounted volume of the device to it (FlushFileBuffers on
-// \\.\E:; syncfs). True when every flush succeeded.
-bool FlushVolumes(const StorageDevice& device);
+// Writes cached data of each volume to its device (FlushFileBuffers on \\.\E:; syncfs).
+// True when every flush succeeded.
+bool FlushVolumes(const std::vector<std::u16string>& roots);
 
 // Veto types (PNP_VETO_TYPE) an eject answers with.
 enum : std::uint32_t {
@@ -125,6 +147,7 @@ enum : std::uint32_t {
   kVetoNonDisableable = 10,
   kVetoLegacyDriver = 11,
   kVetoInsufficientRights = 12,
+  kVetoAlreadyRemoved = 13,
 };
 
 // What an eject did.
@@ -142,12 +165,22 @@ struct EjectAnswer {
   std::u16string method;                // how it was done: "cfgmgr32", "udisks2", "umount" ...
 };
 
-// Ejects the device (CM_Request_Device_EjectW on the disk's parent, with a veto-name buffer so
-// that no system dialog is shown; on POSIX every mounted volume of the disk is unmounted, then
-// udisks2 powers it off or ejects it when the service runs, else the block device's eject).
-// True when done is not kNothing. A refusal gives false with veto_type set; any other failure
-// false with kVetoNone and last error set.
-bool RequestDeviceEject(const StorageDevice& device, EjectAnswer* answer);
+// Ejects the device node (CM_Request_Device_EjectW, with a veto-name buffer so that no
+// system dialog is shown) and with it every volume of every disk below it; roots are those
+// volumes. POSIX: node is the disk; every root is unmounted, then udisks2 powers the disk off
+// or ejects it when the service runs, else the block device's eject. True when done is not
+// kNothing. A refusal gives false with veto_type set; any other failure false with kVetoNone
+// and last error set (a configuration-manager code mapped by CM_MapCrToWin32Err).
+bool RequestDeviceEject(std::u16string_view node, const std::vector<std::u16string>& roots,
+                        EjectAnswer* answer);
+
+// Ejects only the medium of a disk whose device stays (a card in a built-in reader): every
+// root is locked and dismounted (FSCTL_LOCK_VOLUME, FSCTL_DISMOUNT_VOLUME), its removal
+// allowed (IOCTL_STORAGE_MEDIA_REMOVAL) and the medium ejected (IOCTL_STORAGE_EJECT_MEDIA).
+// A volume that cannot be locked is a refusal (kVetoOutstandingOpen, the root as its name).
+// POSIX: as RequestDeviceEject of the disk.
+bool EjectMedium(std::u16string_view disk, const std::vector<std::u16string>& roots,
+                 EjectAnswer* answer);
 
 // Processes that hold any of the roots: on POSIX those whose executable, working folder,
 // root, open files or mapped files lie under one of them; on Windows those whose executable

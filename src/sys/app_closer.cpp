@@ -120,7 +120,7 @@ bool IsRootPath(std::u16string_view p) {
   return false;
 }
 
-CloseScope ChooseCloseScope(std::u16string_view own_path, const os::StorageDevice* device) {
+CloseScope ChooseCloseScope(std::u16string_view own_path, const EjectPlan* plan) {
   CloseScope scope;
   const std::u16string own_folder = ParentFolder(own_path);
   const std::u16string suite = own_folder.empty() ? std::u16string() : ParentFolder(own_folder);
@@ -128,17 +128,20 @@ CloseScope ChooseCloseScope(std::u16string_view own_path, const os::StorageDevic
     scope.reason = u"the suite folder of " + std::u16string(own_path) + u" cannot be told";
     return scope;
   }
-  if (device && device->removable && !device->root.empty() &&
-      PathIsUnder(own_path, device->root, os::PathsIgnoreCase())) {
-    scope.folder = device->root;
+  if (plan && Ejects(*plan) && !plan->root.empty() &&
+      PathIsUnder(own_path, plan->root, os::PathsIgnoreCase())) {
+    scope.folder = plan->root;
     scope.whole_drive = true;
-    scope.reason = u"the removable drive " + device->root + u" (" + device->rule + u")";
+    for (const auto& v : plan->volumes)
+      if (!SamePath(v, plan->root, os::PathsIgnoreCase())) scope.other_volumes.push_back(v);
+    scope.reason = u"the removable drive " + plan->root + u" (" + plan->rule + u")";
+    for (const auto& v : scope.other_volumes) scope.reason += u", with " + v;
     return scope;
   }
   // Not a removable drive: only the suite's own folder, and never a whole volume.
-  const std::u16string why = device ? device->rule : u"the drive could not be identified";
-  if (IsRootPath(suite) || (device && !device->root.empty() &&
-                            PathIsUnder(device->root, suite, os::PathsIgnoreCase()))) {
+  const std::u16string why = plan ? plan->rule : u"the drive could not be identified";
+  if (IsRootPath(suite) ||
+      (plan && !plan->root.empty() && PathIsUnder(plan->root, suite, os::PathsIgnoreCase()))) {
     scope.reason = u"the suite folder " + suite + u" is the root of a drive that is not " +
                    u"removable (" + why + u"); closing everything on it is refused";
     return scope;
@@ -153,7 +156,8 @@ CloseScope DetermineCloseScope(std::u16string_view own_path) {
     const std::u16string root = os::GetVolumePathNameW(own_path);
     os::StorageDevice device;
     const bool known = !root.empty() && os::QueryStorageDevice(root, &device);
-    return ChooseCloseScope(own_path, known ? &device : nullptr);
+    const EjectPlan plan = known ? PlanEject(device) : EjectPlan{};
+    return ChooseCloseScope(own_path, known ? &plan : nullptr);
   });
 }
 
@@ -164,7 +168,10 @@ std::vector<os::ProcessEntry> SelectProcessesToClose(const std::vector<os::Proce
   if (scope.folder.empty()) return out;
   for (const auto& p : all) {
     if (p.pid == 0 || p.image.empty()) continue;
-    if (!PathIsUnder(p.image, scope.folder, ignore_case)) continue;
+    if (!PathIsUnder(p.image, scope.folder, ignore_case) &&
+        std::none_of(scope.other_volumes.begin(), scope.other_volumes.end(),
+                     [&](const std::u16string& v) { return PathIsUnder(p.image, v, ignore_case); }))
+      continue;
     if (std::find(spared.pids.begin(), spared.pids.end(), p.pid) != spared.pids.end()) continue;
     if (std::any_of(spared.images.begin(), spared.images.end(),
                     [&](const std::u16string& i) { return SamePath(p.image, i, ignore_case); }))

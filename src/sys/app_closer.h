@@ -2,8 +2,9 @@
 //
 // Which applications: every process whose executable lies under the close scope. The scope is
 // the root of the drive holding the suite when that drive is removable (and not the system's
-// own disk); otherwise only the suite folder, the parent of the closer's own folder. A scope
-// that would be the root of a fixed drive is refused outright: the closer never sweeps a
+// own disk), with every other volume the eject takes along (the other partitions, the other
+// slots of a card reader); otherwise only the suite folder, the parent of the closer's own folder.
+// A scope that would be the root of a fixed drive is refused outright: the closer never sweeps a
 // whole system disk. Never closed: the closer itself (and other copies of it), its parent
 // (the program that called it), the ejector, and anything outside the scope.
 //
@@ -22,6 +23,7 @@
 #include <vector>
 
 #include "os/apps.h"
+#include "sys/drive_eject.h"
 
 namespace sys {
 
@@ -45,13 +47,14 @@ struct CloseScope {
   std::u16string folder;     // processes whose executable lies under it are closed; "" = none
   bool whole_drive = false;  // folder is the removable drive's root
   std::u16string reason;     // why this scope, or why none
+  std::vector<std::u16string> other_volumes;  // whole_drive: the roots ejected along with it
 };
 
-// The scope for a closer at own_path, given what the system says about the device holding it
-// (device null when it could not be asked). Pure: no system call.
-CloseScope ChooseCloseScope(std::u16string_view own_path, const os::StorageDevice* device);
+// The scope for a closer at own_path, given what the ejector would do with the drive holding
+// it (plan null when the drive could not be asked). Pure: no system call.
+CloseScope ChooseCloseScope(std::u16string_view own_path, const EjectPlan* plan);
 
-// ChooseCloseScope with the device found through the seam.
+// ChooseCloseScope with the plan made from what the seam says about the drive.
 CloseScope DetermineCloseScope(std::u16string_view own_path);
 
 // Processes never to be touched besides those outside the scope.

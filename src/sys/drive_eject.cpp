@@ -23,6 +23,23 @@ std::u16string Name(const os::StorageDevice& d) {
   return d.disk.empty() ? d.root : d.disk;
 }
 
+// What the plan ejects, for the report.
+std::u16string Name(const EjectPlan& plan, const os::StorageDevice& d) {
+  return plan.target == EjectTarget::kDevice ? plan.node : Name(d);
+}
+
+bool HoldsSystem(const os::StorageDevice& d) {
+  if (!d.system_root.empty() && base::EqualNoCase(d.system_root, d.root)) return true;
+  // Disks, floppies and optical drives are numbered apart: floppy 0 is not disk 0.
+  return d.device_class != os::DeviceClass::kUnknown && d.device_class == d.system_class &&
+         d.device_number != 0xFFFFFFFF && d.device_number == d.system_number;
+}
+
+bool Contains(const std::vector<std::u16string>& ids, std::u16string_view id) {
+  return std::any_of(ids.begin(), ids.end(),
+                     [&](const std::u16string& i) { return base::EqualNoCase(i, id); });
+}
+
 }  // namespace
 
 std::u16string VetoTypeName(std::uint32_t veto_type) {
@@ -38,7 +55,8 @@ std::u16string VetoTypeName(std::uint32_t veto_type) {
                                            u"InsufficientPower",
                                            u"NonDisableable",
                                            u"LegacyDriver",
-                                           u"InsufficientRights"};
+                                           u"InsufficientRights",
+                                           u"AlreadyRemoved"};
   if (veto_type < sizeof kNames / sizeof kNames[0]) return kNames[veto_type];
   return u"Veto" + base::ToText(veto_type);
 }
@@ -48,15 +66,65 @@ bool SafeToRemove(EjectOutcome outcome) {
          outcome == EjectOutcome::kUnmounted;
 }
 
+bool Ejects(const EjectPlan& plan) {
+  return plan.target == EjectTarget::kDevice || plan.target == EjectTarget::kMedium;
+}
+
+EjectPlan PlanEject(const os::StorageDevice& d) {
+  EjectPlan plan;
+  plan.root = d.root;
+  auto refuse = [&](EjectTarget target, std::u16string rule) {
+    plan.target = target;
+    plan.rule = std::move(rule);
+    return plan;
+  };
+  if (d.drive_type == os::kDriveRemote)
+    return refuse(EjectTarget::kNotRemovable, d.root + u" is a network drive");
+  if (d.drive_type == os::kDriveRamdisk)
+    return refuse(EjectTarget::kNotRemovable, d.root + u" lives in memory");
+  if (HoldsSystem(d))
+    return refuse(EjectTarget::kSystemDisk, Name(d) + u" holds the running system");
+
+  // The first device that may be unplugged takes every disk below it along: all slots of a
+  // card reader, all partitions of a disk. Its parents (a hub, a host controller) are never
+  // asked: stopping them would stop other devices, or be vetoed.
+  for (const auto& node : d.chain) {
+    if (!node.removable) continue;
+    plan.target = EjectTarget::kDevice;
+    plan.node = node.id;
+    plan.volumes = d.mount_points;
+    for (const auto& other : d.other_volumes)
+      if (Contains(other.chain, node.id) && !Contains(plan.volumes, other.root))
+        plan.volumes.push_back(other.root);
+    plan.rule = d.root + u" is on " + node.id + u", a device that may be unplugged";
+    return plan;
+  }
+  // A built-in reader cannot be unplugged: stopping it would lose it until the next start.
+  // Its card can be taken out.
+  if (d.removable_media) {
+    plan.target = EjectTarget::kMedium;
+    plan.volumes = d.mount_points;
+    plan.rule = d.root + u" holds a removable medium in a device that stays";
+    return plan;
+  }
+  if (d.chain.empty() && (d.drive_type == os::kDriveRemovable || d.bus_type == os::kBusUsb))
+    return refuse(EjectTarget::kUnidentified,
+                  u"the device behind " + d.root + u" cannot be identified");
+  return refuse(EjectTarget::kNotRemovable,
+                Name(d) + u" is a fixed disk (no device above it may be unplugged, its medium " +
+                    u"is not removable)");
+}
+
 DriveOps SystemDriveOps() {
   DriveOps ops;
   ops.volume_root = [](std::u16string_view path) { return os::GetVolumePathNameW(path); };
   ops.query = [](std::u16string_view root, os::StorageDevice* d) {
     return os::QueryStorageDevice(root, d);
   };
-  ops.flush = [](const os::StorageDevice& d) { return os::FlushVolumes(d); };
-  ops.eject = [](const os::StorageDevice& d, os::EjectAnswer* a) {
-    return os::RequestDeviceEject(d, a);
+  ops.flush = [](const std::vector<std::u16string>& roots) { return os::FlushVolumes(roots); };
+  ops.eject = [](const EjectPlan& plan, const os::StorageDevice& d, os::EjectAnswer* a) {
+    return plan.target == EjectTarget::kDevice ? os::RequestDeviceEject(plan.node, plan.volumes, a)
+                                               : os::EjectMedium(d.disk, plan.volumes, a);
   };
   ops.holders = [](const std::vector<std::u16string>& roots) {
     return os::ProcessesUsingVolumes(roots);
@@ -83,56 +151,70 @@ EjectReport EjectDriveOf(std::u16string_view path, const EjectOptions& options,
       return report;
     }
     const os::StorageDevice& device = report.device;
-    if (device.system) {
-      report.outcome = EjectOutcome::kSystemDisk;
-      report.reason = u"the drive " + root + u" is not ejected: " + device.rule;
-      return report;
+    report.plan = PlanEject(device);
+    const EjectPlan& plan = report.plan;
+    switch (plan.target) {
+      case EjectTarget::kSystemDisk:
+        report.outcome = EjectOutcome::kSystemDisk;
+        report.reason = u"the drive " + root + u" is not ejected: " + plan.rule;
+        return report;
+      case EjectTarget::kNotRemovable:
+        report.outcome = EjectOutcome::kNotRemovable;
+        report.reason = u"the drive " + root + u" is not removable: " + plan.rule;
+        return report;
+      case EjectTarget::kUnidentified:
+        report.outcome = EjectOutcome::kUnidentified;
+        report.reason = plan.rule;
+        return report;
+      default:
+        break;
     }
-    if (!device.removable) {
-      report.outcome = EjectOutcome::kNotRemovable;
-      report.reason = u"the drive " + root + u" is not removable: " + device.rule;
-      return report;
-    }
-    if (device.parent.empty()) {
-      report.outcome = EjectOutcome::kUnidentified;
-      report.reason = u"the device behind " + root + u" cannot be identified";
-      return report;
-    }
+    DebugLog(u"Ejecting " + (plan.target == EjectTarget::kDevice ? plan.node : u"the medium") +
+             u": " + plan.rule);
 
+    // A refusal often passes (a first "vetoed, reason unknown" is often followed by success),
+    // and so may a failure: every result but success is tried again.
+    const std::u16string name = Name(plan, device);
     const int tries = std::max(1, options.tries);
     for (int attempt = 1; attempt <= tries; ++attempt) {
-      if (!ops.flush(device)) DebugLog(u"Flushing " + root + u" failed");
+      if (!ops.flush(plan.volumes)) DebugLog(u"Flushing the volumes of " + name + u" failed");
       report.tries = attempt;
-      if (ops.eject(device, &report.answer)) {
+      if (ops.eject(plan, device, &report.answer)) {
+        report.error = 0;
         switch (report.answer.done) {
           case os::EjectDone::kRemoved:
             report.outcome = EjectOutcome::kRemoved;
-            report.reason = Name(device) + u" is stopped: the drive may be removed";
+            report.reason = name + u" is stopped: the drive may be removed";
             break;
           case os::EjectDone::kMediaEjected:
             report.outcome = EjectOutcome::kMediaEjected;
-            report.reason = Name(device) + u": the medium is ejected, the drive may be removed";
+            report.reason = name + u": the medium is ejected, the drive may be removed";
             break;
           default:
             report.outcome = EjectOutcome::kUnmounted;
-            report.reason = Name(device) + u": every volume is unmounted; the device has no " +
+            report.reason = name + u": every volume is unmounted; the device has no " +
                             u"eject of its own, it is safe to remove";
             break;
         }
         return report;
       }
-      if (report.answer.veto_type == os::kVetoNone) {
-        report.error = os::GetLastError();
-        report.outcome = EjectOutcome::kFailed;
-        report.reason = u"the eject of " + Name(device) + u" failed (error " +
-                        base::ToText(report.error) + u")";
-        return report;
-      }
+      const bool vetoed = report.answer.veto_type != os::kVetoNone;
+      report.error = vetoed ? 0 : os::GetLastError();
+      DebugLog(u"Try " + base::ToText(attempt) + u": " +
+               (vetoed ? u"refused (" + VetoTypeName(report.answer.veto_type) + u": " +
+                             report.answer.veto_name + u")"
+                       : u"failed (error " + base::ToText(report.error) + u")"));
       if (attempt < tries) ops.pause(options.pause_ms);
     }
+    if (report.answer.veto_type == os::kVetoNone) {
+      report.outcome = EjectOutcome::kFailed;
+      report.reason = u"the eject of " + name + u" failed (error " + base::ToText(report.error) +
+                      u") after " + base::ToText(report.tries) + u" tries";
+      return report;
+    }
     report.outcome = EjectOutcome::kRefused;
-    report.blockers = ops.holders(device.mount_points);
-    report.reason = u"the system refused to eject " + Name(device) + u" after " +
+    report.blockers = ops.holders(plan.volumes);
+    report.reason = u"the system refused to eject " + name + u" after " +
                     base::ToText(report.tries) + u" tries (" +
                     VetoTypeName(report.answer.veto_type) + u": " + report.answer.veto_name + u")";
     if (!report.blockers.empty()) report.reason += u"; held by " + List(report.blockers);

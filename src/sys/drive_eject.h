@@ -1,10 +1,13 @@
 // Ejecting the drive the suite stands on, for the ejecting companion (TvDiskEjector).
 //
 // The drive is refused, with no action, when it cannot be identified, when it is not
-// removable, or when it holds the running system. Otherwise its volumes are flushed and the
-// eject is requested; a refusal is retried (5 tries, 1 s apart, with "/retry") and, if it
-// stands, the report names the processes that hold the drive: the system's veto name, and the
-// processes found using it.
+// removable, or when it holds the running system. Otherwise what to eject is the first device
+// from the disk upward that may be unplugged (the USB stick, the external reader, the
+// composite USB device, never a hub or a host controller), or, when there is none but the
+// medium is removable (a card in a built-in reader), only the medium. Every volume that goes
+// with it is flushed and the eject requested; any result but success is retried (5 tries,
+// 1 s apart, with "/retry") and, if a refusal stands, the report names the processes that hold
+// those volumes: the system's veto name, and the processes found using them.
 //
 //   sys::EjectOptions options;
 //   options.tries = sys::kRetryTries;  // "/retry"
@@ -22,13 +25,42 @@
 
 namespace sys {
 
+// What to do with a drive, decided from what the system says about it.
+enum class EjectTarget {
+  kDevice,        // eject the device node `node`, and every volume below it
+  kMedium,        // eject only the medium of the disk; the reader stays
+  kNotRemovable,  // refuse: a fixed, network or memory drive
+  kSystemDisk,    // refuse: the drive holds the running system
+  kUnidentified,  // refuse: removable, but the device to eject cannot be found
+};
+
+struct EjectPlan {
+  EjectTarget target = EjectTarget::kUnidentified;
+  std::u16string root;  // the drive asked about
+  std::u16string node;  // kDevice: the device instance id to eject
+  // The volumes that go with the eject, the drive's own first: flushed before it, searched
+  // for holders after a refusal, and whose applications the closer closes.
+  std::vector<std::u16string> volumes;
+  std::u16string rule;  // why, in plain words
+};
+
+// True for the targets the ejector acts on.
+bool Ejects(const EjectPlan& plan);
+
+// What to eject, from the facts alone: the system's disk is refused; else the first device
+// of the chain that is removable, with every volume whose disk lies below it; else the medium
+// of a disk that says its medium is removable; else a drive that looks removable but whose
+// device cannot be found is unidentified, and anything else is not removable.
+EjectPlan PlanEject(const os::StorageDevice& facts);
+
 // The system calls the ejector makes, replaceable in tests (the pause above all, so that a
 // test of five tries does not wait four seconds).
 struct DriveOps {
   std::function<std::u16string(std::u16string_view)> volume_root;
   std::function<bool(std::u16string_view, os::StorageDevice*)> query;
-  std::function<bool(const os::StorageDevice&)> flush;
-  std::function<bool(const os::StorageDevice&, os::EjectAnswer*)> eject;
+  std::function<bool(const std::vector<std::u16string>&)> flush;
+  // Carries out a kDevice or kMedium plan.
+  std::function<bool(const EjectPlan&, const os::StorageDevice&, os::EjectAnswer*)> eject;
   std::function<std::vector<os::ProcessEntry>(const std::vector<std::u16string>&)> holders;
   std::function<void(std::uint32_t)> pause;
 };
@@ -58,14 +90,16 @@ enum class EjectOutcome {
 struct EjectReport {
   EjectOutcome outcome = EjectOutcome::kFailed;
   os::StorageDevice device;
+  EjectPlan plan;
   os::EjectAnswer answer;                  // the last answer: what was done, or the veto
   int tries = 0;                           // eject requests made
-  std::uint32_t error = 0;                 // the last error of a failed request
+  std::uint32_t error = 0;                 // the last error of a failed request, 0 after a veto
   std::vector<os::ProcessEntry> blockers;  // processes holding the drive after a refusal
   std::u16string reason;                   // the outcome in plain words
 };
 
-// The name of a veto type ("OutstandingOpen"), as the platform's PNP_Veto* names it.
+// The name of a veto type ("OutstandingOpen", "AlreadyRemoved"), as the platform's PNP_Veto*
+// names it.
 std::u16string VetoTypeName(std::uint32_t veto_type);
 
 // True for the outcomes after which the drive may be unplugged.

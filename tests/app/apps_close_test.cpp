@@ -156,8 +156,10 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
 
     os::fault::Scope faults;
     std::vector<std::u16string> boxes;
+    std::uint32_t last_style = 0;
     os::fault::SetMessageBoxAnswer([&](const os::MessageBoxParams& p) {
       boxes.emplace_back(p.text);
+      last_style = p.style;
       return boxes.size() == 1 ? row.answer : os::kIdOk;
     });
     EXPECT_EQ(app::RunAppsClose(row.args, own, fake.Ops()), row.exit_code);
@@ -183,6 +185,7 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
     if (row.boxes > 1) {
       EXPECT_NE(boxes[1].find(u"stubborn"), std::u16string::npos) << base::Narrow(boxes[1]);
       EXPECT_EQ(boxes[1].find(u"editor"), std::u16string::npos) << base::Narrow(boxes[1]);
+      EXPECT_EQ(last_style & 0x50000, 0x50000u) << "the last box comes to the front";
     }
   }
   mLang::Lang().Xml(nullptr);

@@ -67,7 +67,7 @@ sys::EjectReport Report(EjectOutcome outcome) {
   sys::EjectReport report;
   report.outcome = outcome;
   report.device.root = u"/media/STICK/";
-  report.device.rule = u"the device says so";
+  report.plan.rule = u"the device says so";
   report.reason = u"the report's reason";
   return report;
 }
@@ -134,13 +134,13 @@ struct ScriptedDrive {
     };
     ops.query = [](std::u16string_view root, os::StorageDevice* d) {
       d->root = std::u16string(root);
-      d->disk = d->parent = u"/dev/sdz";
-      d->removable = true;
+      d->disk = u"/dev/sdz";
+      d->chain = {{d->disk, true, false}};
       d->mount_points = {d->root};
       return true;
     };
-    ops.flush = [](const os::StorageDevice&) { return true; };
-    ops.eject = [this](const os::StorageDevice&, os::EjectAnswer* a) {
+    ops.flush = [](const std::vector<std::u16string>&) { return true; };
+    ops.eject = [this](const sys::EjectPlan&, const os::StorageDevice&, os::EjectAnswer* a) {
       working = os::GetCurrentDirectoryW();
       *a = os::EjectAnswer{};
       if (ejects++ < refusals) {
@@ -356,6 +356,8 @@ TEST(DiskEjectorRun, TheCopyRetriesReportsAndDeletesItself) {
     os::SetCurrentDirectoryW(keep.folder.c_str());  // a working folder cannot be removed
     ASSERT_EQ(boxes.shown.size(), 1u);
     EXPECT_EQ(boxes.shown[0].second & 0xF0, row.flags);
+    // MB_SETFOREGROUND | MB_TOPMOST: the last box comes to the front.
+    EXPECT_EQ(boxes.shown[0].second & 0x50000, 0x50000u);
     EXPECT_NE(boxes.shown[0].first.find(row.says), std::u16string::npos)
         << base::Narrow(boxes.shown[0].first);
     // Windows deletes the copy and its folder a moment after it ended; elsewhere they are gone

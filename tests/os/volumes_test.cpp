@@ -10,6 +10,7 @@
 #include "support/child_process.h"
 #include "support/loop_mount.h"
 #include "support/temp_dir.h"
+#include "sys/drive_eject.h"
 
 namespace {
 
@@ -32,8 +33,9 @@ TEST(OsVolumes, TheTemporaryFolderIsOnAFixedDrive) {
   os::StorageDevice device;
   ASSERT_TRUE(os::QueryStorageDevice(root, &device));
   EXPECT_EQ(device.root, root);
-  EXPECT_FALSE(device.removable) << base::Narrow(device.rule);
-  EXPECT_FALSE(device.rule.empty());
+  const sys::EjectPlan plan = sys::PlanEject(device);
+  EXPECT_FALSE(sys::Ejects(plan)) << base::Narrow(plan.rule);
+  EXPECT_FALSE(plan.rule.empty());
   EXPECT_NE(device.drive_type, os::kDriveRemovable);
   EXPECT_EQ(os::GetDriveTypeW(root), device.drive_type);
 }
@@ -62,19 +64,27 @@ TEST_F(OsLoopVolume, DescribesTheLoopDeviceAndTellsWhyItIsNotRemovable) {
   ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
   EXPECT_EQ(device.volume, drive_.device());
   EXPECT_EQ(device.disk, drive_.device());
-  EXPECT_EQ(device.parent, drive_.device());
+  ASSERT_EQ(device.chain.size(), 1u);
+  EXPECT_EQ(device.chain[0].id, drive_.device());
   EXPECT_EQ(device.mount_points, std::vector<std::u16string>{root_});
-  EXPECT_FALSE(device.system);
+  EXPECT_EQ(device.device_class, os::DeviceClass::kDisk);
+  EXPECT_NE(device.device_number, device.system_number);
   // A loop device is neither flagged removable nor on the usb bus: the honest answer is no.
-  EXPECT_FALSE(device.removable);
+  EXPECT_FALSE(device.chain[0].removable);
+  EXPECT_FALSE(device.removable_media);
   EXPECT_EQ(device.drive_type, os::kDriveFixed);
-  EXPECT_NE(device.rule.find(u"fixed disk"), std::u16string::npos) << base::Narrow(device.rule);
+  sys::EjectPlan plan = sys::PlanEject(device);
+  EXPECT_EQ(plan.target, sys::EjectTarget::kNotRemovable);
+  EXPECT_NE(plan.rule.find(u"fixed disk"), std::u16string::npos) << base::Narrow(plan.rule);
 
   os::ScopedRemovableDiskForTests hook(drive_.device());
   ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
-  EXPECT_TRUE(device.removable);
+  EXPECT_TRUE(device.chain[0].removable);
   EXPECT_EQ(device.drive_type, os::kDriveRemovable);
-  EXPECT_TRUE(os::FlushVolumes(device));
+  plan = sys::PlanEject(device);
+  EXPECT_EQ(plan.target, sys::EjectTarget::kDevice);
+  EXPECT_EQ(plan.node, drive_.device());
+  EXPECT_TRUE(os::FlushVolumes(plan.volumes));
 }
 
 TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
@@ -107,7 +117,7 @@ TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
   os::StorageDevice device;
   ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
   os::EjectAnswer answer;
-  EXPECT_FALSE(os::RequestDeviceEject(device, &answer));
+  EXPECT_FALSE(os::RequestDeviceEject(device.disk, device.mount_points, &answer));
   EXPECT_EQ(answer.done, os::EjectDone::kNothing);
   EXPECT_EQ(answer.veto_type, os::kVetoOutstandingOpen);
   EXPECT_EQ(answer.veto_name, drive_.mount_point());
@@ -117,7 +127,8 @@ TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
   works_in.Kill();
   keeps_open.Kill();
   EXPECT_TRUE(os::ProcessesUsingVolumes({root_}).empty());
-  EXPECT_TRUE(os::RequestDeviceEject(device, &answer)) << os::GetLastError();
+  EXPECT_TRUE(os::RequestDeviceEject(device.disk, device.mount_points, &answer))
+      << os::GetLastError();
   // A loop device has no eject of its own: unmounted is all that can be said.
   EXPECT_EQ(answer.done, os::EjectDone::kUnmounted);
   EXPECT_EQ(answer.veto_type, os::kVetoNone);

@@ -79,21 +79,22 @@ TEST(AppCloserPaths, ParentFoldersAndRoots) {
 }
 
 TEST(AppCloserScope, RemovableDriveWholeOtherwiseSuiteFolderNeverAFixedRoot) {
-  auto device = [](const char16_t* root, bool removable, bool system) {
-    os::StorageDevice d;
-    d.root = root;
-    d.removable = removable;
-    d.system = system;
-    d.rule = u"rule";
-    return d;
+  auto plan = [](const char16_t* root, sys::EjectTarget target) {
+    sys::EjectPlan p;
+    p.root = root;
+    p.target = target;
+    p.volumes = {root};
+    p.rule = u"rule";
+    return p;
   };
-  const os::StorageDevice stick = device(u"/media/u/STICK/", true, false);
-  const os::StorageDevice fixed = device(u"/", false, true);
-  const os::StorageDevice home = device(u"/home/", false, false);
-  const os::StorageDevice live_usb = device(u"/", false, true);  // removable, but the system's
+  const sys::EjectPlan stick = plan(u"/media/u/STICK/", sys::EjectTarget::kDevice);
+  const sys::EjectPlan fixed = plan(u"/", sys::EjectTarget::kSystemDisk);
+  const sys::EjectPlan home = plan(u"/home/", sys::EjectTarget::kNotRemovable);
+  const sys::EjectPlan live_usb =
+      plan(u"/", sys::EjectTarget::kSystemDisk);  // a stick, but the system's
   struct Row {
     const char16_t* own;
-    const os::StorageDevice* dev;
+    const sys::EjectPlan* dev;
     const char16_t* folder;  // "" = refused
     bool whole;
   } rows[] = {
@@ -119,7 +120,8 @@ TEST(AppCloserScope, RemovableDriveWholeOtherwiseSuiteFolderNeverAFixedRoot) {
 }
 
 TEST(AppCloserSelect, OnlyProcessesInScopeAndNeverTheSparedOnes) {
-  const sys::CloseScope scope{u"/media/STICK/", true, u""};
+  // The stick has a second partition: it goes with the eject, so its applications are closed.
+  const sys::CloseScope scope{u"/media/STICK/", true, u"", {u"/media/STICK-B/"}};
   sys::Spared spared;
   spared.pids = {10, 11};  // the closer, its parent
   spared.images = {u"/media/STICK/Suite/TvAppsClose/TvAppsClose"};
@@ -134,11 +136,12 @@ TEST(AppCloserSelect, OnlyProcessesInScopeAndNeverTheSparedOnes) {
       {21, 20, u"/media/STICK/Other/tool"},
       {30, 1, u"/media/STICK2/Suite/app"},
       {31, 1, u"/usr/bin/bash"},
+      {33, 1, u"/media/STICK-B/app"},
       {32, 1, u""},  // image unreadable
       {0, 0, u"/media/STICK/idle"},
   };
   EXPECT_EQ(Pids(sys::SelectProcessesToClose(all, scope, spared, false)),
-            (std::vector<std::uint32_t>{20, 21}));
+            (std::vector<std::uint32_t>{20, 21, 33}));
   EXPECT_TRUE(sys::SelectProcessesToClose(all, sys::CloseScope{}, spared, false).empty());
   // Case matters only where the platform's names ignore it.
   const std::vector<ProcessEntry> upper = {{40, 1, u"/MEDIA/stick/app"}};
@@ -233,7 +236,7 @@ TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
     options.grace_ms = row.grace;
     options.force = row.force;
     options.own_path = u"/suite/TvAppsClose/TvAppsClose";
-    const auto report = sys::CloseApplications({u"/suite", false, u""}, options, fake.Ops());
+    const auto report = sys::CloseApplications({u"/suite", false, u"", {}}, options, fake.Ops());
     EXPECT_EQ(report.outcome, row.outcome);
     EXPECT_EQ(Pids(report.asked), Fake({20, 21}));
     EXPECT_EQ(Pids(report.still_running), Fake(row.still));
@@ -254,9 +257,9 @@ TEST(AppCloserRun, TouchesNothingWithoutScopeOrProcessList) {
 
   auto ops = fake.Ops();
   ops.enumerate = [] { return std::vector<ProcessEntry>{}; };
-  EXPECT_EQ(sys::CloseApplications({u"/suite", false, u""}, {}, ops).outcome,
+  EXPECT_EQ(sys::CloseApplications({u"/suite", false, u"", {}}, {}, ops).outcome,
             sys::CloseOutcome::kFailed);
-  const auto elsewhere = sys::CloseApplications({u"/other", false, u""}, {}, fake.Ops());
+  const auto elsewhere = sys::CloseApplications({u"/other", false, u"", {}}, {}, fake.Ops());
   EXPECT_EQ(elsewhere.outcome, sys::CloseOutcome::kNothingToClose);
   EXPECT_EQ(fake.slept, 0u);
 }
@@ -266,7 +269,7 @@ TEST(AppCloserRun, WindowlessProgramsAreCountedNotAsked) {
   fake.Add(kFake + 20, u"/suite/App/console", -1, 0);
   sys::CloseOptions options;
   options.own_path = u"/suite/TvAppsClose/TvAppsClose";
-  const auto report = sys::CloseApplications({u"/suite", false, u""}, options, fake.Ops());
+  const auto report = sys::CloseApplications({u"/suite", false, u"", {}}, options, fake.Ops());
   EXPECT_TRUE(report.asked.empty());
   EXPECT_EQ(Pids(report.without_window), Fake({20}));
   EXPECT_EQ(Pids(report.still_running), Fake({20}));

@@ -1,5 +1,6 @@
-// The ejector: its refusals and retries against scripted answers (one table), then the real
-// thing: the temporary folder's fixed drive, and on Linux a loop-mounted FAT drive.
+// The ejector: what it ejects on each kind of device tree and which volumes go with it, its
+// refusals and retries against scripted answers (tables), then the real thing: the temporary
+// folder's fixed drive, and on Linux a loop-mounted FAT drive.
 #include "sys/drive_eject.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +12,7 @@
 #include "support/child_process.h"
 #include "support/loop_mount.h"
 #include "support/temp_dir.h"
+#include "sys/app_closer.h"
 
 namespace {
 
@@ -51,15 +53,14 @@ struct Script {
       if (!known) return false;
       d->root = std::u16string(root);
       d->disk = u"/dev/sdz";
-      d->parent = identified ? d->disk : u"";
-      d->removable = removable && !system;
-      d->system = system;
-      d->rule = u"rule";
+      d->drive_type = removable ? os::kDriveRemovable : os::kDriveFixed;
+      if (identified) d->chain = {{d->disk, removable, false}};
+      if (system) d->system_root = d->root;
       d->mount_points = {d->root};
       return true;
     };
-    ops.flush = [this](const os::StorageDevice&) { return ++flushes > 0; };
-    ops.eject = [this](const os::StorageDevice&, os::EjectAnswer* a) {
+    ops.flush = [this](const std::vector<std::u16string>&) { return ++flushes > 0; };
+    ops.eject = [this](const sys::EjectPlan&, const os::StorageDevice&, os::EjectAnswer* a) {
       const Answer& s = answers[std::min<std::size_t>(ejects++, answers.size() - 1)];
       *a = os::EjectAnswer{};
       a->done = s.done;
@@ -123,6 +124,13 @@ TEST(DriveEject, RefusesWhatItMustAndRetriesOnlyARefusal) {
        0,
        false},
       {"removed", {.answers = {kRemoved}}, 5, EjectOutcome::kRemoved, 1, 0, false},
+      {"no tries asked: one all the same",
+       {.answers = {kBusy}},
+       0,
+       EjectOutcome::kRefused,
+       1,
+       0,
+       true},
       {"medium ejected", {.answers = {kEjected}}, 1, EjectOutcome::kMediaEjected, 1, 0, false},
       {"no eject", {.answers = {kUnmountedOnly}}, 1, EjectOutcome::kUnmounted, 1, 0, false},
       {"busy, then free",
@@ -134,7 +142,15 @@ TEST(DriveEject, RefusesWhatItMustAndRetriesOnlyARefusal) {
        false},
       {"busy throughout", {.answers = {kBusy}}, 5, EjectOutcome::kRefused, 5, 4, true},
       {"busy, no retry", {.answers = {kBusy}}, 1, EjectOutcome::kRefused, 1, 0, true},
-      {"failure is not retried", {.answers = {kBroken}}, 5, EjectOutcome::kFailed, 1, 0, false},
+      {"failure, then success",
+       {.answers = {kBroken, kBusy, kRemoved}},
+       5,
+       EjectOutcome::kRemoved,
+       3,
+       2,
+       false},
+      {"failure throughout", {.answers = {kBroken}}, 5, EjectOutcome::kFailed, 5, 4, false},
+      {"failure, no retry", {.answers = {kBroken}}, 1, EjectOutcome::kFailed, 1, 0, false},
   };
   for (auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -152,6 +168,8 @@ TEST(DriveEject, RefusesWhatItMustAndRetriesOnlyARefusal) {
                                                      row.outcome == EjectOutcome::kMediaEjected ||
                                                      row.outcome == EjectOutcome::kUnmounted);
     EXPECT_FALSE(report.reason.empty());
+    // A failure carries the system's error, a veto or a success none.
+    EXPECT_EQ(report.error, row.outcome == EjectOutcome::kFailed ? os::kErrorAccessDenied : 0u);
   }
 }
 
@@ -166,7 +184,240 @@ TEST(DriveEject, ARefusalNamesTheVetoAndTheHolders) {
             u"the system refused to eject /dev/sdz after 5 tries (OutstandingOpen: "
             u"/media/STICK); held by /media/STICK/App/editor (4242)");
   EXPECT_EQ(sys::VetoTypeName(12), u"InsufficientRights");
+  EXPECT_EQ(sys::VetoTypeName(13), u"AlreadyRemoved");
   EXPECT_EQ(sys::VetoTypeName(99), u"Veto99");
+}
+
+// Device trees as Windows reports them, the disk's own device first. Every drive is asked
+// from its suite's folder; the machine's system is disk 0 on C:\.
+os::DeviceNode Dev(const char16_t* id, bool removable = false) {
+  return {id, removable, false};
+}
+const os::DeviceNode kHub = Dev(u"USB\\ROOT_HUB30\\4&2F1D5D4E&0&0");
+const os::DeviceNode kXhci = Dev(u"PCI\\VEN_8086&DEV_A36D&SUBSYS_85DA1043&REV_10\\3&11583659&0&A0");
+const os::DeviceNode kRoot = Dev(u"HTREE\\ROOT\\0");
+const std::vector<std::u16string> kSystemChain = {u"SCSI\\DISK&VEN_NVME&PROD_SAMSUNG\\5&1",
+                                                  u"PCI\\VEN_144D&DEV_A808\\4&1", kRoot.id};
+
+struct Tree {
+  const char16_t* root;
+  std::vector<os::DeviceNode> chain;
+  bool removable_media = false;
+  std::vector<std::u16string> partitions = {};  // the disk's other volumes
+  std::vector<os::OtherVolume> others = {};     // volumes of other disks
+  os::DeviceClass device_class = os::DeviceClass::kDisk;
+  std::uint32_t number = 1;
+  std::uint32_t drive_type = os::kDriveRemovable;
+  std::uint32_t bus = os::kBusUsb;
+
+  os::StorageDevice Facts() const {
+    os::StorageDevice d;
+    d.root = root;
+    d.drive_type = drive_type;
+    d.device_class = device_class;
+    d.device_number = number;
+    d.bus_type = bus;
+    d.removable_media = removable_media;
+    d.system_root = u"C:\\";
+    d.system_class = os::DeviceClass::kDisk;
+    d.system_number = 0;
+    d.chain = chain;
+    d.mount_points = {root};
+    d.mount_points.insert(d.mount_points.end(), partitions.begin(), partitions.end());
+    d.other_volumes = others;
+    d.other_volumes.push_back({u"C:\\", kSystemChain});
+    return d;
+  }
+};
+
+std::vector<std::u16string> ChainIds(const std::vector<os::DeviceNode>& chain) {
+  std::vector<std::u16string> ids;
+  for (const auto& n : chain) ids.push_back(n.id);
+  return ids;
+}
+
+TEST(DriveEject, EjectsTheFirstDeviceThatMayBeUnpluggedOrElseOnlyTheMedium) {
+  const os::DeviceNode stick = Dev(u"USB\\VID_0781&PID_5567\\4C530001", true);
+  const os::DeviceNode usb_disk = Dev(u"USB\\VID_1058&PID_25A2\\575831", true);
+  const os::DeviceNode internal_reader = Dev(u"USB\\VID_0BDA&PID_0129\\20100201396000000");
+  const os::DeviceNode multi_reader = Dev(u"USB\\VID_058F&PID_6366\\058F63666485", true);
+  const os::DeviceNode composite = Dev(u"USB\\VID_12D1&PID_1506\\6&2A3B", true);
+  const os::DeviceNode floppy = Dev(u"USB\\VID_057B&PID_0000\\6&1", true);
+  const os::DeviceNode sd_card = Dev(u"SD\\VID_03&OID_5344&PID_SD16G&REV_8.0\\5&3A1", true);
+  const os::DeviceNode sd_host = Dev(u"PCI\\VEN_1217&DEV_8621&SUBSYS_00000000\\4&2D7");
+  auto disk = [](const char16_t* id) { return Dev(id); };
+  const os::DeviceNode reader_slot0 = disk(u"USBSTOR\\DISK&VEN_GENERIC&PROD_SD\\2010&0");
+  const os::DeviceNode reader_slot1 = disk(u"USBSTOR\\DISK&VEN_GENERIC&PROD_MS\\2010&1");
+  const os::DeviceNode multi_slot0 = disk(u"USBSTOR\\DISK&VEN_GENERIC&PROD_CF\\6485&0");
+  const os::DeviceNode multi_slot1 = disk(u"USBSTOR\\DISK&VEN_GENERIC&PROD_SD\\6485&1");
+  const os::DeviceNode other_stick = Dev(u"USB\\VID_0951&PID_1666\\E0D55E", true);
+  const os::DeviceNode other_stick_disk = disk(u"USBSTOR\\DISK&VEN_KINGSTON\\E0D55E&0");
+
+  struct Row {
+    const char* name;
+    Tree tree;
+    EjectOutcome refusal;    // kRefused: ejected as planned (the scripted eject refuses)
+    std::u16string ejected;  // the device node, "medium", or "" when nothing is asked
+    std::vector<std::u16string> volumes;  // flushed, searched, closed
+  } rows[] = {
+      {"usb stick",
+       {u"E:\\", {disk(u"USBSTOR\\DISK&VEN_SANDISK\\4C530001&0"), stick, kHub, kXhci, kRoot}, true},
+       EjectOutcome::kRefused,
+       stick.id,
+       {u"E:\\"}},
+      {"usb hard disk with two partitions",
+       {u"F:\\",
+        {disk(u"USBSTOR\\DISK&VEN_WD\\575831&0"), usb_disk, kHub, kXhci, kRoot},
+        false,
+        {u"G:\\"},
+        {{u"E:\\", ChainIds({disk(u"USBSTOR\\DISK&VEN_SANDISK\\1&0"), stick, kHub, kRoot})}},
+        os::DeviceClass::kDisk,
+        2,
+        os::kDriveFixed},
+       EjectOutcome::kRefused,
+       usb_disk.id,
+       {u"F:\\", u"G:\\"}},
+      // Stopping a built-in reader loses it until the next start (code 47): the card goes.
+      {"internal card reader, a card in the other slot",
+       {u"H:\\",
+        {reader_slot0, internal_reader, kHub, kXhci, kRoot},
+        true,
+        {},
+        {{u"I:\\", ChainIds({reader_slot1, internal_reader, kHub, kXhci, kRoot})}}},
+       EjectOutcome::kRefused,
+       u"medium",
+       {u"H:\\"}},
+      {"internal card reader, the other slot empty",
+       {u"H:\\", {reader_slot0, internal_reader, kHub, kXhci, kRoot}, true},
+       EjectOutcome::kRefused,
+       u"medium",
+       {u"H:\\"}},
+      // The reader goes, and every slot with it; a stick on the same hub stays.
+      {"external multi-slot reader",
+       {u"J:\\",
+        {multi_slot0, multi_reader, kHub, kXhci, kRoot},
+        true,
+        {},
+        {{u"K:\\", ChainIds({multi_slot1, multi_reader, kHub, kXhci, kRoot})},
+         {u"L:\\", ChainIds({other_stick_disk, other_stick, kHub, kXhci, kRoot})}}},
+       EjectOutcome::kRefused,
+       multi_reader.id,
+       {u"J:\\", u"K:\\"}},
+      // The card is the device; its parent, the host controller, would veto.
+      {"sd slot on pci",
+       {u"M:\\", {sd_card, sd_host, kRoot}, true},
+       EjectOutcome::kRefused,
+       sd_card.id,
+       {u"M:\\"}},
+      // The disk's parent is one interface of the device: the device goes.
+      {"composite usb device",
+       {u"N:\\",
+        {disk(u"USBSTOR\\CDROM&VEN_HUAWEI\\7&1"), Dev(u"USB\\VID_12D1&PID_1506&MI_02\\7&1"),
+         composite, kHub, kRoot},
+        false,
+        {},
+        {},
+        os::DeviceClass::kDisk,
+        3},
+       EjectOutcome::kRefused,
+       composite.id,
+       {u"N:\\"}},
+      // Floppy 0 is not disk 0, the system's.
+      {"usb floppy",
+       {u"A:\\",
+        {disk(u"USBSTOR\\SFLOPPY&VEN_TEAC\\6&1&0"), floppy, kHub, kRoot},
+        true,
+        {},
+        {},
+        os::DeviceClass::kFloppy,
+        0},
+       EjectOutcome::kRefused,
+       floppy.id,
+       {u"A:\\"}},
+      // A system started from a stick keeps its stick.
+      {"system on a usb stick",
+       {u"D:\\",
+        {disk(u"USBSTOR\\DISK&VEN_X\\1&0"), stick, kHub, kRoot},
+        true,
+        {},
+        {},
+        os::DeviceClass::kDisk,
+        0},
+       EjectOutcome::kSystemDisk,
+       u"",
+       {}},
+      {"second internal disk",
+       {u"D:\\",
+        {disk(u"SCSI\\DISK&VEN_ST2000\\4&1"), Dev(u"PCI\\VEN_8086&DEV_A352\\3&1"), kRoot},
+        false,
+        {},
+        {},
+        os::DeviceClass::kDisk,
+        1,
+        os::kDriveFixed},
+       EjectOutcome::kNotRemovable,
+       u"",
+       {}},
+      // Wine's drives: no device tree at all.
+      {"fixed drive, no device found",
+       {u"Z:\\",
+        {},
+        false,
+        {},
+        {},
+        os::DeviceClass::kUnknown,
+        0xFFFFFFFF,
+        os::kDriveFixed,
+        os::kBusUnknown},
+       EjectOutcome::kNotRemovable,
+       u"",
+       {}},
+      {"removable drive, no device found",
+       {u"E:\\", {}, false, {}, {}, os::DeviceClass::kUnknown, 0xFFFFFFFF},
+       EjectOutcome::kUnidentified,
+       u"",
+       {}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::u16string ejected;
+    std::vector<std::u16string> flushed, searched;
+    sys::DriveOps ops;
+    ops.volume_root = [&](std::u16string_view) { return std::u16string(row.tree.root); };
+    ops.query = [&](std::u16string_view, os::StorageDevice* d) {
+      *d = row.tree.Facts();
+      return true;
+    };
+    ops.flush = [&](const std::vector<std::u16string>& roots) {
+      flushed = roots;
+      return true;
+    };
+    ops.eject = [&](const sys::EjectPlan& plan, const os::StorageDevice&, os::EjectAnswer* a) {
+      ejected = plan.target == sys::EjectTarget::kMedium ? u"medium" : plan.node;
+      a->veto_type = os::kVetoOutstandingOpen;
+      return false;
+    };
+    ops.holders = [&](const std::vector<std::u16string>& roots) {
+      searched = roots;
+      return std::vector<os::ProcessEntry>{};
+    };
+    ops.pause = [](std::uint32_t) {};
+    const std::u16string suite = std::u16string(row.tree.root) + u"Suite\\TvEject";
+    const auto report = sys::EjectDriveOf(suite, {}, ops);
+    EXPECT_EQ(report.outcome, row.refusal) << base::Narrow(report.reason);
+    EXPECT_EQ(ejected, row.ejected) << base::Narrow(report.plan.rule);
+    EXPECT_EQ(flushed, row.volumes);
+    EXPECT_EQ(searched, row.volumes);
+    EXPECT_FALSE(report.plan.rule.empty());
+
+    // The closer closes what runs from every volume the eject takes along, and only those.
+    const sys::CloseScope scope = sys::ChooseCloseScope(
+        std::u16string(row.tree.root) + u"Suite\\TvAppsClose\\x.exe", &report.plan);
+    std::vector<std::u16string> closed;
+    if (scope.whole_drive) closed.push_back(scope.folder);
+    closed.insert(closed.end(), scope.other_volumes.begin(), scope.other_volumes.end());
+    EXPECT_EQ(closed, row.volumes) << base::Narrow(scope.reason);
+  }
 }
 
 TEST(DriveEject, TheTemporaryFoldersDriveIsRefusedAsNotRemovable) {

@@ -1,6 +1,7 @@
 // POSIX side of the seam, volumes: the mount point behind a path plays the part of the drive
-// root, sysfs decides whether its disk is removable, and the eject is an unmount of every
-// volume of the disk followed by udisks2's power-off, or the block device's own eject.
+// root, sysfs tells what its disk is (on the usb bus, removable medium), and the eject is an
+// unmount of every volume of the disk followed by udisks2's power-off, or the block device's
+// own eject.
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -243,33 +244,41 @@ bool QueryStorageDevice(std::u16string_view root, StorageDevice* out) {
   }
   const posix::MountEntry& entry = table[i];
   d.mount_points.push_back(RootText(entry.mount_point));
-  const std::u16string fs_type = base::Widen(entry.fs_type);
   if (IsRemoteType(entry.fs_type)) {
     d.drive_type = kDriveRemote;
-    d.rule = fs_type + u" is a network file system";
     *out = std::move(d);
     return true;
   }
   if (IsRamType(entry.fs_type)) {
     d.drive_type = kDriveRamdisk;
-    d.rule = fs_type + u" lives in memory";
     *out = std::move(d);
     return true;
   }
   posix::BlockDevice block;
   if (!posix::DescribeBlockDevice(posix::MountDevice(entry), &block)) {
-    d.drive_type = kDriveFixed;
-    d.rule = fs_type + u" has no block device behind it";
+    d.drive_type = kDriveFixed;  // an overlay, a virtual file system: no device to eject
     *out = std::move(d);
     return true;
   }
   d.volume = base::Widen(block.node);
   d.disk = base::Widen(block.disk_node);
-  d.parent = d.disk;
   d.device_number = (major(block.disk_dev) << 20) | minor(block.disk_dev);
   d.bus_type = block.usb ? kBusUsb : kBusUnknown;
   d.removable_media = block.removable_flag;
-  d.system = block.disk_dev != 0 && block.disk_dev == SystemDisk(table);
+  const dev_t system = SystemDisk(table);
+  const bool optical = block.disk_name.rfind("sr", 0) == 0;
+  d.device_class = optical ? DeviceClass::kCdrom : DeviceClass::kDisk;
+  if (system != 0) {
+    // Device numbers are unique across classes here: only the disk itself shares this one's.
+    d.system_class = system == block.disk_dev ? d.device_class : DeviceClass::kDisk;
+    d.system_number = (major(system) << 20) | minor(system);
+  }
+
+  // What is ejected is the whole disk: it stands for the device that may be unplugged when it
+  // is on the usb bus (or a test says so).
+  const std::u16string hook = posix::RemovableDiskForTests();
+  const bool hooked = !hook.empty() && hook == d.disk;
+  d.chain.push_back(DeviceNode{d.disk, block.usb || hooked, false});
 
   // Every mounted volume of the same disk, the one asked about first.
   auto devs = posix::DiskAndPartitions(block);
@@ -283,33 +292,16 @@ bool QueryStorageDevice(std::u16string_view root, StorageDevice* out) {
     }
   }
 
-  const std::u16string hook = posix::RemovableDiskForTests();
-  const bool hooked = !hook.empty() && hook == d.disk;
-  const bool optical = block.disk_name.rfind("sr", 0) == 0;
   d.drive_type = optical                                         ? kDriveCdrom
                  : (block.removable_flag || block.usb || hooked) ? kDriveRemovable
                                                                  : kDriveFixed;
-  if (d.system) {
-    d.rule = d.disk + u" holds the running system";
-  } else if (block.removable_flag) {
-    d.removable = true;
-    d.rule = d.disk + u" says its medium is removable";
-  } else if (block.usb) {
-    d.removable = true;
-    d.rule = d.disk + u" is on the usb bus";
-  } else if (hooked) {
-    d.removable = true;
-    d.rule = d.disk + u" is treated as removable for a test";
-  } else {
-    d.rule = d.disk + u" is a fixed disk (not removable, not on the usb bus)";
-  }
   *out = std::move(d);
   return true;
 }
 
-bool FlushVolumes(const StorageDevice& device) {
+bool FlushVolumes(const std::vector<std::u16string>& roots) {
   bool ok = true;
-  for (const auto& root : device.mount_points) {
+  for (const auto& root : roots) {
     int fd = open(MountPointOf(root).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0 || syncfs(fd) != 0) {
       posix::SetLastErrorFromErrno();
@@ -320,9 +312,13 @@ bool FlushVolumes(const StorageDevice& device) {
   return ok;
 }
 
-bool RequestDeviceEject(const StorageDevice& device, EjectAnswer* answer) {
+namespace {
+
+// The whole disk is what Linux ejects, whether the plan names the device or only its medium.
+bool EjectDisk(std::u16string_view disk, const std::vector<std::u16string>& roots,
+               EjectAnswer* answer) {
   *answer = EjectAnswer{};
-  if (device.disk.empty()) {
+  if (disk.empty()) {
     SetLastError(kErrorInvalidParameter);
     return false;
   }
@@ -330,7 +326,7 @@ bool RequestDeviceEject(const StorageDevice& device, EjectAnswer* answer) {
   std::vector<std::string> volumes;
   auto table = posix::ReadMountTable();
   std::vector<std::string> mount_points;
-  for (const auto& root : device.mount_points) mount_points.push_back(MountPointOf(root));
+  for (const auto& root : roots) mount_points.push_back(MountPointOf(root));
   for (const auto& e : table) {
     if (std::find(mount_points.begin(), mount_points.end(), e.mount_point) == mount_points.end())
       continue;
@@ -339,7 +335,7 @@ bool RequestDeviceEject(const StorageDevice& device, EjectAnswer* answer) {
         std::find(volumes.begin(), volumes.end(), b.name) == volumes.end())
       volumes.push_back(b.name);
   }
-  std::string disk_node = posix::NativePath(device.disk);
+  std::string disk_node = posix::NativePath(disk);
   std::string disk_name = disk_node.substr(disk_node.find_last_of('/') + 1);
 
   switch (posix::UdisksEject(disk_name, volumes, answer)) {
@@ -361,6 +357,18 @@ bool RequestDeviceEject(const StorageDevice& device, EjectAnswer* answer) {
   sync();
   answer->done = EjectBlockDevice(disk_node, &answer->method);
   return true;
+}
+
+}  // namespace
+
+bool RequestDeviceEject(std::u16string_view node, const std::vector<std::u16string>& roots,
+                        EjectAnswer* answer) {
+  return EjectDisk(node, roots, answer);
+}
+
+bool EjectMedium(std::u16string_view disk, const std::vector<std::u16string>& roots,
+                 EjectAnswer* answer) {
+  return EjectDisk(disk, roots, answer);
 }
 
 std::vector<ProcessEntry> ProcessesUsingVolumes(const std::vector<std::u16string>& roots) {

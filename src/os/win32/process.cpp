@@ -1,6 +1,7 @@
 // Win32 side of the seam: the shell's start calls, process exit codes and the message loop.
 #include <windows.h>
 
+#include <objbase.h>
 #include <shellapi.h>
 
 #include <string>
@@ -23,6 +24,15 @@ std::intptr_t ResultFromError(std::uint32_t error) {
   if (error == kErrorSharingViolation) return SE_ERR_SHARE;
   if (error <= 32) return static_cast<std::intptr_t>(error);
   return 0;
+}
+
+// The shell may hand a start to an extension that is a COM object, and asks its callers to
+// initialise COM on the thread first, apartment-threaded. Once per thread, for the thread's
+// life; a thread that has COM already in another model keeps it (the call then only fails).
+void InitializeComForShell() {
+  thread_local const HRESULT initialized =
+      ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
+  (void)initialized;
 }
 
 }  // namespace
@@ -48,6 +58,7 @@ std::intptr_t ShellExecuteW(Handle owner, const char16_t* verb, const char16_t* 
                             int show_command) {
   fault::Notify(fault::Event::kShellExecute, show_command);
   if (fault::Hit(fault::Op::kShellExecute)) return ResultFromError(GetLastError());
+  InitializeComForShell();
   HINSTANCE result = ::ShellExecuteW(reinterpret_cast<HWND>(owner), W(verb), W(file), W(parameters),
                                      W(directory), show_command);
   return reinterpret_cast<std::intptr_t>(result);
@@ -64,6 +75,7 @@ bool ShellExecuteExW(ShellExecuteInfo& info) {
   // The program's record says 60 bytes, the size of the 32-bit structure it was written
   // against; the 64-bit SHELLEXECUTEINFOW is 112 bytes and the shell rejects any other size,
   // so the real size goes to the API and the program's number stays in its own record.
+  InitializeComForShell();
   SHELLEXECUTEINFOW sei{};
   sei.cbSize = sizeof(sei);
   sei.fMask = info.mask;

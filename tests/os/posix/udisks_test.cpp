@@ -179,7 +179,7 @@ TEST_P(PosixUdisks, UnmountsThenPowersOffOrEjectsWhatTheDriveAllows) {
   os::StorageDevice device;
   ASSERT_TRUE(os::QueryStorageDevice(drive_.mount_point() + u"/", &device));
   os::EjectAnswer answer;
-  EXPECT_EQ(os::RequestDeviceEject(device, &answer), row.ok);
+  EXPECT_EQ(os::RequestDeviceEject(device.disk, device.mount_points, &answer), row.ok);
   EXPECT_EQ(answer.done, row.done);
   EXPECT_EQ(answer.method.substr(0, 7), u"udisks2");
   EXPECT_EQ(fake_.calls, row.calls);
