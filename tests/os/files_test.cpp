@@ -75,8 +75,17 @@ TEST_F(Files, SearchPatterns) {
       {u"*.", everything},
       {u"noext.*", {"noext"}},
   };
+  // A drive path, which goes through Win32's name rules ("Z:" is "/" on Linux).
+  const std::u16string drive = dir.u16().starts_with(u"/") ? u"Z:" + dir.u16() : dir.u16();
   for (const Row& row : rows) {
-    EXPECT_EQ(List(dir.u16() + u"\\" + row.pattern), row.names) << base::Narrow(row.pattern);
+    EXPECT_EQ(List(drive + u"\\" + row.pattern), row.names) << base::Narrow(row.pattern);
+  }
+  // Marked "\\?\", or "/"-rooted on Linux, the pattern's trailing dot is part of the name.
+  std::vector<std::u16string> as_given{u"\\\\?\\" + drive};
+  if (drive != dir.u16()) as_given.push_back(dir.u16());
+  for (const std::u16string& folder : as_given) {
+    EXPECT_EQ(List(folder + u"\\a.txt."), V{}) << base::Narrow(folder);
+    EXPECT_EQ(List(folder + u"\\a.txt"), V{"a.txt"}) << base::Narrow(folder);
   }
   std::uint32_t error = 0;
   EXPECT_TRUE(List(P(u"nomatch*"), &error).empty());

@@ -72,6 +72,24 @@ TEST_F(FileUtils, FileExists) {
   EXPECT_EQ(date, -1.0);
   EXPECT_TRUE(mFileUtils::FileExists(P(u"f*.txt"))) << "a wildcard tests the first match";
   EXPECT_FALSE(mFileUtils::FileExists(P(u"nofolder\\five.txt")));
+
+  // Names are taken as they are: a trailing dot or blank belongs to the name. (The files are
+  // made through the marked path, which Windows too takes as it stands.)
+  for (const char16_t* name : {u"a.", u"b ", u"c"}) {
+    os::Handle h = os::CreateFileW(mFileUtils::LongPath(P(name)).c_str(), os::kGenericWrite, 0,
+                                   os::kCreateNew, 0);
+    ASSERT_NE(h, os::kInvalidHandle) << base::Narrow(name);
+    os::CloseFile(h);
+  }
+  struct Row {
+    const char16_t* name;
+    bool exists;
+  } rows[] = {{u"a.", true}, {u"b ", true}, {u"a", false}, {u"b", false}, {u"c.", false}};
+  for (const Row& row : rows) {
+    EXPECT_EQ(mFileUtils::FileExists(P(row.name)), row.exists) << base::Narrow(row.name);
+    EXPECT_EQ(mFileUtils::FindFile(P(row.name), 0), row.exists ? row.name : u"")
+        << base::Narrow(row.name);
+  }
 }
 
 TEST_F(FileUtils, Attributes) {

@@ -106,8 +106,9 @@ bool Wildcard(std::u16string_view pattern, std::u16string_view name) {
   return p == pattern.size();
 }
 
-bool Matches(std::u16string_view pattern, std::u16string_view name) {
-  while (pattern.size() > 1 && pattern.back() == u'.') pattern.remove_suffix(1);
+// keep_names: the pattern's trailing dots belong to the name (see posix::KeepsNames).
+bool Matches(std::u16string_view pattern, std::u16string_view name, bool keep_names) {
+  while (!keep_names && pattern.size() > 1 && pattern.back() == u'.') pattern.remove_suffix(1);
   if (Wildcard(pattern, name)) return true;
   return pattern.size() > 2 && pattern.substr(pattern.size() - 2) == u".*" &&
          Wildcard(pattern.substr(0, pattern.size() - 2), name);
@@ -177,13 +178,14 @@ Handle FindFirstFileW(const char16_t* pattern, FindData* entry) {
     return kInvalidHandle;
   }
   auto search = std::make_shared<Search>();
+  const bool keep_names = posix::KeepsNames(p);
   const bool drive_root = dir.find_first_not_of('/') == std::string::npos;
   if (!dir.empty() && dir.back() != '/') dir += '/';
   while (dirent* e = readdir(d)) {
     std::string name = e->d_name;
     // A drive's root lists no "." and ".." entries.
     if (drive_root && (name == "." || name == "..")) continue;
-    if (!Matches(mask, base::Widen(name))) continue;
+    if (!Matches(mask, base::Widen(name), keep_names)) continue;
     struct stat st;
     if (!StatPath(dir + name, &st)) continue;
     search->entries.push_back(Entry(st, name));
