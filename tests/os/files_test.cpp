@@ -80,12 +80,15 @@ TEST_F(Files, SearchPatterns) {
   for (const Row& row : rows) {
     EXPECT_EQ(List(drive + u"\\" + row.pattern), row.names) << base::Narrow(row.pattern);
   }
-  // Marked "\\?\", or "/"-rooted on Linux, the pattern's trailing dot is part of the name.
-  std::vector<std::u16string> as_given{u"\\\\?\\" + drive};
-  if (drive != dir.u16()) as_given.push_back(dir.u16());
-  for (const std::u16string& folder : as_given) {
-    EXPECT_EQ(List(folder + u"\\a.txt."), V{}) << base::Narrow(folder);
-    EXPECT_EQ(List(folder + u"\\a.txt"), V{"a.txt"}) << base::Narrow(folder);
+  // A name with a trailing dot, made and found through the marked path.
+  const std::u16string dot = u"\\\\?\\" + drive + u"\\dot.";
+  os::CloseFile(os::CreateFileW(dot.c_str(), os::kGenericWrite, 0, os::kCreateNew, 0));
+  EXPECT_EQ(List(dot), V{"dot."});
+  // A "/"-rooted path is a POSIX path: the pattern's trailing dot belongs to the name.
+  if (drive != dir.u16()) {
+    EXPECT_EQ(List(dir.u16() + u"/a.txt."), V{});
+    EXPECT_EQ(List(dir.u16() + u"/*."), (V{".", "..", "dot."}));
+    EXPECT_EQ(List(dir.u16() + u"/dot."), V{"dot."});
   }
   std::uint32_t error = 0;
   EXPECT_TRUE(List(P(u"nomatch*"), &error).empty());

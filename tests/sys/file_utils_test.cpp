@@ -81,11 +81,20 @@ TEST_F(FileUtils, FileExists) {
     ASSERT_NE(h, os::kInvalidHandle) << base::Narrow(name);
     os::CloseFile(h);
   }
+  // Only a "/"-rooted path is sure to take "c." as it stands: Windows' search through the
+  // marked path varies (Wine finds "c").
+  const bool posix_path = P(u"c").starts_with(u"/");
   struct Row {
     const char16_t* name;
     bool exists;
-  } rows[] = {{u"a.", true}, {u"b ", true}, {u"a", false}, {u"b", false}, {u"c.", false}};
+    bool posix_only;
+  } rows[] = {{u"a.", true, false},
+              {u"b ", true, false},
+              {u"a", false, false},
+              {u"b", false, false},
+              {u"c.", false, true}};
   for (const Row& row : rows) {
+    if (row.posix_only && !posix_path) continue;
     EXPECT_EQ(mFileUtils::FileExists(P(row.name)), row.exists) << base::Narrow(row.name);
     EXPECT_EQ(mFileUtils::FindFile(P(row.name), 0), row.exists ? row.name : u"")
         << base::Narrow(row.name);

@@ -83,8 +83,7 @@ std::uint64_t Ticks(const struct timespec& t) {
 // ---- directory search ----------------------------------------------------------------------
 
 // Windows' name matching: "*" any run of characters, "?" exactly one, letters without regard to
-// case. Dots at the end of the pattern are dropped ("*." is "*", "a.txt." is "a.txt"), and a
-// pattern ending in ".*" also takes the name without any extension ("noext.*" finds "noext").
+// case.
 bool Wildcard(std::u16string_view pattern, std::u16string_view name) {
   std::size_t p = 0, n = 0, star = std::u16string_view::npos, resume = 0;
   while (n < name.size()) {
@@ -106,10 +105,16 @@ bool Wildcard(std::u16string_view pattern, std::u16string_view name) {
   return p == pattern.size();
 }
 
-// keep_names: the pattern's trailing dots belong to the name (see posix::KeepsNames).
+// Wildcard, and the rules of a search's pattern: one ending in ".*" also takes the name without
+// any extension ("noext.*" finds "noext"). In a path of Windows shape, dots at the end of the
+// pattern may also be left out ("*." is "*", "a.txt." finds "a.txt", "a." finds "a." and "a"),
+// as Wine answers; a POSIX path's pattern (keep_names, see posix::KeepsNames) keeps them.
 bool Matches(std::u16string_view pattern, std::u16string_view name, bool keep_names) {
-  while (!keep_names && pattern.size() > 1 && pattern.back() == u'.') pattern.remove_suffix(1);
   if (Wildcard(pattern, name)) return true;
+  if (!keep_names) {
+    while (pattern.size() > 1 && pattern.back() == u'.') pattern.remove_suffix(1);
+    if (Wildcard(pattern, name)) return true;
+  }
   return pattern.size() > 2 && pattern.substr(pattern.size() - 2) == u".*" &&
          Wildcard(pattern.substr(0, pattern.size() - 2), name);
 }

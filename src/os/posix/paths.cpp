@@ -147,7 +147,6 @@ bool SystemPath(std::u16string_view path, std::string* out) {
 }
 
 bool KeepsNames(std::u16string_view path) {
-  if (SpecialPrefix(path, u'?')) return true;
   return !DrivePrefix(path) && !(path.size() >= 2 && Sep(path[0]) && Sep(path[1]));
 }
 

@@ -12,9 +12,9 @@ namespace os::posix {
 // any other drive letter has no volume here (3); network paths cannot be reached (53).
 bool SystemPath(std::u16string_view path, std::string* out);
 
-// Whether the system takes the names of a path as they are: a POSIX path ("/"-rooted or
-// relative) or one marked "\\?\". A drive or network path without the mark goes through Win32's
-// name rules, which drop trailing dots (and blanks) from its names.
+// Whether a path is a POSIX path ("/"-rooted or relative), whose names the system takes as
+// they are, trailing dots and blanks included; not a path of Windows shape (drive, network,
+// "\\?\"), which goes through the Windows rules for names.
 bool KeepsNames(std::u16string_view path);
 
 // The Windows error for a path that could not be found: 3 when its folder is missing too,
