@@ -90,6 +90,7 @@ TEST_F(Files, SearchPatterns) {
     EXPECT_EQ(List(dir.u16() + u"/*."), (V{".", "..", "dot."}));
     EXPECT_EQ(List(dir.u16() + u"/dot."), V{"dot."});
   }
+  EXPECT_TRUE(os::DeleteFileW(dot.c_str()));
   std::uint32_t error = 0;
   EXPECT_TRUE(List(P(u"nomatch*"), &error).empty());
   EXPECT_EQ(error, os::kErrorFileNotFound);

@@ -99,6 +99,11 @@ TEST_F(FileUtils, FileExists) {
     EXPECT_EQ(mFileUtils::FindFile(P(row.name), 0), row.exists ? row.name : u"")
         << base::Narrow(row.name);
   }
+  // KillFile takes them as they are too (and Windows' own clean-up of the folder could not).
+  for (const char16_t* name : {u"a.", u"b ", u"c"}) {
+    EXPECT_TRUE(mFileUtils::KillFile(P(name), 0)) << base::Narrow(name);
+    EXPECT_FALSE(mFileUtils::FileExists(P(name))) << base::Narrow(name);
+  }
 }
 
 TEST_F(FileUtils, Attributes) {
