@@ -294,9 +294,6 @@ TEST(XmlNodeTree, MissingNodesGiveNeutralResults) {
          return p->FindNodes(nullptr, found), found.empty();
        },
        u"Error" + not_set + u"in Function cXmlNode.MatchRule"},
-      {"Contains(nothing)", [](auto& p) { return !p->Contains(nullptr, true); }, u""},
-      {"GetRefCount(nothing)", [](auto&) { return cXmlNode::GetRefCount(nullptr) == 0; }, u""},
-      {"NodeFromPtr(nothing)", [](auto& p) { return !p->NodeFromPtr(nullptr); }, u""},
       {"AddEventSink(nothing)", [](auto& p) { return p->AddEventSink(nullptr), true; }, u""},
       {"RaiseNodeEvent without a list", [](auto& p) { return p->RaiseNodeEvent(u"x"), true; }, u""},
       {"neighbours of a node without a parent",
