@@ -131,6 +131,18 @@ bool Trap(const TrapSite& site, Body&& body) noexcept {
   }
 }
 
+// The object a counted reference holds. A reference that holds nothing raises 91 ("Object
+// variable or With block variable not set"), so that a member reached through a missing node
+// fails under the caller's trap, logged like any other run-time error, instead of reading
+// through nothing:
+//
+//   return base::Trap(site, std::u16string(), [&] { return base::Need(node).Name(); });
+template <class Reference>
+auto& Need(const Reference& reference) {
+  if (!reference) Raise(kObjectNotSet);
+  return *reference;
+}
+
 // Signed 32-bit arithmetic with the overflow check of the original numeric type: raises 6.
 std::int32_t CheckedAdd(std::int32_t a, std::int32_t b);
 std::int32_t CheckedSub(std::int32_t a, std::int32_t b);

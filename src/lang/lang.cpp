@@ -33,7 +33,8 @@ std::u16string cLang::GetString(std::u16string_view Key, std::u16string_view Def
       std::size_t dot = Key.find(u'.', start);
       std::u16string_view segment =
           Key.substr(start, dot == std::u16string_view::npos ? dot : dot - start);
-      XmlNodePtr child = node->FindNode(segment);
+      // A child only: a node named like the segment does not answer for itself.
+      XmlNodePtr child = node->FindNode(segment, false, true);
       if (!child) {
         child = cXmlNode::Create();
         // A lookup without a default leaves the document as it was.
@@ -63,20 +64,22 @@ std::u16string cLang::GetString(std::u16string_view Key, std::u16string_view Def
 
 std::u16string cLang::LocalChildValue(const XmlNodePtr& Node, std::u16string_view ChildName) {
   return base::Trap(base::InProperty(u"cLang.LocalChildValue"), std::u16string(), [&] {
+    cXmlNode& node = base::Need(Node);
     const std::u16string id = LangID();
     const std::u16string name(ChildName);
-    if (Node->ChildExists(name + u"." + id)) return Node->ChildValue(name + u"." + id);
-    if (id != u"en" && Node->ChildExists(name + u".en")) return Node->ChildValue(name + u".en");
-    if (Node->ChildExists(name)) {
-      XmlNodePtr plain = Node->FindNode(name);
-      std::u16string value = plain->Value();
+    if (node.ChildExists(name + u"." + id)) return node.ChildValue(name + u"." + id);
+    if (id != u"en" && node.ChildExists(name + u".en")) return node.ChildValue(name + u".en");
+    if (node.ChildExists(name)) {
+      // The child, not Node itself when Node carries the same name.
+      const XmlNodePtr plain = node.FindNode(name, false, true);
+      std::u16string value = base::Need(plain).Value();
       plain->Name(name + u"." + id);
       return value;
     }
     const std::u16string prefix = name + u".";
-    for (std::int32_t i = 1, n = Node->ChildCount(); i <= n; ++i) {
-      XmlNodePtr child = Node->Child(i);
-      if (child->Name().rfind(prefix, 0) == 0) return child->Value();
+    for (std::int32_t i = 1, n = node.ChildCount(); i <= n; ++i) {
+      const XmlNodePtr child = node.Child(i);
+      if (base::Need(child).Name().rfind(prefix, 0) == 0) return child->Value();
     }
     return std::u16string();
   });
@@ -84,8 +87,9 @@ std::u16string cLang::LocalChildValue(const XmlNodePtr& Node, std::u16string_vie
 
 void cLang::LocalChildValue(const XmlNodePtr& Node, std::u16string_view ChildName,
                             std::u16string_view Value) {
-  base::Trap(base::InProperty(u"cLang.LocalChildValue"),
-             [&] { Node->ChildValue(std::u16string(ChildName) + u"." + LangID(), Value); });
+  base::Trap(base::InProperty(u"cLang.LocalChildValue"), [&] {
+    base::Need(Node).ChildValue(std::u16string(ChildName) + u"." + LangID(), Value);
+  });
 }
 
 namespace mLang {

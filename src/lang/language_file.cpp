@@ -51,7 +51,7 @@ std::u16string FindLangFile(std::u16string_view code) {
       XmlNodePtr root = ParseFile(mGlobal::InProgramFolder(file), encoding, with_bom);
       if (root->Name() != u"Languages") continue;
       for (std::int32_t i = 1, n = root->ChildCount(); i <= n; ++i) {
-        const std::u16string name = root->Child(i)->Name();
+        const std::u16string name = base::Need(root->Child(i)).Name();
         if (base::EqualNoCase(name, code)) return file;
         if (fallback.empty() && base::Lower(std::u16string_view(name).substr(0, 2)) == two) {
           fallback = file;
@@ -126,7 +126,8 @@ void SaveLangFile() {
     if (!language) return;
     if (base::Lower(std::u16string_view(Lang().LangID()).substr(0, 2)) == u"fr") return;
     if (language->ItemData == 0) return;
-    const std::u16string text = state.document->XmlData();
+    // A language installed without InitLanguage has no document to write back.
+    const std::u16string text = base::Need(state.document).XmlData();
     mStringTools::SaveFile(state.path, text, true, 2, false, 1252, 0, false, u"", 0, 5);
     language->ItemData = 0;
   });

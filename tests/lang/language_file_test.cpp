@@ -2,11 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "app/config.h"
 #include "app/program.h"
+#include "base/debug_log.h"
+#include "base/text.h"
 #include "lang/lang.h"
 #include "lang/lang_select.h"
 #include "os/fault.h"
@@ -200,6 +205,64 @@ TEST(cLangLookup, KeysDefaultsAndChildValues) {
   lang.LocalChildValue(holder, u"Tip", u"new tip");
   EXPECT_EQ(holder->ChildValue(u"Tip.en"), u"new tip");
   EXPECT_EQ(lang.LocalChildValue(holder, u"Missing"), u"");
+
+  // Only children answer: a node named like the key is not its own value.
+  XmlNodePtr title = cXmlNode::Create();
+  title->Name(u"Title");
+  title->ChildValue(u"Title", u"inner");
+  EXPECT_EQ(lang.LocalChildValue(title, u"Title"), u"inner");
+  EXPECT_EQ(title->Name(), u"Title");
+  EXPECT_TRUE(title->ChildExists(u"Title.en"));
+  EXPECT_EQ(lang.GetString(u"Messages.Messages", u"inner"), u"inner");
+  EXPECT_EQ(node->FindNode(u"Messages")->ChildValue(u"Messages"), u"inner");
+}
+
+// A process that never ran InitLanguage: members handed no node, or reaching the language
+// document that was never loaded, answer their neutral value with a trap line (error 91, as a
+// call through an unset object) and do not crash. Run in a fresh process, since the language
+// state is process-wide.
+TEST(LangWithoutNodes, MembersAnswerNeutralValues) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto run = [] {
+    if (mLang::LanguageDocument() || mLang::Lang().Xml()) std::exit(2);  // not a fresh process
+    const std::u16string not_set = u" 91 (Object variable or With block variable not set) ";
+    struct Row {
+      const char* what;
+      std::function<std::u16string()> call;
+      std::u16string log;  // "" for none
+    } rows[] = {
+        {"LocalChildValue get", [] { return mLang::Lang().LocalChildValue(nullptr, u"Title"); },
+         u"Error" + not_set + u"in Property cLang.LocalChildValue"},
+        {"LocalChildValue set",
+         [] { return mLang::Lang().LocalChildValue(nullptr, u"Title", u"x"), std::u16string(); },
+         u"Error" + not_set + u"in Property cLang.LocalChildValue"},
+        {"SaveLangFile without a language", [] { return mLang::SaveLangFile(), std::u16string(); },
+         u""},
+        {"SaveLangFile of a language installed without InitLanguage",
+         [] {
+           XmlNodePtr en = cXmlNode::Create();
+           en->Name(u"en");
+           en->ItemData = 1;  // texts were added
+           mLang::Lang().Xml(en);
+           mLang::SaveLangFile();
+           return mLang::LanguageFilePath();
+         },
+         u"Erreur" + not_set + u"dans Sub mLang.SaveLangFile"},
+    };
+    int failures = 0;
+    for (const Row& row : rows) {
+      std::vector<std::u16string> log;
+      base::ScopedLogSink sink([&](std::u16string_view line) { log.emplace_back(line); });
+      const std::u16string result = row.call();
+      if (!result.empty() || log != (row.log.empty() ? decltype(log){} : decltype(log){row.log})) {
+        std::fprintf(stderr, "%s: \"%s\", %zu lines\n", row.what, base::Narrow(result).c_str(),
+                     log.size());
+        ++failures;
+      }
+    }
+    std::exit(failures == 0 ? 0 : 1);
+  };
+  EXPECT_EXIT(run(), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

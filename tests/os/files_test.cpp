@@ -75,9 +75,22 @@ TEST_F(Files, SearchPatterns) {
       {u"*.", everything},
       {u"noext.*", {"noext"}},
   };
+  // A drive path, which goes through Win32's name rules ("Z:" is "/" on Linux).
+  const std::u16string drive = dir.u16().starts_with(u"/") ? u"Z:" + dir.u16() : dir.u16();
   for (const Row& row : rows) {
-    EXPECT_EQ(List(dir.u16() + u"\\" + row.pattern), row.names) << base::Narrow(row.pattern);
+    EXPECT_EQ(List(drive + u"\\" + row.pattern), row.names) << base::Narrow(row.pattern);
   }
+  // A name with a trailing dot, made and found through the marked path.
+  const std::u16string dot = u"\\\\?\\" + drive + u"\\dot.";
+  os::CloseFile(os::CreateFileW(dot.c_str(), os::kGenericWrite, 0, os::kCreateNew, 0));
+  EXPECT_EQ(List(dot), V{"dot."});
+  // A "/"-rooted path is a POSIX path: the pattern's trailing dot belongs to the name.
+  if (drive != dir.u16()) {
+    EXPECT_EQ(List(dir.u16() + u"/a.txt."), V{});
+    EXPECT_EQ(List(dir.u16() + u"/*."), (V{".", "..", "dot."}));
+    EXPECT_EQ(List(dir.u16() + u"/dot."), V{"dot."});
+  }
+  EXPECT_TRUE(os::DeleteFileW(dot.c_str()));
   std::uint32_t error = 0;
   EXPECT_TRUE(List(P(u"nomatch*"), &error).empty());
   EXPECT_EQ(error, os::kErrorFileNotFound);

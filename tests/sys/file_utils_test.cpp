@@ -72,6 +72,38 @@ TEST_F(FileUtils, FileExists) {
   EXPECT_EQ(date, -1.0);
   EXPECT_TRUE(mFileUtils::FileExists(P(u"f*.txt"))) << "a wildcard tests the first match";
   EXPECT_FALSE(mFileUtils::FileExists(P(u"nofolder\\five.txt")));
+
+  // Names are taken as they are: a trailing dot or blank belongs to the name. (The files are
+  // made through the marked path, which Windows too takes as it stands.)
+  for (const char16_t* name : {u"a.", u"b ", u"c"}) {
+    os::Handle h = os::CreateFileW(mFileUtils::LongPath(P(name)).c_str(), os::kGenericWrite, 0,
+                                   os::kCreateNew, 0);
+    ASSERT_NE(h, os::kInvalidHandle) << base::Narrow(name);
+    os::CloseFile(h);
+  }
+  // Only a "/"-rooted path is sure to take "c." as it stands: Windows' search through the
+  // marked path varies (Wine finds "c").
+  const bool posix_path = P(u"c").starts_with(u"/");
+  struct Row {
+    const char16_t* name;
+    bool exists;
+    bool posix_only;
+  } rows[] = {{u"a.", true, false},
+              {u"b ", true, false},
+              {u"a", false, false},
+              {u"b", false, false},
+              {u"c.", false, true}};
+  for (const Row& row : rows) {
+    if (row.posix_only && !posix_path) continue;
+    EXPECT_EQ(mFileUtils::FileExists(P(row.name)), row.exists) << base::Narrow(row.name);
+    EXPECT_EQ(mFileUtils::FindFile(P(row.name), 0), row.exists ? row.name : u"")
+        << base::Narrow(row.name);
+  }
+  // KillFile takes them as they are too (and Windows' own clean-up of the folder could not).
+  for (const char16_t* name : {u"a.", u"b ", u"c"}) {
+    EXPECT_TRUE(mFileUtils::KillFile(P(name), 0)) << base::Narrow(name);
+    EXPECT_FALSE(mFileUtils::FileExists(P(name))) << base::Narrow(name);
+  }
 }
 
 TEST_F(FileUtils, Attributes) {

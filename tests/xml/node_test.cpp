@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
+#include "base/text.h"
 #include "xml_test_util.h"
 
 namespace {
@@ -245,6 +248,80 @@ TEST(XmlNodeLifetime, NameSetterRaisesNothing) {
   n->ItemData = 5;
   EXPECT_TRUE(events.empty());
   EXPECT_EQ(n->Name(), u"m");
+}
+
+// Members handed nothing for a node, a position past the children, or a node with no parent
+// and no neighbours: each answers its neutral value, a missing node being at most a trap line
+// (error 91, as a call through an unset object), never a crash.
+TEST(XmlNodeTree, MissingNodesGiveNeutralResults) {
+  const std::u16string not_set = u" 91 (Object variable or With block variable not set) ";
+  const std::u16string out_of_range = u" 9 (Subscript out of range) ";
+  using Check = std::function<bool(const XmlNodePtr&)>;
+  struct Row {
+    const char* what;
+    Check neutral;       // called on a node "p" with one child "c" and no parent
+    std::u16string log;  // the first line logged, "" for none
+  } rows[] = {
+      {"AddChild(nothing)",
+       [](auto& p) { return p->AddChild(nullptr) == 0 && p->ChildCount() == 1; },
+       u"Erreur" + not_set + u"dans Function cXmlNode.AddChild"},
+      {"AddChild before a missing position",
+       [](auto& p) { return p->AddChild(Node(u"x"), 3) == 0; },
+       u"Erreur" + out_of_range + u"dans Function cXmlNode.AddChild"},
+      {"Child(0)", [](auto& p) { return !p->Child(0); },
+       u"Error" + out_of_range + u"in Property cXmlNode.Child"},
+      {"Child past the end", [](auto& p) { return !p->Child(2); },
+       u"Error" + out_of_range + u"in Property cXmlNode.Child"},
+      {"EmancipateChild(nothing)",
+       [](auto& p) { return p->EmancipateChild(XmlNodePtr()), p->ChildCount() == 1; }, u""},
+      {"EmancipateChild past the end", [](auto& p) { return p->EmancipateChild(2.0), true; },
+       u"Erreur" + out_of_range + u"dans Sub cXmlNode.ChildEmancipate"},
+      {"DelChild(nothing)", [](auto& p) { return p->DelChild(XmlNodePtr()), p->ChildCount() == 1; },
+       u""},
+      {"DelChild(0)", [](auto& p) { return p->DelChild(0.0), p->ChildCount() == 1; },
+       u"Erreur" + out_of_range + u"dans Sub cXmlNode.DelChild"},
+      {"CopyItemDataTo(nothing)", [](auto& p) { return p->CopyItemDataTo(nullptr), true; },
+       u"Error" + not_set + u"in Sub cXmlNode.CopyItemDataTo"},
+      {"MatchRule(nothing)", [](auto& p) { return !p->MatchRule(nullptr); },
+       u"Error" + not_set + u"in Function cXmlNode.MatchRule"},
+      {"Match(nothing)", [](auto& p) { return !p->Match(nullptr); },
+       u"Error" + not_set + u"in Function cXmlNode.NodeMatch"},
+      {"FindFirstMatch(nothing)", [](auto& p) { return !p->FindFirstMatch(nullptr, nullptr, 9); },
+       u"Error" + not_set + u"in Function cXmlNode.NodeMatch"},
+      {"FindNodes(nothing)",
+       [](auto& p) {
+         std::vector<XmlNodePtr> found;
+         return p->FindNodes(nullptr, found), found.empty();
+       },
+       u"Error" + not_set + u"in Function cXmlNode.MatchRule"},
+      {"AddEventSink(nothing)", [](auto& p) { return p->AddEventSink(nullptr), true; }, u""},
+      {"RaiseNodeEvent without a list", [](auto& p) { return p->RaiseNodeEvent(u"x"), true; }, u""},
+      {"neighbours of a node without a parent",
+       [](auto& p) {
+         return !p->Parent() && !p->PrevSibling() && !p->NextSibling() && !p->PrevNode() &&
+                !p->GetParent(2) && p->RootNode() == p && p->Child(1)->NextNode() == nullptr;
+       },
+       u""},
+      {"paths and children that are not there",
+       [](auto& p) {
+         p->SortChilds(u"c:missing,c:none/a:id");
+         return !p->GetChildNode(u"c.d.e") && p->GetChildValue(u"x.y").empty() &&
+                p->ChildAttribut(u"x", u"id").empty() && p->ChildValue(u"x").empty();
+       },
+       u""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    const XmlNodePtr p = Node(u"p", {Node(u"c")});
+    LogCapture log;
+    EXPECT_TRUE(row.neutral(p));
+    if (row.log.empty()) {
+      EXPECT_TRUE(log.lines.empty()) << base::Narrow(log.lines.front());
+    } else {
+      ASSERT_FALSE(log.lines.empty());
+      EXPECT_EQ(log.lines.front(), row.log);
+    }
+  }
 }
 
 }  // namespace

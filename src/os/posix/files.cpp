@@ -84,8 +84,7 @@ std::uint64_t Ticks(const struct timespec& t) {
 // ---- directory search ----------------------------------------------------------------------
 
 // Windows' name matching: "*" any run of characters, "?" exactly one, letters without regard to
-// case. Dots at the end of the pattern are dropped ("*." is "*", "a.txt." is "a.txt"), and a
-// pattern ending in ".*" also takes the name without any extension ("noext.*" finds "noext").
+// case.
 bool Wildcard(std::u16string_view pattern, std::u16string_view name) {
   std::size_t p = 0, n = 0, star = std::u16string_view::npos, resume = 0;
   while (n < name.size()) {
@@ -107,9 +106,16 @@ bool Wildcard(std::u16string_view pattern, std::u16string_view name) {
   return p == pattern.size();
 }
 
-bool Matches(std::u16string_view pattern, std::u16string_view name) {
-  while (pattern.size() > 1 && pattern.back() == u'.') pattern.remove_suffix(1);
+// Wildcard, and the rules of a search's pattern: one ending in ".*" also takes the name without
+// any extension ("noext.*" finds "noext"). In a path of Windows shape, dots at the end of the
+// pattern may also be left out ("*." is "*", "a.txt." finds "a.txt", "a." finds "a." and "a"),
+// as Wine answers; a POSIX path's pattern (keep_names, see posix::KeepsNames) keeps them.
+bool Matches(std::u16string_view pattern, std::u16string_view name, bool keep_names) {
   if (Wildcard(pattern, name)) return true;
+  if (!keep_names) {
+    while (pattern.size() > 1 && pattern.back() == u'.') pattern.remove_suffix(1);
+    if (Wildcard(pattern, name)) return true;
+  }
   return pattern.size() > 2 && pattern.substr(pattern.size() - 2) == u".*" &&
          Wildcard(pattern.substr(0, pattern.size() - 2), name);
 }
@@ -178,13 +184,14 @@ Handle FindFirstFileW(const char16_t* pattern, FindData* entry) {
     return kInvalidHandle;
   }
   auto search = std::make_shared<Search>();
+  const bool keep_names = posix::KeepsNames(p);
   const bool drive_root = dir.find_first_not_of('/') == std::string::npos;
   if (!dir.empty() && dir.back() != '/') dir += '/';
   while (dirent* e = readdir(d)) {
     std::string name = e->d_name;
     // A drive's root lists no "." and ".." entries.
     if (drive_root && (name == "." || name == "..")) continue;
-    if (!Matches(mask, base::Widen(name))) continue;
+    if (!Matches(mask, base::Widen(name), keep_names)) continue;
     struct stat st;
     if (!StatPath(dir + name, &st)) continue;
     search->entries.push_back(Entry(st, name));

@@ -146,6 +146,10 @@ bool SystemPath(std::u16string_view path, std::string* out) {
   return true;
 }
 
+bool KeepsNames(std::u16string_view path) {
+  return !DrivePrefix(path) && !(path.size() >= 2 && Sep(path[0]) && Sep(path[1]));
+}
+
 std::uint32_t NotFoundError(const std::string& path) {
   std::string folder = path;
   while (!folder.empty() && folder.back() == '/') folder.pop_back();
