@@ -102,7 +102,7 @@ void InitLanguage() {
       state.document->Name(u"Languages");
     }
 
-    XmlNodePtr language = state.document->FindNode(code);
+    XmlNodePtr language = state.document->FindNode(code, false, true);  // a child, never the root
     if (!language) {
       language = cXmlNode::Create();
       language->Name(code);

@@ -131,6 +131,12 @@ TEST_F(LanguageStartup, ChoosesByConfigurationThenFilesThenFallbacks) {
       EXPECT_EQ(mGlobal::ConfigTree()->ItemData, 0) << "the configuration is not rewritten";
     }
   }
+  // The language is a child of the document's root, even when its code is the root's name.
+  Fresh();
+  dir().Write(u"TvEject_lng.xml", kEnglish);
+  Config("<UserLanguage>Languages</UserLanguage>");
+  ASSERT_NE(mLang::Lang().Xml(), nullptr);
+  EXPECT_NE(mLang::Lang().Xml()->Parent(), nullptr);
 }
 
 #ifndef _WIN32
