@@ -59,7 +59,9 @@ TEST(CompanionLog, WritesOnlyIntoAFileOfTheUsersOwn) {
     }
     const std::string text = temp.Read(u"Shared/log.txt");
     EXPECT_EQ(text.find("]: Started: /retry\r\n") != std::string::npos, row.written) << text;
-    if (row.planted == Planted::kOwnFile) EXPECT_EQ(text.rfind("earlier\r\nTvDiskEjector[", 0), 0u);
+    if (row.planted == Planted::kOwnFile) {
+      EXPECT_EQ(text.rfind("earlier\r\nTvDiskEjector[", 0), 0u);
+    }
     EXPECT_EQ(temp.Read(u"Home/.profile"), "the user's own\n");
     EXPECT_FALSE(temp.Exists(u"Home/new"));
   }
