@@ -86,20 +86,25 @@ struct FakeApps {
       std::vector<os::ProcessEntry> list;
       if (unreadable) return list;
       for (const auto& [pid, app] : apps)
-        if (app.alive) list.push_back({pid, 1, app.image});
+        if (app.alive) list.push_back({pid, 1, app.image, u"tester", 1});
       return list;
     };
-    ops.request_close = [this](std::uint32_t pid) {
-      asked.push_back(pid);
-      if (apps.at(pid).polite) apps.at(pid).alive = false;
-      return 1;
+    ops.open = [this](const os::ProcessEntry& e, sys::HeldProcess* held) {
+      const std::uint32_t pid = e.pid;
+      held->request_close = [this, pid](bool) {
+        asked.push_back(pid);
+        if (apps.at(pid).polite) apps.at(pid).alive = false;
+        return 1;
+      };
+      held->running = [this, pid] { return apps.at(pid).alive; };
+      held->terminate = [this, pid] {
+        killed.push_back(pid);
+        apps.at(pid).alive = false;
+        return true;
+      };
+      return apps.count(pid) && apps.at(pid).alive;
     };
-    ops.running = [this](std::uint32_t pid) { return apps.count(pid) && apps.at(pid).alive; };
-    ops.terminate = [this](std::uint32_t pid) {
-      killed.push_back(pid);
-      apps.at(pid).alive = false;
-      return true;
-    };
+    ops.own_user = [] { return u"tester"; };
     ops.now = [this] { return clock; };
     ops.sleep = [this](std::uint32_t ms) { clock += ms; };
     return ops;

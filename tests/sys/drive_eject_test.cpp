@@ -70,7 +70,7 @@ struct Script {
     };
     ops.holders = [this](const std::vector<std::u16string>& roots) {
       ++holder_scans;
-      return std::vector<os::ProcessEntry>{{4242, 1, u"/media/STICK/App/editor"}};
+      return std::vector<os::ProcessEntry>{{4242, 1, u"/media/STICK/App/editor", u"", 0}};
     };
     ops.pause = [this](std::uint32_t ms) { pauses.push_back(ms); };
     return ops;
