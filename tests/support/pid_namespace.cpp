@@ -25,8 +25,8 @@ constexpr const char* kMarkVariable = "TVEJECT_TEST_PIDNS";
 void SayNoNamespace(const char* why) {
   const auto* test = testing::UnitTest::GetInstance()->current_test_info();
   std::printf(
-      "[   NOTE   ] %s.%s: no PID namespace (%s); the closer runs only against a scope folder "
-      "that holds nothing but this test's own programs\n",
+      "[   NOTE   ] %s.%s: no PID namespace (%s); it signals only programs it started "
+      "itself, from a folder of its own\n",
       test->test_suite_name(), test->name(), why);
   std::fflush(stdout);
 }
