@@ -112,7 +112,8 @@ struct FakeApps {
 };
 
 // Pids far above any real one, so that none is mistaken for the test or its parent.
-constexpr std::uint32_t kEditor = 0x7FFF0001, kStubborn = 0x7FFF0002, kOutsider = 0x7FFF0003;
+constexpr std::uint32_t kEditor = 0x7FFF0001, kStubborn = 0x7FFF0002, kOutsider = 0x7FFF0003,
+                        kLate = 0x7FFF0004;
 
 TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
   struct Row {
@@ -126,6 +127,7 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
     const char* out;    // the count file, nullptr when none is written
     std::size_t boxes;  // boxes shown
     std::vector<std::uint32_t> asked;
+    bool late = false;  // an application of the suite starts while the box is shown
   } rows[] = {
       {"now-out", {u"/now", u"/out"}, false, false, 0, false, 0, "0", 0, {kEditor}},
       {"stubborn", {u"/now", u"/out"}, true, false, 0, false, 1, "1", 0, {kEditor, kStubborn}},
@@ -145,6 +147,8 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
        2,
        {kEditor, kStubborn}},
       {"unreadable", {u"/now", u"/out"}, false, false, 0, true, 2, nullptr, 0, {}},
+      // What the box named is what is closed: the late one is counted, not asked.
+      {"late", {u"/out"}, false, false, os::kIdOk, false, 1, "1", 2, {kEditor}, true},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -163,6 +167,7 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
     std::vector<std::u16string> boxes;
     os::fault::SetMessageBoxAnswer([&](const os::MessageBoxParams& p) {
       boxes.emplace_back(p.text);
+      if (row.late && boxes.size() == 1) fake.apps[kLate] = {temp.u16(u"Suite/Late/late"), true};
       return boxes.size() == 1 ? row.answer : os::kIdOk;
     });
     EXPECT_EQ(app::RunAppsClose(row.args, own, fake.Ops()), row.exit_code);
@@ -186,7 +191,8 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
       EXPECT_EQ(boxes[0].find(u"outsider"), std::u16string::npos) << base::Narrow(boxes[0]);
     }
     if (row.boxes > 1) {
-      EXPECT_NE(boxes[1].find(u"stubborn"), std::u16string::npos) << base::Narrow(boxes[1]);
+      EXPECT_NE(boxes[1].find(row.late ? u"late" : u"stubborn"), std::u16string::npos)
+          << base::Narrow(boxes[1]);
       EXPECT_EQ(boxes[1].find(u"editor"), std::u16string::npos) << base::Narrow(boxes[1]);
     }
   }
