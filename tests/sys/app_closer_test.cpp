@@ -166,6 +166,7 @@ struct FakeSystem {
     std::int64_t ends_after = -1;  // ms after the request; -1: ignores it
     std::int64_t asked_at = -1;
     bool alive = true;
+    bool console_too = false;  // the request may close the console's window
   };
   std::map<std::uint32_t, Proc> procs;
   std::uint32_t now = 4294960000u;  // near the wrap of the 32-bit clock on purpose
@@ -192,7 +193,8 @@ struct FakeSystem {
     ops.open = [this](const ProcessEntry& e, sys::HeldProcess* held) {
       const std::uint32_t pid = e.pid;
       if (!procs.count(pid) || !procs[pid].alive || procs[pid].entry.image != e.image) return false;
-      held->request_close = [this, pid](bool) {
+      held->request_close = [this, pid](bool console_too) {
+        procs[pid].console_too = console_too;
         procs[pid].asked_at = now;
         return procs[pid].windows;
       };
@@ -280,6 +282,37 @@ TEST(AppCloserRun, WindowlessProgramsAreCountedNotAsked) {
   EXPECT_TRUE(report.asked.empty());
   EXPECT_EQ(Pids(report.without_window), Fake({20}));
   EXPECT_EQ(Pids(report.still_running), Fake({20}));
+}
+
+TEST(AppCloserRun, AConsoleWindowIsClosedOnlyWhenEveryProgramOnItMayBe) {
+  struct Row {
+    std::vector<std::uint32_t> attached;  // the console's processes; empty: cannot be known
+    bool console_too;
+  } rows[] = {
+      {{}, false},
+      {Fake({20, 21}), true},
+      {Fake({20, 30}), false},  // one runs from elsewhere
+      {Fake({20, 22}), false},  // the ejector
+      {Fake({20, 99}), false},  // not listed
+  };
+  for (const auto& row : rows) {
+    FakeSystem fake;
+    fake.Add(kFake + 20, u"/suite/App/console", 0);
+    fake.Add(kFake + 21, u"/suite/App/helper", -1);
+    fake.Add(kFake + 22, u"/suite/TvEject/TvDiskEjector", -1);
+    fake.Add(kFake + 30, u"/elsewhere/shell", -1);
+    auto ops = fake.Ops();
+    ops.console = [&](std::uint32_t pid, std::vector<std::uint32_t>* pids) {
+      *pids = row.attached;
+      return pid == kFake + 20 && !row.attached.empty();
+    };
+    sys::CloseOptions options;
+    options.grace_ms = 0;
+    sys::CloseSelected({u"/suite", false, u""}, {true, {fake.procs[kFake + 20].entry}}, options,
+                       ops);
+    EXPECT_GE(fake.procs[kFake + 20].asked_at, 0);
+    EXPECT_EQ(fake.procs[kFake + 20].console_too, row.console_too) << row.attached.size();
+  }
 }
 
 // Real programs. The suite lives in a temporary folder on a fixed disk, so the scope is the
