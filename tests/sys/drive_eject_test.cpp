@@ -9,6 +9,7 @@
 
 #include "base/text.h"
 #include "support/child_process.h"
+#include "support/pid_namespace.h"
 #include "support/loop_mount.h"
 #include "support/temp_dir.h"
 
@@ -210,6 +211,7 @@ TEST_F(DriveEjectLoop, UnmountsAFreeDrive) {
 }
 
 TEST_F(DriveEjectLoop, RetriesABusyDriveThenNamesWhoHoldsIt) {
+  if (testing_support::RunInOwnPidNamespace()) return;
   os::ScopedRemovableDiskForTests hook(drive_.device());
   ChildProcess holder;
   const std::u16string ready = temp_.u16(u"ready");
