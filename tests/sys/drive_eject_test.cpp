@@ -9,8 +9,8 @@
 
 #include "base/text.h"
 #include "support/child_process.h"
-#include "support/pid_namespace.h"
 #include "support/loop_mount.h"
+#include "support/pid_namespace.h"
 #include "support/temp_dir.h"
 
 namespace {
