@@ -62,6 +62,9 @@ TEST(AppCloserPaths, ParentFoldersAndRoots) {
       {u"E:\\Suite\\TvAppsClose\\TvAppsClose.exe", u"E:\\Suite\\TvAppsClose", false},
       {u"E:\\Suite\\TvAppsClose\\", u"E:\\Suite", false},
       {u"E:\\app.exe", u"E:\\", false},
+      {u"z:\\app.exe", u"z:\\", false},
+      {u"a:", u"", true},
+      {u"1:", u"", false},
       {u"E:\\", u"", true},
       {u"E:", u"", true},
       {u"/media/stick/TvAppsClose/TvAppsClose", u"/media/stick/TvAppsClose", false},
@@ -361,7 +364,8 @@ TEST(AppCloserGuard, AFaultySelectionSignalsNothingItMayNotTouch) {
   const std::u16string closer = InstallAs(u"window_app", s.suite + u"/TvAppsClose", u"TvAppsClose");
   const std::u16string ejector = InstallAs(u"window_app", s.suite + u"/TvEject", u"TvDiskEjector");
   const std::u16string app = s.Install(u"window_app", s.suite + u"/App");
-  const std::u16string outside = s.Install(u"window_app", s.temp.u16(u"Outside"));
+  // A sibling of the suite whose name is as long as the suite's.
+  const std::u16string outside = s.Install(u"window_app", s.temp.u16(u"Other"));
   ASSERT_FALSE(closer.empty() || ejector.empty() || app.empty() || outside.empty());
   ChildProcess c_closer, c_ejector, c_other, c_outsider;
   ASSERT_TRUE(s.Start(c_closer, closer, {}));
