@@ -67,8 +67,6 @@ class HeldProcess {
  public:
   explicit HeldProcess(const ProcessEntry& expected);
   ~HeldProcess();
-  HeldProcess(HeldProcess&& other) noexcept;
-  HeldProcess& operator=(HeldProcess&&) = delete;
   HeldProcess(const HeldProcess&) = delete;
   HeldProcess& operator=(const HeldProcess&) = delete;
 

@@ -185,12 +185,6 @@ HeldProcess::~HeldProcess() {
   if (handle_ >= 0) ::close(static_cast<int>(handle_));
 }
 
-HeldProcess::HeldProcess(HeldProcess&& other) noexcept
-    : expected_(std::move(other.expected_)), handle_(other.handle_), valid_(other.valid_) {
-  other.handle_ = -1;
-  other.valid_ = false;
-}
-
 // /proc is read by number; with a pidfd held, the number is still the held process's only if
 // that process has not been reaped in between, which signal 0 through the pidfd tells.
 bool HeldProcess::StillTheSame() const {

@@ -161,12 +161,6 @@ HeldProcess::~HeldProcess() {
   if (handle_ != -1) ::CloseHandle(reinterpret_cast<HANDLE>(handle_));
 }
 
-HeldProcess::HeldProcess(HeldProcess&& other) noexcept
-    : expected_(std::move(other.expected_)), handle_(other.handle_), valid_(other.valid_) {
-  other.handle_ = -1;
-  other.valid_ = false;
-}
-
 bool HeldProcess::StillTheSame() const {
   const HANDLE process = reinterpret_cast<HANDLE>(handle_);
   if (handle_ == -1 || ::WaitForSingleObject(process, 0) != WAIT_TIMEOUT) return false;
