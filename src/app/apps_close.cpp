@@ -34,18 +34,6 @@ std::u16string ListForBox(const std::vector<os::ProcessEntry>& processes) {
   return out;
 }
 
-// What CloseApplications will close, for the confirmation box: the same selection it makes.
-std::vector<os::ProcessEntry> Targets(const sys::CloseScope& scope,
-                                      const sys::CloseOptions& options,
-                                      const sys::ProcessOps& ops) {
-  sys::Spared spared;
-  const std::uint32_t self = os::GetCurrentProcessId();
-  spared.pids = {self, os::ParentProcessId(self)};
-  spared.images = {options.own_path};
-  spared.names = options.spare_names;
-  return sys::SelectProcessesToClose(ops.enumerate(), scope, spared, ops.ignore_case);
-}
-
 bool WriteCount(std::u16string_view own_folder, std::size_t count) {
   const std::u16string file = sys::ChildPath(own_folder, u"TvAppsClose.out");
   // UTF-8 without a mark, no backups: the program reads the number and deletes the file.
@@ -106,21 +94,20 @@ int RunAppsClose(const std::vector<std::u16string>& args, std::u16string_view ow
     const sys::CloseScope scope = sys::DetermineCloseScope(own_path);
     DebugLog(u"Scope: " + scope.reason);
 
-    if (!command.now && !scope.folder.empty()) {
-      const auto targets = Targets(scope, options, ops);
-      if (!targets.empty()) {
-        const std::u16string text =
-            CompanionText(u"TvAppsClose.Messages.Confirm",
-                          {{u"%folder%", scope.folder}, {u"%list%", ListForBox(targets)}});
-        if (mUnicodePatch::MsgBox(text, 1 | 0x20) != os::kIdOk) {
-          DebugLog(u"Cancelled: nothing was closed");
-          if (command.out) WriteCount(own_folder, targets.size());
-          return 1;
-        }
+    // Chosen once: what the box names is what is closed.
+    const sys::ClosePlan plan = sys::PlanClose(scope, options, ops);
+    if (!command.now && !plan.chosen.empty()) {
+      const std::u16string text =
+          CompanionText(u"TvAppsClose.Messages.Confirm",
+                        {{u"%folder%", scope.folder}, {u"%list%", ListForBox(plan.chosen)}});
+      if (mUnicodePatch::MsgBox(text, 1 | 0x20) != os::kIdOk) {
+        DebugLog(u"Cancelled: nothing was closed");
+        if (command.out) WriteCount(own_folder, plan.chosen.size());
+        return 1;
       }
     }
 
-    const sys::CloseReport report = sys::CloseApplications(scope, options, ops);
+    const sys::CloseReport report = sys::CloseSelected(scope, plan, options, ops);
     for (const auto& p : report.asked)
       DebugLog(u"Asked to close: " + p.image + u" (" + base::ToText(p.pid) + u")");
     for (const auto& p : report.without_window)

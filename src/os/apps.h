@@ -28,6 +28,12 @@ struct ProcessEntry {
   std::uint32_t pid = 0;
   std::uint32_t parent_pid = 0;
   std::u16string image;
+  // The user it runs as: the SID ("S-1-5-21-...") / the uid ("1000"; "1000:0" when the
+  // effective uid differs). "" when it cannot be read.
+  std::u16string owner;
+  // When it started (creation FILETIME / clock ticks after boot); with pid, it names one
+  // process for good. 0 when unknown.
+  std::uint64_t start = 0;
 };
 
 // Every running process (CreateToolhelp32Snapshot + QueryFullProcessImageNameW under
@@ -43,17 +49,51 @@ std::uint32_t ParentProcessId(std::uint32_t pid);
 // The full path of pid's executable (QueryFullProcessImageNameW); "" when it cannot be read.
 std::u16string ProcessImagePath(std::uint32_t pid);
 
-// Asks pid to close as a user would: WM_CLOSE posted to each of its visible top-level windows
-// (Windows), SIGTERM (POSIX). Returns how many requests were sent: 0 when the process has no
-// window to close (a console program on Windows), -1 when it does not run or may not be
-// signalled (last error set).
-int RequestProcessClose(std::uint32_t pid);
+// The user pid runs as, written as in ProcessEntry::owner; "" when it cannot be read.
+std::u16string ProcessOwner(std::uint32_t pid);
 
 // True while pid runs. A process that has ended but was not reaped yet (a zombie) does not.
 bool IsProcessRunning(std::uint32_t pid);
 
-// Ends pid by force (TerminateProcess, SIGKILL). Only for a caller configured to do so.
-bool TerminateProcessById(std::uint32_t pid);
+// One process, opened once (a process handle; a pidfd) and held while the program deals with
+// it, so that its number cannot come to name another program in the meantime. Every request
+// first reads the executable, the owner and the start again through what is held, and does
+// nothing when they are no longer those of the entry it was opened for. Note: a kernel without
+// pidfd (ENOSYS) holds nothing; the same checks are then made by number just before a signal.
+//
+//   os::HeldProcess app(entry);  // entry from EnumProcesses
+//   if (app.valid() && app.RequestClose(false) >= 0) ... app.Running() ...
+class HeldProcess {
+ public:
+  explicit HeldProcess(const ProcessEntry& expected);
+  ~HeldProcess();
+  HeldProcess(const HeldProcess&) = delete;
+  HeldProcess& operator=(const HeldProcess&) = delete;
+
+  // False when the process had ended or was no longer the entry's program when opened.
+  bool valid() const { return valid_; }
+  // Asks it to close as a user would: WM_CLOSE posted to each of its visible top-level
+  // windows, its console's window only with console_too (that window belongs to every process
+  // attached to the console), SIGTERM on POSIX. Returns how many requests were sent: 0 when
+  // it has no window to close, -1 when it has ended, is no longer the entry's program or may
+  // not be signalled (last error set).
+  int RequestClose(bool console_too);
+  // Ends it by force (TerminateProcess, SIGKILL), after the same check.
+  bool Terminate();
+  // True while it runs (a zombie does not).
+  bool Running() const;
+
+ private:
+  bool StillTheSame() const;
+  ProcessEntry expected_;
+  std::intptr_t handle_ = -1;  // the HANDLE or the pidfd; -1 when none is held
+  bool valid_ = false;
+};
+
+// The processes attached to the console pid runs in, pid's own included (AttachConsole +
+// GetConsoleProcessList). False when it has none or they cannot be known (the caller has a
+// console of its own, say); always false on POSIX, where no window belongs to a console.
+bool ConsoleProcesses(std::uint32_t pid, std::vector<std::uint32_t>* pids);
 
 // True when the platform's file names ignore case (so "E:\App" and "e:\app" are one file).
 bool PathsIgnoreCase();

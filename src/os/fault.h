@@ -37,6 +37,7 @@ enum class Op : int {
   kVolumeInfo,     // GetVolumeInformationW
   kDeviceQuery,    // DeviceIoControl
   kCopyFile,       // CopyFileW
+  kPidfd,          // pidfd_open: the kernel has none (ENOSYS); POSIX only
   kCount
 };
 

@@ -1,7 +1,9 @@
 #include "sys/app_closer.h"
 
 #include <algorithm>
+#include <memory>
 
+#include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
 #include "os/process.h"
@@ -50,20 +52,98 @@ std::u16string List(const std::vector<os::ProcessEntry>& processes) {
   return out;
 }
 
-std::vector<os::ProcessEntry> StillRunning(const CloseScope& scope, const Spared& spared,
-                                           const ProcessOps& ops) {
-  auto now = SelectProcessesToClose(ops.enumerate(), scope, spared, ops.ignore_case);
-  std::erase_if(now, [&](const os::ProcessEntry& p) { return !ops.running(p.pid); });
-  return now;
+// The closer and every process above it. Windows may have given the id of an ended parent to
+// a process started later, so a loop ends the walk.
+std::vector<std::uint32_t> OwnChain() {
+  std::vector<std::uint32_t> chain;
+  for (std::uint32_t pid = os::GetCurrentProcessId(); pid != 0 && chain.size() < 64;
+       pid = os::ParentProcessId(pid)) {
+    if (std::find(chain.begin(), chain.end(), pid) != chain.end()) break;
+    chain.push_back(pid);
+  }
+  return chain;
 }
 
+std::u16string OwnPath(const CloseOptions& options) {
+  return options.own_path.empty() ? os::ModuleFileName() : options.own_path;
+}
+
+Spared SparedFor(const CloseOptions& options, const ProcessOps& ops) {
+  Spared spared;
+  spared.pids = OwnChain();
+  spared.pids.insert(spared.pids.end(), options.spare_pids.begin(), options.spare_pids.end());
+  spared.images = {OwnPath(options)};
+  spared.names = options.spare_names;
+  spared.owner = ops.own_user();
+  return spared;
+}
+
+// True when one of the folders above path is folder. Written apart from PathIsUnder on
+// purpose: the check made before anything is closed must not share a fault with the selection.
+bool InsideFolder(std::u16string_view path, std::u16string_view folder, bool ignore_case) {
+  std::u16string want(folder);
+  while (want.size() > 1 && IsSeparator(want.back()) && !IsRootPath(want)) want.pop_back();
+  if (want.empty()) return false;
+  for (std::u16string up = ParentFolder(path); !up.empty();) {
+    if (SamePath(up, want, ignore_case)) return true;
+    std::u16string next = ParentFolder(up);
+    if (next == up) break;
+    up = std::move(next);
+  }
+  return false;
+}
+
+// Why the closer may not touch p whatever chose it; "" when it may.
+std::u16string WhyNotClose(const os::ProcessEntry& p, const CloseScope& scope, const Spared& spared,
+                           bool ignore_case) {
+  if (p.pid == 0) return u"no process id";
+  if (std::find(spared.pids.begin(), spared.pids.end(), p.pid) != spared.pids.end())
+    return u"the closer, a program above it or one it spares";
+  if (spared.owner.empty() || p.owner != spared.owner) return u"another user's";
+  if (!InsideFolder(p.image, scope.folder, ignore_case) &&
+      std::none_of(scope.other_volumes.begin(), scope.other_volumes.end(),
+                   [&](const std::u16string& v) { return InsideFolder(p.image, v, ignore_case); }))
+    return u"outside " + scope.folder;
+  for (const auto& image : spared.images)
+    if (SamePath(p.image, image, ignore_case)) return u"a copy of the closer";
+  for (const auto& name : spared.names)
+    if (base::EqualNoCase(ProgramName(p.image), ProgramName(name))) return u"spared by name";
+  return std::u16string();
+}
+
+// A console's window closes every process attached to the console: it is closed only when
+// each of them is one the closer may close, as the system lists them now.
+bool WholeConsoleMayClose(const os::ProcessEntry& p, const CloseScope& scope, const Spared& spared,
+                          const ProcessOps& ops, std::vector<os::ProcessEntry>* listing) {
+  std::vector<std::uint32_t> attached;
+  if (!ops.console || !ops.console(p.pid, &attached) || attached.empty()) return false;
+  if (listing->empty()) *listing = ops.enumerate();
+  for (const std::uint32_t pid : attached) {
+    const auto found = std::find_if(listing->begin(), listing->end(),
+                                    [&](const os::ProcessEntry& e) { return e.pid == pid; });
+    if (found == listing->end() || !WhyNotClose(*found, scope, spared, ops.ignore_case).empty())
+      return false;
+  }
+  return true;
+}
+
+std::vector<os::ProcessEntry> StillRunning(const CloseScope& scope, const Spared& spared,
+                                           const ProcessOps& ops) {
+  return SelectProcessesToClose(ops.enumerate(), scope, spared, ops.ignore_case);
+}
+
+struct Target {
+  os::ProcessEntry entry;
+  HeldProcess held;
+};
+
 // Waits until none of the processes runs or the time is up.
-void WaitForExit(const std::vector<os::ProcessEntry>& processes, std::uint32_t limit_ms,
-                 std::uint32_t poll_ms, const ProcessOps& ops) {
+void WaitForExit(const std::vector<Target*>& targets, std::uint32_t limit_ms, std::uint32_t poll_ms,
+                 const ProcessOps& ops) {
   const std::uint32_t start = ops.now();
   for (;;) {
-    bool any = std::any_of(processes.begin(), processes.end(),
-                           [&](const os::ProcessEntry& p) { return ops.running(p.pid); });
+    bool any = std::any_of(targets.begin(), targets.end(),
+                           [&](const Target* t) { return t->held.running(); });
     if (!any) return;
     const std::uint32_t elapsed = ops.now() - start;  // unsigned: right across a wrap
     if (elapsed >= limit_ms) return;
@@ -172,6 +252,7 @@ std::vector<os::ProcessEntry> SelectProcessesToClose(const std::vector<os::Proce
         std::none_of(scope.other_volumes.begin(), scope.other_volumes.end(),
                      [&](const std::u16string& v) { return PathIsUnder(p.image, v, ignore_case); }))
       continue;
+    if (spared.owner.empty() || p.owner != spared.owner) continue;
     if (std::find(spared.pids.begin(), spared.pids.end(), p.pid) != spared.pids.end()) continue;
     if (std::any_of(spared.images.begin(), spared.images.end(),
                     [&](const std::u16string& i) { return SamePath(p.image, i, ignore_case); }))
@@ -189,21 +270,43 @@ std::vector<os::ProcessEntry> SelectProcessesToClose(const std::vector<os::Proce
 ProcessOps SystemProcessOps() {
   ProcessOps ops;
   ops.enumerate = [] { return os::EnumProcesses(); };
-  ops.request_close = [](std::uint32_t pid) { return os::RequestProcessClose(pid); };
-  ops.running = [](std::uint32_t pid) { return os::IsProcessRunning(pid); };
-  ops.terminate = [](std::uint32_t pid) { return os::TerminateProcessById(pid); };
+  ops.open = [](const os::ProcessEntry& entry, HeldProcess* held) {
+    auto process = std::make_shared<os::HeldProcess>(entry);
+    if (!process->valid()) return false;
+    held->request_close = [process](bool console_too) {
+      return process->RequestClose(console_too);
+    };
+    held->running = [process] { return process->Running(); };
+    held->terminate = [process] { return process->Terminate(); };
+    return true;
+  };
+  ops.own_user = [] { return os::ProcessOwner(os::GetCurrentProcessId()); };
+  ops.console = [](std::uint32_t pid, std::vector<std::uint32_t>* pids) {
+    return os::ConsoleProcesses(pid, pids);
+  };
   ops.now = [] { return os::TimeGetTime(); };
   ops.sleep = [](std::uint32_t ms) { os::Sleep(ms); };
   ops.ignore_case = os::PathsIgnoreCase();
   return ops;
 }
 
-CloseReport CloseApplications(const CloseScope& scope, const CloseOptions& options,
-                              const ProcessOps& ops) {
+ClosePlan PlanClose(const CloseScope& scope, const CloseOptions& options, const ProcessOps& ops) {
+  return base::Trap(base::InFunction(u"mAppsClose.PlanClose"), ClosePlan{}, [&] {
+    ClosePlan plan;
+    if (scope.folder.empty()) return plan;
+    const auto all = ops.enumerate();
+    plan.listed = !all.empty();
+    plan.chosen = SelectProcessesToClose(all, scope, SparedFor(options, ops), ops.ignore_case);
+    return plan;
+  });
+}
+
+CloseReport CloseSelected(const CloseScope& scope, const ClosePlan& plan,
+                          const CloseOptions& options, const ProcessOps& ops) {
   CloseReport failed;
   failed.scope = scope;
   failed.reason = u"the applications could not be closed";
-  return base::Trap(base::InFunction(u"mAppsClose.CloseApplications"), failed, [&] {
+  return base::Trap(base::InFunction(u"mAppsClose.CloseSelected"), failed, [&] {
     CloseReport report;
     report.scope = scope;
     if (scope.folder.empty()) {
@@ -211,49 +314,80 @@ CloseReport CloseApplications(const CloseScope& scope, const CloseOptions& optio
       report.reason = scope.reason;
       return report;
     }
-    Spared spared;
-    const std::uint32_t self = os::GetCurrentProcessId();
-    spared.pids = {self, os::ParentProcessId(self)};
-    spared.pids.insert(spared.pids.end(), options.spare_pids.begin(), options.spare_pids.end());
-    spared.images = {options.own_path.empty() ? os::ModuleFileName() : options.own_path};
-    spared.names = options.spare_names;
-
-    const auto all = ops.enumerate();
-    if (all.empty()) {
+    if (!plan.listed) {
       report.outcome = CloseOutcome::kFailed;
       report.reason = u"the list of running processes could not be read";
       return report;
     }
-    const auto targets = SelectProcessesToClose(all, scope, spared, ops.ignore_case);
-    if (targets.empty()) {
+    if (plan.chosen.empty()) {
       report.outcome = CloseOutcome::kNothingToClose;
       report.reason = u"no application runs from " + scope.folder;
       return report;
     }
-    for (const auto& t : targets) {
-      const int sent = ops.request_close(t.pid);
-      if (sent > 0) report.asked.push_back(t);
-      if (sent == 0) report.without_window.push_back(t);
+    const Spared spared = SparedFor(options, ops);
+    std::u16string faults;
+    for (const auto& p : plan.chosen) {
+      const std::u16string why = WhyNotClose(p, scope, spared, ops.ignore_case);
+      if (!why.empty()) faults += u"; " + p.image + u" (" + base::ToText(p.pid) + u"): " + why;
     }
-    WaitForExit(targets, options.grace_ms, options.poll_ms, ops);
+    if (!faults.empty()) {
+      report.outcome = CloseOutcome::kRefused;
+      report.still_running = plan.chosen;
+      report.reason =
+          u"Nothing closed: the choice holds processes the closer may not touch" + faults;
+      DebugLog(report.reason);
+      return report;
+    }
+
+    // Each process is opened once, and asked and ended through what was opened.
+    std::vector<Target> targets;
+    targets.reserve(plan.chosen.size());
+    for (const auto& p : plan.chosen) {
+      Target t{p, {}};
+      if (ops.open(p, &t.held))
+        targets.push_back(std::move(t));
+      else
+        DebugLog(u"Left alone, no longer the program chosen: " + p.image + u" (" +
+                 base::ToText(p.pid) + u")");
+    }
+    std::vector<os::ProcessEntry> listing;
+    std::vector<Target*> asked;
+    for (auto& t : targets) {
+      const int sent =
+          t.held.request_close(WholeConsoleMayClose(t.entry, scope, spared, ops, &listing));
+      if (sent > 0) report.asked.push_back(t.entry);
+      if (sent == 0) report.without_window.push_back(t.entry);
+      asked.push_back(&t);
+    }
+    WaitForExit(asked, options.grace_ms, options.poll_ms, ops);
     report.still_running = StillRunning(scope, spared, ops);
 
     if (options.force && !report.still_running.empty()) {
-      for (const auto& p : report.still_running)
-        if (ops.terminate(p.pid)) report.killed.push_back(p);
-      WaitForExit(report.killed, 5000, options.poll_ms, ops);
+      std::vector<Target*> ended;
+      for (auto* t : asked)
+        if (t->held.running() && t->held.terminate()) {
+          report.killed.push_back(t->entry);
+          ended.push_back(t);
+        }
+      WaitForExit(ended, 5000, options.poll_ms, ops);
       report.still_running = StillRunning(scope, spared, ops);
     }
     report.outcome =
         report.still_running.empty() ? CloseOutcome::kAllClosed : CloseOutcome::kStillRunning;
-    report.reason =
-        report.still_running.empty()
-            ? base::ToText(static_cast<std::int64_t>(targets.size())) + u" application(s) closed"
-            : base::ToText(static_cast<std::int64_t>(report.still_running.size())) +
-                  u" application(s) still running after " + base::ToText(options.grace_ms) +
-                  u" ms: " + List(report.still_running);
+    report.reason = report.still_running.empty()
+                        ? base::ToText(static_cast<std::int64_t>(plan.chosen.size())) +
+                              u" application(s) closed"
+                        : base::ToText(static_cast<std::int64_t>(report.still_running.size())) +
+                              u" application(s) still running after " +
+                              base::ToText(options.grace_ms) + u" ms: " +
+                              List(report.still_running);
     return report;
   });
+}
+
+CloseReport CloseApplications(const CloseScope& scope, const CloseOptions& options,
+                              const ProcessOps& ops) {
+  return CloseSelected(scope, PlanClose(scope, options, ops), options, ops);
 }
 
 }  // namespace sys

@@ -59,23 +59,34 @@ CloseScope DetermineCloseScope(std::u16string_view own_path);
 
 // Processes never to be touched besides those outside the scope.
 struct Spared {
-  std::vector<std::uint32_t> pids;     // the closer and its parent, at least
+  std::vector<std::uint32_t> pids;     // the closer and its parent chain, at least
   std::vector<std::u16string> images;  // full paths (the closer's own file: other copies of it)
   std::vector<std::u16string> names;   // file names with or without ".exe" ("TvDiskEjector")
+  std::u16string owner;                // the closer's user: processes of others are not closed
 };
 
-// The processes of `all` to close: inside the scope, with a known executable, not spared.
-// Pure: no system call.
+// The processes of `all` to close: inside the scope, with a known executable, of the closer's
+// user, not spared. Pure: no system call.
 std::vector<os::ProcessEntry> SelectProcessesToClose(const std::vector<os::ProcessEntry>& all,
                                                      const CloseScope& scope, const Spared& spared,
                                                      bool ignore_case);
 
+// One chosen process, opened once for everything the closer does with it (os::HeldProcess).
+struct HeldProcess {
+  std::function<int(bool console_too)> request_close;
+  std::function<bool()> running;
+  std::function<bool()> terminate;
+};
+
 // The system calls the closer makes, replaceable in tests.
 struct ProcessOps {
   std::function<std::vector<os::ProcessEntry>()> enumerate;
-  std::function<int(std::uint32_t)> request_close;
-  std::function<bool(std::uint32_t)> running;
-  std::function<bool(std::uint32_t)> terminate;
+  // Opens the process an entry describes; false when it has ended or is no longer the entry's
+  // program (its number was given to another).
+  std::function<bool(const os::ProcessEntry&, HeldProcess*)> open;
+  std::function<std::u16string()> own_user;
+  // os::ConsoleProcesses.
+  std::function<bool(std::uint32_t, std::vector<std::uint32_t>*)> console;
   std::function<std::uint32_t()> now;  // milliseconds, may wrap
   std::function<void(std::uint32_t)> sleep;
   bool ignore_case = false;
@@ -91,9 +102,18 @@ struct CloseOptions {
   std::uint32_t poll_ms = 100;               // how often the wait looks
   bool force = false;                        // end what is left by force after the grace period
   std::u16string own_path;                   // the closer's file; "" = the running program
-  std::vector<std::uint32_t> spare_pids;     // besides the closer and its parent
+  std::vector<std::uint32_t> spare_pids;     // besides the closer and its parent chain
   std::vector<std::u16string> spare_names = {u"TvDiskEjector"};
 };
+
+// What one run closes, chosen once: the confirmation shows it and the closing closes it.
+struct ClosePlan {
+  bool listed = false;                   // the process list could be read
+  std::vector<os::ProcessEntry> chosen;  // what the selection chose
+};
+
+// Lists the processes and chooses those to close (SelectProcessesToClose).
+ClosePlan PlanClose(const CloseScope& scope, const CloseOptions& options, const ProcessOps& ops);
 
 enum class CloseOutcome {
   kNothingToClose,  // no application ran in the scope
@@ -101,6 +121,7 @@ enum class CloseOutcome {
   kStillRunning,    // some still run: still_running lists them
   kNoScope,         // the scope was refused: nothing was touched
   kFailed,          // the process list could not be read: nothing was touched
+  kRefused,         // the plan held a process the closer may not touch: nothing was touched
 };
 
 struct CloseReport {
@@ -113,7 +134,15 @@ struct CloseReport {
   std::u16string reason;
 };
 
-// Closes the applications in scope and counts what still runs.
+// Closes what the plan chose and counts what still runs. Before anything is closed, the plan
+// is checked again as a whole, by rules of its own: one process that is the closer, in its
+// parent chain, spared by name, another user's or outside the scope makes the whole plan a
+// fault: it is logged and nothing is closed (kRefused, the plan counted as still running).
+// A process that is no longer the program the plan saw is left alone.
+CloseReport CloseSelected(const CloseScope& scope, const ClosePlan& plan,
+                          const CloseOptions& options, const ProcessOps& ops = SystemProcessOps());
+
+// PlanClose, then CloseSelected.
 CloseReport CloseApplications(const CloseScope& scope, const CloseOptions& options,
                               const ProcessOps& ops = SystemProcessOps());
 

@@ -86,20 +86,25 @@ struct FakeApps {
       std::vector<os::ProcessEntry> list;
       if (unreadable) return list;
       for (const auto& [pid, app] : apps)
-        if (app.alive) list.push_back({pid, 1, app.image});
+        if (app.alive) list.push_back({pid, 1, app.image, u"tester", 1});
       return list;
     };
-    ops.request_close = [this](std::uint32_t pid) {
-      asked.push_back(pid);
-      if (apps.at(pid).polite) apps.at(pid).alive = false;
-      return 1;
+    ops.open = [this](const os::ProcessEntry& e, sys::HeldProcess* held) {
+      const std::uint32_t pid = e.pid;
+      held->request_close = [this, pid](bool) {
+        asked.push_back(pid);
+        if (apps.at(pid).polite) apps.at(pid).alive = false;
+        return 1;
+      };
+      held->running = [this, pid] { return apps.at(pid).alive; };
+      held->terminate = [this, pid] {
+        killed.push_back(pid);
+        apps.at(pid).alive = false;
+        return true;
+      };
+      return apps.count(pid) && apps.at(pid).alive;
     };
-    ops.running = [this](std::uint32_t pid) { return apps.count(pid) && apps.at(pid).alive; };
-    ops.terminate = [this](std::uint32_t pid) {
-      killed.push_back(pid);
-      apps.at(pid).alive = false;
-      return true;
-    };
+    ops.own_user = [] { return u"tester"; };
     ops.now = [this] { return clock; };
     ops.sleep = [this](std::uint32_t ms) { clock += ms; };
     return ops;
@@ -107,7 +112,8 @@ struct FakeApps {
 };
 
 // Pids far above any real one, so that none is mistaken for the test or its parent.
-constexpr std::uint32_t kEditor = 0x7FFF0001, kStubborn = 0x7FFF0002, kOutsider = 0x7FFF0003;
+constexpr std::uint32_t kEditor = 0x7FFF0001, kStubborn = 0x7FFF0002, kOutsider = 0x7FFF0003,
+                        kLate = 0x7FFF0004;
 
 TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
   struct Row {
@@ -121,6 +127,7 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
     const char* out;    // the count file, nullptr when none is written
     std::size_t boxes;  // boxes shown
     std::vector<std::uint32_t> asked;
+    bool late = false;  // an application of the suite starts while the box is shown
   } rows[] = {
       {"now-out", {u"/now", u"/out"}, false, false, 0, false, 0, "0", 0, {kEditor}},
       {"stubborn", {u"/now", u"/out"}, true, false, 0, false, 1, "1", 0, {kEditor, kStubborn}},
@@ -140,6 +147,8 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
        2,
        {kEditor, kStubborn}},
       {"unreadable", {u"/now", u"/out"}, false, false, 0, true, 2, nullptr, 0, {}},
+      // What the box named is what is closed: the late one is counted, not asked.
+      {"late", {u"/out"}, false, false, os::kIdOk, false, 1, "1", 2, {kEditor}, true},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -160,6 +169,7 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
     os::fault::SetMessageBoxAnswer([&](const os::MessageBoxParams& p) {
       boxes.emplace_back(p.text);
       last_style = p.style;
+      if (row.late && boxes.size() == 1) fake.apps[kLate] = {temp.u16(u"Suite/Late/late"), true};
       return boxes.size() == 1 ? row.answer : os::kIdOk;
     });
     EXPECT_EQ(app::RunAppsClose(row.args, own, fake.Ops()), row.exit_code);
@@ -183,7 +193,8 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
       EXPECT_EQ(boxes[0].find(u"outsider"), std::u16string::npos) << base::Narrow(boxes[0]);
     }
     if (row.boxes > 1) {
-      EXPECT_NE(boxes[1].find(u"stubborn"), std::u16string::npos) << base::Narrow(boxes[1]);
+      EXPECT_NE(boxes[1].find(row.late ? u"late" : u"stubborn"), std::u16string::npos)
+          << base::Narrow(boxes[1]);
       EXPECT_EQ(boxes[1].find(u"editor"), std::u16string::npos) << base::Narrow(boxes[1]);
       EXPECT_EQ(last_style & 0x50000, 0x50000u) << "the last box comes to the front";
     }

@@ -79,7 +79,7 @@ TEST(DiskEjectorMessage, EachOutcomeSaysWhatHappenedAndWhy) {
   sys::EjectReport held = Report(EjectOutcome::kRefused);
   held.answer.veto_type = os::kVetoOutstandingOpen;
   held.answer.veto_name = u"/media/STICK";
-  held.blockers = {{4242, 1, u"/media/STICK/App/editor"}, {77, 1, u""}};
+  held.blockers = {{4242, 1, u"/media/STICK/App/editor", u"", 0}, {77, 1, u"", u"", 0}};
   sys::EjectReport vetoed = Report(EjectOutcome::kRefused);
   vetoed.answer.veto_type = os::kVetoOutstandingOpen;
   vetoed.answer.veto_name = u"/media/STICK";
@@ -152,7 +152,7 @@ struct ScriptedDrive {
       return true;
     };
     ops.holders = [](const std::vector<std::u16string>&) {
-      return std::vector<os::ProcessEntry>{{4242, 1, u"/media/STICK/App/editor"}};
+      return std::vector<os::ProcessEntry>{{4242, 1, u"/media/STICK/App/editor", u"", 0}};
     };
     ops.pause = [this](std::uint32_t ms) { pauses.push_back(ms); };
     return ops;

@@ -8,7 +8,9 @@
 #include <thread>
 
 #include "base/text.h"
+#include "os/fault.h"
 #include "support/child_process.h"
+#include "support/pid_namespace.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -48,55 +50,90 @@ TEST(OsApps, ListsAStartedProgramWithItsPathAndParent) {
   ASSERT_NE(found, nullptr) << "pid " << child.pid() << " not among " << all.size();
   EXPECT_TRUE(fs::equivalent(fs::path(found->image), fs::path(copy)));
   EXPECT_EQ(found->parent_pid, os::GetCurrentProcessId());
+  EXPECT_FALSE(found->owner.empty());
+  EXPECT_EQ(found->owner, os::ProcessOwner(os::GetCurrentProcessId()));
+  EXPECT_NE(found->start, 0u);
   EXPECT_EQ(os::ParentProcessId(child.pid()), os::GetCurrentProcessId());
   EXPECT_EQ(os::ProcessImagePath(child.pid()), found->image);
   EXPECT_TRUE(fs::equivalent(fs::path(os::ProcessImagePath(os::GetCurrentProcessId())),
                              fs::path(testing_support::HelperProgram(u"tveject_tests"))));
 }
 
-TEST(OsApps, PoliteCloseEndsOnlyProgramsThatListen) {
+// The entry a listing gives for pid.
+os::ProcessEntry Listed(std::uint32_t pid) {
+  for (const auto& p : os::EnumProcesses())
+    if (p.pid == pid) return p;
+  return os::ProcessEntry{};
+}
+
+TEST(OsApps, AHeldProcessIsSignalledOnlyWhileItIsTheListedProgram) {
+  if (testing_support::RunInOwnPidNamespace()) return;
   // Windows: a console program has no window to receive WM_CLOSE, so nothing is sent to it.
-  // POSIX: every process gets SIGTERM; one that ignores it keeps running.
+  // POSIX: every process gets SIGTERM; one that ignores it keeps running. Without pidfd the
+  // same checks are made by number.
+  enum Change { kNone, kStart, kImage, kOwner };
   struct Row {
     const char16_t* program;
-    std::vector<std::u16string> args;
-    int sent;  // requests sent
+    bool ignore_term;
+    bool no_pidfd;
+    Change change;  // what differs between the entry and the process behind its number
+    int sent;       // requests sent
     bool ends;
   } rows[] = {
-      {u"window_app", {}, 1, true},
-      {u"sleeper", {}, kWindows ? 0 : 1, !kWindows},
-      {u"sleeper", {u"--ignore-term"}, kWindows ? 0 : 1, false},
+      {u"window_app", false, false, kNone, 1, true},
+      {u"sleeper", false, false, kNone, kWindows ? 0 : 1, !kWindows},
+      {u"sleeper", true, false, kNone, kWindows ? 0 : 1, false},
+      {u"sleeper", false, true, kNone, kWindows ? 0 : 1, !kWindows},
+      {u"window_app", false, false, kStart, -1, false},
+      {u"window_app", false, false, kImage, -1, false},
+      {u"window_app", false, false, kOwner, -1, false},
+      {u"window_app", false, true, kStart, -1, false},
+      {u"window_app", false, true, kImage, -1, false},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(base::Narrow(row.program) + (row.args.empty() ? "" : " --ignore-term"));
+    SCOPED_TRACE(testing::Message()
+                 << base::Narrow(row.program) << " ignore-term " << row.ignore_term << " no-pidfd "
+                 << row.no_pidfd << " change " << row.change);
     TempDir temp;
     const std::u16string ready = temp.u16(u"ready");
-    std::vector<std::u16string> args = row.args;
-    args.insert(args.end(), {u"--ready", ready});
+    std::vector<std::u16string> args = {u"--ready", ready};
+    if (row.ignore_term) args.push_back(u"--ignore-term");
     ChildProcess child;
     ASSERT_TRUE(child.Start(testing_support::HelperProgram(row.program), args));
     ASSERT_TRUE(testing_support::WaitForFile(ready));
     ASSERT_TRUE(os::IsProcessRunning(child.pid()));
+    os::ProcessEntry entry = Listed(child.pid());
+    if (row.change == kStart) entry.start += 1;
+    if (row.change == kImage) entry.image = testing_support::HelperProgram(u"sleeper");
+    if (row.change == kOwner) entry.owner += u"0";
+    os::fault::Scope faults;
+    if (row.no_pidfd) os::fault::Arm(os::fault::Op::kPidfd, 38, 1, 0);
 
-    EXPECT_EQ(os::RequestProcessClose(child.pid()), row.sent);
+    os::HeldProcess held(entry);
+    EXPECT_EQ(held.valid(), row.change == kNone);
+    EXPECT_EQ(held.RequestClose(false), row.sent);
     if (row.ends) {
       // A zombie (ended, not collected yet) must already count as ended.
       EXPECT_TRUE(WaitGone(child.pid(), 10000));
+      EXPECT_FALSE(held.Running());
     } else {
       std::this_thread::sleep_for(std::chrono::milliseconds(300));
       EXPECT_TRUE(os::IsProcessRunning(child.pid()));
-      EXPECT_TRUE(os::TerminateProcessById(child.pid()));
-      EXPECT_TRUE(WaitGone(child.pid(), 10000));
+      EXPECT_EQ(held.Running(), row.change == kNone);
+      EXPECT_EQ(held.Terminate(), row.change == kNone);
+      EXPECT_EQ(WaitGone(child.pid(), row.change == kNone ? 10000 : 300), row.change == kNone);
     }
-    EXPECT_TRUE(child.WaitExit(10000));
+    child.Kill();
     EXPECT_FALSE(os::IsProcessRunning(child.pid()));
-    EXPECT_EQ(os::RequestProcessClose(child.pid()), -1);
+    EXPECT_EQ(held.RequestClose(false), -1);
+    EXPECT_FALSE(held.Terminate());
   }
 }
 
 TEST(OsApps, NoProcessIsZero) {
   EXPECT_FALSE(os::IsProcessRunning(0));
-  EXPECT_EQ(os::RequestProcessClose(0), -1);
+  EXPECT_FALSE(os::HeldProcess(os::ProcessEntry{}).valid());
+  EXPECT_EQ(os::HeldProcess(os::ProcessEntry{}).RequestClose(false), -1);
   EXPECT_EQ(os::ParentProcessId(0xFFFFFFF0u), 0u);
 }
 

@@ -9,6 +9,7 @@
 #include "os/apps.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
+#include "support/pid_namespace.h"
 #include "support/temp_dir.h"
 #include "sys/drive_eject.h"
 
@@ -88,6 +89,7 @@ TEST_F(OsLoopVolume, DescribesTheLoopDeviceAndTellsWhyItIsNotRemovable) {
 }
 
 TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
+  if (testing_support::RunInOwnPidNamespace()) return;
   // One process runs from the drive, one works in a folder on it, one keeps a file open there;
   // a fourth runs from elsewhere and must not be named.
   const std::u16string exe =

@@ -11,6 +11,7 @@
 #include "base/text.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
+#include "support/pid_namespace.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -61,6 +62,9 @@ TEST(AppCloserPaths, ParentFoldersAndRoots) {
       {u"E:\\Suite\\TvAppsClose\\TvAppsClose.exe", u"E:\\Suite\\TvAppsClose", false},
       {u"E:\\Suite\\TvAppsClose\\", u"E:\\Suite", false},
       {u"E:\\app.exe", u"E:\\", false},
+      {u"z:\\app.exe", u"z:\\", false},
+      {u"a:", u"", true},
+      {u"1:", u"", false},
       {u"E:\\", u"", true},
       {u"E:", u"", true},
       {u"/media/stick/TvAppsClose/TvAppsClose", u"/media/stick/TvAppsClose", false},
@@ -126,25 +130,28 @@ TEST(AppCloserSelect, OnlyProcessesInScopeAndNeverTheSparedOnes) {
   spared.pids = {10, 11};  // the closer, its parent
   spared.images = {u"/media/STICK/Suite/TvAppsClose/TvAppsClose"};
   spared.names = {u"TvDiskEjector"};
+  spared.owner = u"me";
   const std::vector<ProcessEntry> all = {
-      {10, 11, u"/media/STICK/Suite/TvAppsClose/TvAppsClose"},  // itself
-      {11, 1, u"/media/STICK/Suite/TvEject/TvEject"},           // its caller
-      {12, 1, u"/media/STICK/Suite/TvEject/TvDiskEjector"},     // the ejector
-      {13, 1, u"/media/STICK/Suite/TvEject/TvDiskEjector.exe"},
-      {14, 1, u"/media/STICK/Suite/TvAppsClose/TvAppsClose"},  // another copy of the closer
-      {20, 1, u"/media/STICK/Suite/Apps/editor"},
-      {21, 20, u"/media/STICK/Other/tool"},
-      {30, 1, u"/media/STICK2/Suite/app"},
-      {31, 1, u"/usr/bin/bash"},
-      {33, 1, u"/media/STICK-B/app"},
-      {32, 1, u""},  // image unreadable
-      {0, 0, u"/media/STICK/idle"},
+      {10, 11, u"/media/STICK/Suite/TvAppsClose/TvAppsClose", u"me"},  // itself
+      {11, 1, u"/media/STICK/Suite/TvEject/TvEject", u"me"},           // its caller
+      {12, 1, u"/media/STICK/Suite/TvEject/TvDiskEjector", u"me"},     // the ejector
+      {13, 1, u"/media/STICK/Suite/TvEject/TvDiskEjector.exe", u"me"},
+      {14, 1, u"/media/STICK/Suite/TvAppsClose/TvAppsClose", u"me"},  // another copy of the closer
+      {20, 1, u"/media/STICK/Suite/Apps/editor", u"me"},
+      {21, 20, u"/media/STICK/Other/tool", u"me"},
+      {22, 1, u"/media/STICK/Suite/Apps/shared", u"someone else"},
+      {23, 1, u"/media/STICK/Suite/Apps/unknown", u""},  // owner unreadable
+      {30, 1, u"/media/STICK2/Suite/app", u"me"},
+      {31, 1, u"/usr/bin/bash", u"me"},
+      {33, 1, u"/media/STICK-B/app", u"me"},
+      {32, 1, u"", u"me"},  // image unreadable
+      {0, 0, u"/media/STICK/idle", u"me"},
   };
   EXPECT_EQ(Pids(sys::SelectProcessesToClose(all, scope, spared, false)),
             (std::vector<std::uint32_t>{20, 21, 33}));
   EXPECT_TRUE(sys::SelectProcessesToClose(all, sys::CloseScope{}, spared, false).empty());
   // Case matters only where the platform's names ignore it.
-  const std::vector<ProcessEntry> upper = {{40, 1, u"/MEDIA/stick/app"}};
+  const std::vector<ProcessEntry> upper = {{40, 1, u"/MEDIA/stick/app", u"me"}};
   EXPECT_TRUE(sys::SelectProcessesToClose(upper, scope, spared, false).empty());
   EXPECT_EQ(sys::SelectProcessesToClose(upper, scope, spared, true).size(), 1u);
 }
@@ -165,6 +172,7 @@ struct FakeSystem {
     std::int64_t ends_after = -1;  // ms after the request; -1: ignores it
     std::int64_t asked_at = -1;
     bool alive = true;
+    bool console_too = false;  // the request may close the console's window
   };
   std::map<std::uint32_t, Proc> procs;
   std::uint32_t now = 4294960000u;  // near the wrap of the 32-bit clock on purpose
@@ -172,7 +180,7 @@ struct FakeSystem {
   int terminated = 0;
 
   void Add(std::uint32_t pid, std::u16string image, std::int64_t ends_after, int windows = 1) {
-    procs[pid] = Proc{{pid, 1, std::move(image)}, windows, ends_after};
+    procs[pid] = Proc{{pid, 1, std::move(image), u"tester", pid}, windows, ends_after};
   }
   void Tick() {
     for (auto& [pid, p] : procs)
@@ -188,19 +196,26 @@ struct FakeSystem {
         if (p.alive) out.push_back(p.entry);
       return out;
     };
-    ops.request_close = [this](std::uint32_t pid) {
-      procs[pid].asked_at = now;
-      return procs[pid].windows;
-    };
-    ops.running = [this](std::uint32_t pid) {
-      Tick();
-      return procs[pid].alive;
-    };
-    ops.terminate = [this](std::uint32_t pid) {
-      ++terminated;
-      procs[pid].alive = false;
+    ops.open = [this](const ProcessEntry& e, sys::HeldProcess* held) {
+      const std::uint32_t pid = e.pid;
+      if (!procs.count(pid) || !procs[pid].alive || procs[pid].entry.image != e.image) return false;
+      held->request_close = [this, pid](bool console_too) {
+        procs[pid].console_too = console_too;
+        procs[pid].asked_at = now;
+        return procs[pid].windows;
+      };
+      held->running = [this, pid] {
+        Tick();
+        return procs[pid].alive;
+      };
+      held->terminate = [this, pid] {
+        ++terminated;
+        procs[pid].alive = false;
+        return true;
+      };
       return true;
     };
+    ops.own_user = [] { return u"tester"; };
     ops.now = [this] { return now; };
     ops.sleep = [this](std::uint32_t ms) {
       now += ms;
@@ -275,6 +290,37 @@ TEST(AppCloserRun, WindowlessProgramsAreCountedNotAsked) {
   EXPECT_EQ(Pids(report.still_running), Fake({20}));
 }
 
+TEST(AppCloserRun, AConsoleWindowIsClosedOnlyWhenEveryProgramOnItMayBe) {
+  struct Row {
+    std::vector<std::uint32_t> attached;  // the console's processes; empty: cannot be known
+    bool console_too;
+  } rows[] = {
+      {{}, false},
+      {Fake({20, 21}), true},
+      {Fake({20, 30}), false},  // one runs from elsewhere
+      {Fake({20, 22}), false},  // the ejector
+      {Fake({20, 99}), false},  // not listed
+  };
+  for (const auto& row : rows) {
+    FakeSystem fake;
+    fake.Add(kFake + 20, u"/suite/App/console", 0);
+    fake.Add(kFake + 21, u"/suite/App/helper", -1);
+    fake.Add(kFake + 22, u"/suite/TvEject/TvDiskEjector", -1);
+    fake.Add(kFake + 30, u"/elsewhere/shell", -1);
+    auto ops = fake.Ops();
+    ops.console = [&](std::uint32_t pid, std::vector<std::uint32_t>* pids) {
+      *pids = row.attached;
+      return pid == kFake + 20 && !row.attached.empty();
+    };
+    sys::CloseOptions options;
+    options.grace_ms = 0;
+    sys::CloseSelected({u"/suite", false, u"", {}}, {true, {fake.procs[kFake + 20].entry}}, options,
+                       ops);
+    EXPECT_GE(fake.procs[kFake + 20].asked_at, 0);
+    EXPECT_EQ(fake.procs[kFake + 20].console_too, row.console_too) << row.attached.size();
+  }
+}
+
 // Real programs. The suite lives in a temporary folder on a fixed disk, so the scope is the
 // suite folder; a program started from the test's own folder stands outside it.
 struct RealSuite {
@@ -293,6 +339,140 @@ struct RealSuite {
   }
 };
 
+// A helper program copied into folder under another name (the extension kept).
+std::u16string InstallAs(const char16_t* program, const std::u16string& folder,
+                         const std::u16string& name) {
+  const std::filesystem::path copy(testing_support::CopyHelperProgram(program, folder));
+  if (copy.empty()) return u"";
+  const std::filesystem::path to = copy.parent_path() / (name + copy.extension().u16string());
+  std::error_code ec;
+  std::filesystem::rename(copy, to, ec);
+  return ec ? u"" : to.u16string();
+}
+
+// The system's entry for a running process; pid 0 when it is not listed.
+ProcessEntry Listed(std::uint32_t pid) {
+  for (const auto& p : os::EnumProcesses())
+    if (p.pid == pid) return p;
+  return ProcessEntry{};
+}
+
+// A faulty selection fed straight to the closing step, beside one application of the suite.
+// A process the closer may not touch makes it refuse the whole choice: nothing is signalled.
+// A number that now names another program (or the same program started again) is left alone
+// and the rest is closed. Real processes, which force would end were the closer wrong.
+TEST(AppCloserGuard, AFaultySelectionSignalsNothingItMayNotTouch) {
+  if (testing_support::RunInOwnPidNamespace()) return;
+  RealSuite s;
+  const std::u16string closer = InstallAs(u"window_app", s.suite + u"/TvAppsClose", u"TvAppsClose");
+  const std::u16string ejector = InstallAs(u"window_app", s.suite + u"/TvEject", u"TvDiskEjector");
+  const std::u16string app = s.Install(u"window_app", s.suite + u"/App");
+  // A sibling of the suite whose name is as long as the suite's.
+  const std::u16string outside = s.Install(u"window_app", s.temp.u16(u"Other"));
+  ASSERT_FALSE(closer.empty() || ejector.empty() || app.empty() || outside.empty());
+  ChildProcess c_closer, c_ejector, c_other, c_outsider;
+  ASSERT_TRUE(s.Start(c_closer, closer, {}));
+  ASSERT_TRUE(s.Start(c_ejector, ejector, {}));
+  ASSERT_TRUE(s.Start(c_other, app, {}));
+  ASSERT_TRUE(s.Start(c_outsider, outside, {}));
+  const ProcessEntry self = Listed(os::GetCurrentProcessId());
+  ASSERT_NE(self.pid, 0u);
+  const sys::CloseScope scope = sys::DetermineCloseScope(closer);
+  ASSERT_EQ(scope.folder, s.suite) << base::Narrow(scope.reason);
+
+  enum Fault {
+    kOutside,
+    kSelf,
+    kParent,
+    kCloserCopy,
+    kEjector,
+    kOtherUser,
+    kReused,
+    kRestarted,
+    kOtherVolume
+  };
+  struct Row {
+    const char* name;
+    Fault fault;
+    bool refused;  // the whole choice is refused; otherwise the suite's application is closed
+  } rows[] = {
+      {"outside the scope", kOutside, true},
+      {"the closer itself", kSelf, true},
+      {"its parent", kParent, true},
+      {"a copy of the closer", kCloserCopy, true},
+      {"the ejector", kEjector, true},
+      {"another user's", kOtherUser, true},
+      {"a reused number", kReused, false},
+      {"started again", kRestarted, false},
+      // Last: the outsider's folder stands for another volume the eject takes along, so the
+      // outsider is the drive's too and is closed.
+      {"on another volume of the device", kOtherVolume, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    ChildProcess c_app;
+    ASSERT_TRUE(s.Start(c_app, app, {}));
+    const ProcessEntry target = Listed(c_app.pid());
+    ProcessEntry bad;
+    switch (row.fault) {
+      case kOutside:
+        bad = Listed(c_outsider.pid());
+        break;
+      case kSelf:
+        bad = self;
+        break;
+      case kParent:
+        bad = {self.parent_pid, 0, app, self.owner, 1};
+        break;
+      case kCloserCopy:
+        bad = Listed(c_closer.pid());
+        break;
+      case kEjector:
+        bad = Listed(c_ejector.pid());
+        break;
+      case kOtherUser:
+        bad = Listed(c_other.pid()), bad.owner += u"0";
+        break;
+      case kReused:
+        bad = target, bad.pid = c_outsider.pid();
+        break;
+      case kRestarted:
+        bad = Listed(c_other.pid()), bad.start += 1;
+        break;
+      case kOtherVolume:
+        bad = Listed(c_outsider.pid());
+        break;
+    }
+    sys::CloseScope with = scope;
+    if (row.fault == kOtherVolume) with.other_volumes = {s.temp.u16(u"Other")};
+    if (row.fault == kSelf || row.fault == kParent) bad.image = app;  // claims to be the app
+    ASSERT_FALSE(target.image.empty() || bad.owner.empty());
+    sys::CloseOptions options;
+    options.own_path = closer;
+    options.force = true;
+    options.grace_ms = 6000;
+    const auto report = sys::CloseSelected(with, {true, {target, bad}}, options);
+
+    // The suite's other application was never chosen: it is counted, not closed.
+    EXPECT_EQ(report.outcome,
+              row.refused ? sys::CloseOutcome::kRefused : sys::CloseOutcome::kStillRunning)
+        << base::Narrow(report.reason);
+    if (!row.refused) {
+      EXPECT_EQ(Pids(report.still_running), std::vector<std::uint32_t>{c_other.pid()});
+    }
+    EXPECT_TRUE(report.killed.empty());
+    EXPECT_EQ(c_app.WaitExit(row.refused ? 300 : 8000), !row.refused);
+    if (row.fault == kOtherVolume) {
+      EXPECT_TRUE(c_outsider.WaitExit(8000));
+    }
+    for (ChildProcess* c : {&c_closer, &c_ejector, &c_other, &c_outsider}) {
+      if (c != &c_outsider || row.fault != kOtherVolume) {
+        EXPECT_FALSE(c->Exited()) << c->pid();
+      }
+    }
+  }
+}
+
 // An application that will not close politely: on Windows a console program, which has no
 // window for WM_CLOSE; elsewhere one that ignores SIGTERM.
 const char16_t* const kStubborn = u"sleeper";
@@ -303,6 +483,7 @@ const std::vector<std::u16string> kStubbornArgs = {u"--ignore-term"};
 #endif
 
 TEST(AppCloserReal, ClosesExactlyTheSuitesApplications) {
+  if (testing_support::RunInOwnPidNamespace()) return;
   RealSuite s;
   const std::u16string app = s.Install(u"window_app", s.suite + u"/App");
   const std::u16string slow = s.Install(u"window_app", s.suite + u"/Slow");
@@ -341,6 +522,7 @@ TEST(AppCloserReal, ClosesExactlyTheSuitesApplications) {
 }
 
 TEST(AppCloserReal, OnARemovableDriveTheWholeDriveIsTheScope) {
+  if (testing_support::RunInOwnPidNamespace()) return;
   TempDir temp;
   testing_support::LoopMount drive;
   std::string why;

@@ -11,6 +11,7 @@
 #include "base/text.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
+#include "support/pid_namespace.h"
 #include "support/temp_dir.h"
 #include "sys/app_closer.h"
 
@@ -71,7 +72,7 @@ struct Script {
     };
     ops.holders = [this](const std::vector<std::u16string>& roots) {
       ++holder_scans;
-      return std::vector<os::ProcessEntry>{{4242, 1, u"/media/STICK/App/editor"}};
+      return std::vector<os::ProcessEntry>{{4242, 1, u"/media/STICK/App/editor", u"", 0}};
     };
     ops.pause = [this](std::uint32_t ms) { pauses.push_back(ms); };
     return ops;
@@ -461,6 +462,7 @@ TEST_F(DriveEjectLoop, UnmountsAFreeDrive) {
 }
 
 TEST_F(DriveEjectLoop, RetriesABusyDriveThenNamesWhoHoldsIt) {
+  if (testing_support::RunInOwnPidNamespace()) return;
   os::ScopedRemovableDiskForTests hook(drive_.device());
   ChildProcess holder;
   const std::u16string ready = temp_.u16(u"ready");
