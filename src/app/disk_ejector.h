@@ -61,6 +61,10 @@ struct EjectorOps {
   // on the drive's own volume (drive.volume_root) is passed over.
   std::vector<std::u16string> places;
   std::uint32_t wait_limit_ms = 20000;  // how long the copy waits for the processes it names
+  // Asks a process holding the drive to close (os::RequestProcessClose), after the user chose
+  // "Retry" in a refusal's box; and how long the closed ones are waited for before the new try.
+  std::function<int(std::uint32_t)> close;
+  std::uint32_t close_wait_ms = 10000;
 };
 
 // One run of the ejector standing at own_path; returns the exit code.

@@ -18,9 +18,14 @@ using testing_support::ChildProcess;
 using testing_support::LoopMount;
 using testing_support::TempDir;
 
-bool Lists(const std::vector<os::ProcessEntry>& processes, std::uint32_t pid) {
-  return std::any_of(processes.begin(), processes.end(),
-                     [&](const os::ProcessEntry& p) { return p.pid == pid; });
+// What the search says pid holds: "kind path", "" when it is not listed.
+std::u16string Holds(const os::VolumeHolders& holders, std::uint32_t pid) {
+  for (const auto& h : holders.processes) {
+    if (h.process.pid != pid) continue;
+    static const char16_t* const kKinds[] = {u"program ", u"module ", u"folder ", u"file "};
+    return kKinds[static_cast<int>(h.kind)] + h.held + (h.own ? u"" : u" (not own)");
+  }
+  return u"";
 }
 
 TEST(OsVolumes, TheTemporaryFolderIsOnAFixedDrive) {
@@ -107,11 +112,12 @@ TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
     ASSERT_TRUE(testing_support::WaitForFile(temp_.u16(r)));
 
   const auto holders = os::ProcessesUsingVolumes({root_});
-  EXPECT_TRUE(Lists(holders, runs_from.pid()));
-  EXPECT_TRUE(Lists(holders, works_in.pid()));
-  EXPECT_TRUE(Lists(holders, keeps_open.pid()));
-  EXPECT_FALSE(Lists(holders, outsider.pid()));
-  EXPECT_FALSE(Lists(holders, os::GetCurrentProcessId()));
+  const std::u16string& on = drive_.mount_point();
+  EXPECT_EQ(Holds(holders, runs_from.pid()), u"program " + exe);
+  EXPECT_EQ(Holds(holders, works_in.pid()), u"folder " + on + u"/Work");
+  EXPECT_EQ(Holds(holders, keeps_open.pid()), u"file " + on + u"/Work/log.txt");
+  EXPECT_EQ(Holds(holders, outsider.pid()), u"");
+  EXPECT_EQ(Holds(holders, os::GetCurrentProcessId()), u"");
 
   os::ScopedRemovableDiskForTests hook(drive_.device());
   os::StorageDevice device;
@@ -126,7 +132,7 @@ TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
   runs_from.Kill();
   works_in.Kill();
   keeps_open.Kill();
-  EXPECT_TRUE(os::ProcessesUsingVolumes({root_}).empty());
+  EXPECT_TRUE(os::ProcessesUsingVolumes({root_}).processes.empty());
   EXPECT_TRUE(os::RequestDeviceEject(device.disk, device.mount_points, &answer))
       << os::GetLastError();
   // A loop device has no eject of its own: unmounted is all that can be said.
