@@ -28,6 +28,36 @@ std::u16string Holds(const os::VolumeHolders& holders, std::uint32_t pid) {
   return u"";
 }
 
+#ifdef _WIN32
+// Windows names programs started from anywhere by what they hold open: a file, and the current
+// folder (an open handle there too). A folder stands for the drive: only what lies under it
+// counts.
+TEST(OsVolumes, NamesProgramsStartedElsewhereByTheFilesTheyHold) {
+  TempDir temp;
+  const std::u16string stick = temp.u16(u"Stick");
+  std::filesystem::create_directories(temp.path() / "Stick" / "Docs");
+  const std::u16string sleeper = testing_support::HelperProgram(u"sleeper");
+  const std::u16string held = stick + u"\\Docs\\held file.txt";
+  ChildProcess keeps_open, works_in, outsider;
+  ASSERT_TRUE(
+      keeps_open.Start(sleeper, {u"--ready", temp.u16(u"r1"), u"--open", held}, temp.u16()));
+  ASSERT_TRUE(works_in.Start(sleeper, {u"--ready", temp.u16(u"r2")}, stick + u"\\Docs"));
+  ASSERT_TRUE(outsider.Start(sleeper, {u"--ready", temp.u16(u"r3")}, temp.u16()));
+  for (const char16_t* r : {u"r1", u"r2", u"r3"})
+    ASSERT_TRUE(testing_support::WaitForFile(temp.u16(r)));
+
+  const auto holders = os::ProcessesUsingVolumes({stick + u"\\"});
+  EXPECT_TRUE(base::EqualNoCase(Holds(holders, keeps_open.pid()), u"file " + held))
+      << base::Narrow(Holds(holders, keeps_open.pid()));
+  EXPECT_TRUE(base::EqualNoCase(Holds(holders, works_in.pid()), u"folder " + stick + u"\\Docs"))
+      << base::Narrow(Holds(holders, works_in.pid()));
+  EXPECT_EQ(Holds(holders, outsider.pid()), u"");
+  keeps_open.Kill();
+  works_in.Kill();
+  EXPECT_TRUE(os::ProcessesUsingVolumes({stick + u"\\"}).processes.empty());
+}
+#endif
+
 TEST(OsVolumes, TheTemporaryFolderIsOnAFixedDrive) {
   TempDir temp;
   const std::u16string root = os::GetVolumePathNameW(temp.u16(u"not/yet/there.txt"));
