@@ -123,13 +123,13 @@ TEST_F(OsLoopVolume, DescribesTheLoopDeviceAndTellsWhyItIsNotRemovable) {
 }
 
 TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
-  // One process runs from the drive, one works in a folder on it, one keeps a file open there;
-  // a fourth runs from elsewhere and must not be named.
+  // One process runs from the drive, one works in a folder on it, one keeps a file open there,
+  // one has a file of it mapped; a fifth runs from elsewhere and must not be named.
   const std::u16string exe =
       testing_support::CopyHelperProgram(u"sleeper", drive_.mount_point() + u"/Apps");
   ASSERT_FALSE(exe.empty());
   std::filesystem::create_directories(std::filesystem::path(drive_.mount_point() + u"/Work"));
-  ChildProcess runs_from, works_in, keeps_open, outsider;
+  ChildProcess runs_from, works_in, keeps_open, maps, outsider;
   const std::u16string sleeper = testing_support::HelperProgram(u"sleeper");
   ASSERT_TRUE(runs_from.Start(exe, {u"--ready", temp_.u16(u"r1")}, temp_.u16()));
   ASSERT_TRUE(
@@ -138,7 +138,10 @@ TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
       sleeper, {u"--ready", temp_.u16(u"r3"), u"--open", drive_.mount_point() + u"/Work/log.txt"},
       temp_.u16()));
   ASSERT_TRUE(outsider.Start(sleeper, {u"--ready", temp_.u16(u"r4")}, temp_.u16()));
-  for (const char16_t* r : {u"r1", u"r2", u"r3", u"r4"})
+  ASSERT_TRUE(maps.Start(
+      sleeper, {u"--ready", temp_.u16(u"r5"), u"--map", drive_.mount_point() + u"/Work/lib.so"},
+      temp_.u16()));
+  for (const char16_t* r : {u"r1", u"r2", u"r3", u"r4", u"r5"})
     ASSERT_TRUE(testing_support::WaitForFile(temp_.u16(r)));
 
   const auto holders = os::ProcessesUsingVolumes({root_});
@@ -146,6 +149,7 @@ TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
   EXPECT_EQ(Holds(holders, runs_from.pid()), u"program " + exe);
   EXPECT_EQ(Holds(holders, works_in.pid()), u"folder " + on + u"/Work");
   EXPECT_EQ(Holds(holders, keeps_open.pid()), u"file " + on + u"/Work/log.txt");
+  EXPECT_EQ(Holds(holders, maps.pid()), u"module " + on + u"/Work/lib.so");
   EXPECT_EQ(Holds(holders, outsider.pid()), u"");
   EXPECT_EQ(Holds(holders, os::GetCurrentProcessId()), u"");
 
@@ -162,6 +166,7 @@ TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
   runs_from.Kill();
   works_in.Kill();
   keeps_open.Kill();
+  maps.Kill();
   EXPECT_TRUE(os::ProcessesUsingVolumes({root_}).processes.empty());
   EXPECT_TRUE(os::RequestDeviceEject(device.disk, device.mount_points, &answer))
       << os::GetLastError();
