@@ -181,7 +181,7 @@ bool IsSystemHolder(const os::VolumeHolder& holder) {
 std::vector<std::uint32_t> Closable(const os::VolumeHolders& holders) {
   std::vector<std::uint32_t> pids;
   for (const auto& h : holders.processes)
-    if (h.own && !IsSystemHolder(h)) pids.push_back(h.process.pid);
+    if (h.closable && !IsSystemHolder(h)) pids.push_back(h.process.pid);
   return pids;
 }
 

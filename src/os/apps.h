@@ -196,7 +196,9 @@ struct VolumeHolder {
   HoldKind kind = HoldKind::kFile;
   std::u16string held;   // the path it holds
   std::u16string title;  // the title of one of its visible windows; "" for none (always on POSIX)
-  bool own = false;      // runs as the calling user: it may be asked to close
+  // It may be asked to close (RequestProcessClose): it runs as the calling user and, on
+  // Windows, has a visible top-level window to send WM_CLOSE to.
+  bool closable = false;
 };
 
 struct VolumeHolders {

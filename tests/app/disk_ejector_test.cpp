@@ -167,7 +167,7 @@ TEST(DiskEjectorMessage, ARefusalNamesEachHolderAndWhatRetryDoes) {
        {u"tracker-miner-fs-3 (901) has /media/STICK/a open (a program of the system",
         u"Retry: try again."},
        {u"close these programs"}},
-      {"another user's program is named, not closed",
+      {"a program that may not be asked to close is named",
        {{{902, 1, u"/usr/bin/vim"}, HoldKind::kFile, u"/media/STICK/b", u"", false}},
        0,
        {u"vim (902) has /media/STICK/b open", u"Retry: try again."},

@@ -23,7 +23,7 @@ std::u16string Holds(const os::VolumeHolders& holders, std::uint32_t pid) {
   for (const auto& h : holders.processes) {
     if (h.process.pid != pid) continue;
     static const char16_t* const kKinds[] = {u"program ", u"module ", u"folder ", u"file "};
-    return kKinds[static_cast<int>(h.kind)] + h.held + (h.own ? u"" : u" (not own)");
+    return kKinds[static_cast<int>(h.kind)] + h.held;
   }
   return u"";
 }
@@ -152,6 +152,9 @@ TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
   EXPECT_EQ(Holds(holders, maps.pid()), u"module " + on + u"/Work/lib.so");
   EXPECT_EQ(Holds(holders, outsider.pid()), u"");
   EXPECT_EQ(Holds(holders, os::GetCurrentProcessId()), u"");
+  EXPECT_EQ(holders.uninspected, 0) << "root may look at every process";
+  for (const auto& h : holders.processes)
+    EXPECT_TRUE(h.closable) << h.process.pid << ": the test's own may be asked to close";
 
   os::ScopedRemovableDiskForTests hook(drive_.device());
   os::StorageDevice device;

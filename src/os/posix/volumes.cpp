@@ -417,7 +417,7 @@ VolumeHolders ProcessesUsingVolumes(const std::vector<std::u16string>& roots) {
     switch (ProcessHolds(proc, native, &holder)) {
       case Look::kHolds: {
         struct stat st {};
-        holder.own = stat(proc.c_str(), &st) == 0 && st.st_uid == me;
+        holder.closable = stat(proc.c_str(), &st) == 0 && st.st_uid == me;
         holder.process = std::move(p);
         out.processes.push_back(std::move(holder));
         break;

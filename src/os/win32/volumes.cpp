@@ -250,15 +250,17 @@ std::unique_ptr<BYTE[]> TokenUserOf(HANDLE process) {
   return buffer;
 }
 
-// The title of one visible top-level window of each process that has one.
+// The title of one visible top-level window of each process that has one ("" when none of
+// them has a title).
 BOOL CALLBACK AddTitle(HWND window, LPARAM param) {
   auto* titles = reinterpret_cast<std::map<std::uint32_t, std::u16string>*>(param);
   if (!::IsWindowVisible(window) || ::GetWindow(window, GW_OWNER)) return TRUE;
   DWORD pid = 0;
   ::GetWindowThreadProcessId(window, &pid);
-  if (titles->count(pid)) return TRUE;
+  std::u16string& title = (*titles)[pid];
+  if (!title.empty()) return TRUE;
   wchar_t text[256] = {};
-  if (::GetWindowTextW(window, text, 256) > 0) (*titles)[pid] = Text(text);
+  if (::GetWindowTextW(window, text, 256) > 0) title = Text(text);
   return TRUE;
 }
 
@@ -676,9 +678,9 @@ VolumeHolders ProcessesUsingVolumes(const std::vector<std::u16string>& roots) {
       continue;
     }
     c.holder.process = std::move(c.process);
-    c.holder.own = c.own;
     const auto t = titles.find(c.holder.process.pid);
     if (t != titles.end()) c.holder.title = t->second;
+    c.holder.closable = c.own && t != titles.end();
     out.processes.push_back(std::move(c.holder));
   }
   return out;
