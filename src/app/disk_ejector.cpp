@@ -177,12 +177,9 @@ bool IsSystemHolder(const os::VolumeHolder& holder) {
                      [&](std::u16string_view n) { return base::EqualNoCase(n, name); });
 }
 
-// The holders the user's answer may close: their own programs, never the system's.
-std::vector<std::uint32_t> Closable(const os::VolumeHolders& holders) {
-  std::vector<std::uint32_t> pids;
-  for (const auto& h : holders.processes)
-    if (h.closable && !IsSystemHolder(h)) pids.push_back(h.process.pid);
-  return pids;
+// Whether the user's answer may close a holder: one of their own programs, never the system's.
+bool MayClose(const os::VolumeHolder& holder) {
+  return holder.closable && !IsSystemHolder(holder);
 }
 
 // One line per holder: its file name, its window's title, and what it holds on the drive.
@@ -296,10 +293,12 @@ EjectorMessage DescribeEject(const sys::EjectReport& report, std::u16string_view
         refused.text +=
             u"\r\n\r\n" + CompanionText(u"TvDiskEjector.Messages.Uninspected",
                                         {{u"%count%", base::ToText(report.blockers.uninspected)}});
-      refused.text += u"\r\n\r\n" + CompanionText(Closable(report.blockers).empty()
-                                                      ? u"TvDiskEjector.Messages.ChoiceRetry"
-                                                      : u"TvDiskEjector.Messages.ChoiceClose",
-                                                  {});
+      const auto& holders = report.blockers.processes;
+      refused.text +=
+          u"\r\n\r\n" + CompanionText(std::any_of(holders.begin(), holders.end(), MayClose)
+                                          ? u"TvDiskEjector.Messages.ChoiceClose"
+                                          : u"TvDiskEjector.Messages.ChoiceRetry",
+                                      {});
       return refused;
     }
     case sys::EjectOutcome::kFailed:
@@ -345,9 +344,19 @@ int RunDiskEjector(const std::vector<std::u16string>& args, std::u16string_view 
       const std::int32_t answer = mUnicodePatch::MsgBox(message.text, message.flags | kInFront);
       if ((message.flags & 0xF) != kRetryCancel || answer != os::kIdRetry) break;
       // Only now, on the user's word: the user's own holders are asked to close as a user
-      // would close them, and the eject is asked for again.
+      // would close them, and the eject is asked for again. The box may have stood for long:
+      // only a program that still holds the drive, and still is the one named (a pid is handed
+      // out again once its process ended), is asked.
+      const os::VolumeHolders now = ops.drive.holders(report.plan.volumes);
       std::vector<std::uint32_t> asked;
-      for (std::uint32_t pid : Closable(report.blockers)) {
+      for (const os::VolumeHolder& h : now.processes) {
+        const std::uint32_t pid = h.process.pid;
+        const bool named =
+            std::any_of(report.blockers.processes.begin(), report.blockers.processes.end(),
+                        [&](const os::VolumeHolder& b) {
+                          return b.process.pid == pid && b.process.image == h.process.image;
+                        });
+        if (!named || !MayClose(h)) continue;
         const int sent = ops.close ? ops.close(pid) : os::RequestProcessClose(pid);
         DebugLog(u"Asked " + base::ToText(pid) + u" to close: " + base::ToText(sent));
         if (sent > 0) asked.push_back(pid);

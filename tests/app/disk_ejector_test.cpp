@@ -213,6 +213,8 @@ constexpr std::uint32_t kEditor = 2147483640;
 struct ScriptedDrive {
   int refusals = 0;
   bool holder_closed = false;
+  int holder_scans = 0;
+  std::u16string reused_by;  // the program that has the editor's pid after the first search
   int ejects = 0;
   std::vector<std::uint32_t> pauses;
   std::u16string asked_for;
@@ -245,8 +247,9 @@ struct ScriptedDrive {
     };
     ops.holders = [this](const std::vector<std::u16string>&) {
       os::VolumeHolders found;
+      const bool reused = holder_scans++ > 0 && !reused_by.empty();
       if (!holder_closed)
-        found.processes = {{{kEditor, 1, u"/media/STICK/App/editor"},
+        found.processes = {{{kEditor, 1, reused ? reused_by : u"/media/STICK/App/editor"},
                             os::HoldKind::kProgram,
                             u"/media/STICK/App/editor",
                             u"",
@@ -481,19 +484,31 @@ TEST(DiskEjectorRun, RetryClosesTheHoldersAndTriesAgain) {
   struct Row {
     const char* name;
     std::vector<std::int32_t> answers;
-    bool holder_leaves;  // the editor ends when asked to
+    bool holder_leaves;         // the editor ends when asked to
+    const char16_t* reused_by;  // another program got the editor's pid while the box stood
     int ejects;
+    int closes;
     std::vector<const char16_t*> boxes;  // a part of each box shown, in turn
     int exit_code;
   } rows[] = {
-      {"retry", {os::kIdRetry}, true, 2, {u"Retry: close these", u"may now remove"}, 0},
-      {"cancel", {os::kIdCancel}, true, 1, {u"Retry: close these"}, 1},
-      {"closed by the corner", {os::kIdOk}, true, 1, {u"Retry: close these"}, 1},
+      {"retry", {os::kIdRetry}, true, u"", 2, 1, {u"Retry: close these", u"may now remove"}, 0},
+      {"cancel", {os::kIdCancel}, true, u"", 1, 0, {u"Retry: close these"}, 1},
+      {"closed by the corner", {os::kIdOk}, true, u"", 1, 0, {u"Retry: close these"}, 1},
       {"still held, then cancel",
        {os::kIdRetry, os::kIdCancel},
        false,
+       u"",
        2,
+       1,
        {u"editor (2147483640)", u"editor (2147483640)"},
+       1},
+      {"the pid went to another program",
+       {os::kIdRetry, os::kIdCancel},
+       false,
+       u"/usr/bin/other",
+       2,
+       0,
+       {u"editor (2147483640)", u"other (2147483640)"},
        1},
   };
   for (const auto& row : rows) {
@@ -505,6 +520,7 @@ TEST(DiskEjectorRun, RetryClosesTheHoldersAndTriesAgain) {
     KeepWorkingFolder keep;
     ScriptedDrive drive;
     drive.refusals = row.holder_leaves ? 1 : 99;
+    drive.reused_by = row.reused_by;
     app::EjectorOps ops;
     ops.drive = drive.Ops();
     std::vector<std::uint32_t> closed;
@@ -519,7 +535,7 @@ TEST(DiskEjectorRun, RetryClosesTheHoldersAndTriesAgain) {
               row.exit_code);
     os::SetCurrentDirectoryW(keep.folder.c_str());
     EXPECT_EQ(drive.ejects, row.ejects);
-    EXPECT_EQ(closed, std::vector<std::uint32_t>(row.ejects - 1, kEditor));
+    EXPECT_EQ(closed, std::vector<std::uint32_t>(row.closes, kEditor));
     ASSERT_EQ(boxes.shown.size(), row.boxes.size());
     for (std::size_t i = 0; i < row.boxes.size(); ++i)
       EXPECT_NE(boxes.shown[i].first.find(row.boxes[i]), std::u16string::npos)
