@@ -384,21 +384,19 @@ constexpr DWORD kNamingLimitMs = 5000;
 std::map<std::uint32_t, OpenFile> OpenFilesOnVolumes(
     const std::map<std::uint32_t, HANDLE>& processes, const std::vector<std::u16string>& roots) {
   if (processes.empty()) return {};
+  // The kind of object a file is, learnt from a file handle of our own that is open while the
+  // list is taken: the rest of the list is then sorted without opening anything. 0 when it
+  // cannot be learnt (every handle is then tried, GetFileType sorting them).
+  wchar_t own[MAX_PATH + 1] = {};
+  ::GetModuleFileNameW(nullptr, own, MAX_PATH);
+  OwnedHandle probe(::CreateFileW(own, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                  nullptr, OPEN_EXISTING, 0, nullptr));
   const std::vector<HandleEntry> all = SystemHandles();
-  // The kind of object a file is, learnt from a file handle of our own: the rest of the list
-  // is then sorted without opening anything. 0 when it cannot be learnt (every handle is then
-  // tried, GetFileType sorting them).
   USHORT file_type = 0;
-  {
-    wchar_t own[MAX_PATH + 1] = {};
-    ::GetModuleFileNameW(nullptr, own, MAX_PATH);
-    OwnedHandle probe(::CreateFileW(own, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_EXISTING, 0, nullptr));
-    const std::vector<HandleEntry> again = probe ? SystemHandles() : std::vector<HandleEntry>{};
-    for (const auto& e : again)
-      if (e.pid == ::GetCurrentProcessId() && reinterpret_cast<HANDLE>(e.value) == probe.get())
-        file_type = e.type_index;
-  }
+  for (const auto& e : all)
+    if (probe && e.pid == ::GetCurrentProcessId() &&
+        reinterpret_cast<HANDLE>(e.value) == probe.get())
+      file_type = e.type_index;
   auto work = std::make_shared<NamingWork>();
   work->roots = roots;
   std::map<std::uint32_t, HANDLE> mine;
