@@ -15,6 +15,10 @@
 // one also runs from the drive) to end, ejects, shows the outcome and has its own file and
 // folder deleted. Where no place takes a copy, the ejector works from the drive, and a refused
 // eject is explained as what it then is: the ejector holding the drive.
+// A refusal's box (Retry / Cancel) names each program holding the drive and what it holds
+// there; "Retry" asks those of the user's own programs that may be closed to close
+// (os::RequestProcessClose), waits a moment for them and tries the eject again, as often as the
+// user asks. "Cancel" leaves everything as it is.
 // Exit code: 0 when the drive may be removed, 1 otherwise.
 #pragma once
 
