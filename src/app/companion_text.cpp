@@ -64,9 +64,32 @@ const std::vector<CompanionString>& CompanionStrings() {
        u"use it and try again."},
       {u"TvDiskEjector.Messages.RefusedBy",
        u"Le syst\u00E8me a refus\u00E9 d'\u00E9jecter le lecteur %drive%. Ces programmes "
-       u"l'utilisent :\r\n\r\n%programs%\r\n\r\nFermez-les et r\u00E9essayez.",
+       u"l'utilisent :\r\n\r\n%programs%",
        u"The system refused to eject the drive %drive%. These programs are using it:\r\n\r\n"
-       u"%programs%\r\n\r\nClose them and try again."},
+       u"%programs%"},
+      {u"TvDiskEjector.Messages.HeldProgram", u"%program% s'ex\u00E9cute depuis %path%",
+       u"%program% runs from %path%"},
+      {u"TvDiskEjector.Messages.HeldModule", u"%program% utilise %path%", u"%program% uses %path%"},
+      {u"TvDiskEjector.Messages.HeldFolder", u"%program% travaille dans le dossier %path%",
+       u"%program% works in the folder %path%"},
+      {u"TvDiskEjector.Messages.HeldFile", u"%program% a ouvert %path%",
+       u"%program% has %path% open"},
+      {u"TvDiskEjector.Messages.SystemHolder",
+       u"(un programme du syst\u00E8me : attendez un moment et r\u00E9essayez)",
+       u"(a program of the system: wait a moment and try again)"},
+      {u"TvDiskEjector.Messages.Uninspected",
+       u"%count% autre(s) programme(s) n'ont pas pu \u00EAtre examin\u00E9s (d'un autre "
+       u"utilisateur, ou lanc\u00E9s en administrateur) : ils utilisent peut-\u00EAtre aussi "
+       u"le lecteur.",
+       u"%count% other program(s) could not be inspected (another user's, or running as "
+       u"administrator): they may be using the drive too."},
+      {u"TvDiskEjector.Messages.ChoiceClose",
+       u"R\u00E9essayer : fermer ces programmes et r\u00E9essayer.\r\nAnnuler : tout laisser "
+       u"en l'\u00E9tat.",
+       u"Retry: close these programs and try again.\r\nCancel: leave everything as it is."},
+      {u"TvDiskEjector.Messages.ChoiceRetry",
+       u"R\u00E9essayer : essayer \u00E0 nouveau.\r\nAnnuler : tout laisser en l'\u00E9tat.",
+       u"Retry: try again.\r\nCancel: leave everything as it is."},
       {u"TvDiskEjector.Messages.Failed",
        u"Le lecteur %drive% n'a pas pu \u00EAtre \u00E9ject\u00E9 (erreur %error%).\r\n\r\n"
        u"%details%",

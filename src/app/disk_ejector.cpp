@@ -11,6 +11,7 @@
 #include "os/files.h"
 #include "os/process.h"
 #include "os/program_env.h"
+#include "os/ui.h"
 #include "sys/app_closer.h"
 #include "sys/file_utils.h"
 #include "sys/paths.h"
@@ -21,6 +22,7 @@ namespace {
 
 constexpr std::u16string_view kCopyPrefix = u"TvDiskEjector-";
 constexpr std::int32_t kInFront = 0x10000 | 0x40000;  // MB_SETFOREGROUND | MB_TOPMOST
+constexpr std::int32_t kRetryCancel = 0x5;            // MB_RETRYCANCEL
 
 bool IsOption(std::u16string_view arg, std::u16string_view name) {
   return arg.size() == name.size() + 1 && (arg[0] == u'/' || arg[0] == u'-') &&
@@ -135,6 +137,14 @@ bool StartCopy(const std::vector<std::u16string>& args, std::u16string_view own_
   return false;
 }
 
+// Asks a holder to close through one handle (a pidfd) on it, opened and checked once: a number
+// handed out again since the search names another program, which is left alone. Its console's
+// window is not closed: other programs may be attached to it. Returns the requests sent.
+int AskToClose(const os::ProcessEntry& process) {
+  os::HeldProcess held(process);
+  return held.valid() ? held.RequestClose(false) : -1;
+}
+
 void WaitForProcesses(const std::vector<std::uint32_t>& pids, std::uint32_t limit_ms) {
   const std::uint32_t start = os::TimeGetTime();
   for (;;) {
@@ -149,11 +159,51 @@ void WaitForProcesses(const std::vector<std::uint32_t>& pids, std::uint32_t limi
   }
 }
 
+// Programs of the system that a user cannot close and that let go of a drive by themselves
+// once done with it: search indexers, virus scanners.
+bool IsSystemHolder(const os::VolumeHolder& holder) {
+  static constexpr std::u16string_view kNames[] = {u"SearchIndexer.exe",
+                                                   u"SearchProtocolHost.exe",
+                                                   u"SearchFilterHost.exe",
+                                                   u"MsMpEng.exe",
+                                                   u"MpDefenderCoreService.exe",
+                                                   u"NisSrv.exe",
+                                                   u"MsSense.exe",
+                                                   u"tracker-miner-fs",
+                                                   u"tracker-miner-fs-3",
+                                                   u"tracker-extract",
+                                                   u"tracker-extract-3",
+                                                   u"localsearch-3",
+                                                   u"baloo_file",
+                                                   u"baloo_file_extractor",
+                                                   u"updatedb",
+                                                   u"updatedb.plocate",
+                                                   u"clamd",
+                                                   u"clamscan"};
+  const std::u16string name = FileName(holder.process.image);
+  return std::any_of(std::begin(kNames), std::end(kNames),
+                     [&](std::u16string_view n) { return base::EqualNoCase(n, name); });
+}
+
+// Whether the user's answer may close a holder: one of their own programs, never the system's.
+bool MayClose(const os::VolumeHolder& holder) {
+  return holder.closable && !IsSystemHolder(holder);
+}
+
+// One line per holder: its file name, its window's title, and what it holds on the drive.
 std::u16string Programs(const sys::EjectReport& report) {
+  static constexpr std::u16string_view kHow[] = {
+      u"TvDiskEjector.Messages.HeldProgram", u"TvDiskEjector.Messages.HeldModule",
+      u"TvDiskEjector.Messages.HeldFolder", u"TvDiskEjector.Messages.HeldFile"};
   std::u16string out;
-  for (const auto& p : report.blockers) {
+  for (const auto& h : report.blockers.processes) {
+    std::u16string program = h.process.image.empty() ? u"?" : FileName(h.process.image);
+    if (!h.title.empty()) program += u" \"" + h.title + u"\"";
+    program += u" (" + base::ToText(h.process.pid) + u")";
     if (!out.empty()) out += u"\r\n";
-    out += (p.image.empty() ? u"?" : p.image) + u" (" + base::ToText(p.pid) + u")";
+    out += CompanionText(kHow[static_cast<std::size_t>(h.kind)],
+                         {{u"%path%", h.held}, {u"%program%", program}});
+    if (IsSystemHolder(h)) out += u" " + CompanionText(u"TvDiskEjector.Messages.SystemHolder", {});
   }
   // Windows names the application itself when it is one that vetoes.
   if (out.empty() && report.answer.veto_type == os::kVetoWindowsApp) out = report.answer.veto_name;
@@ -241,9 +291,24 @@ EjectorMessage DescribeEject(const sys::EjectReport& report, std::u16string_view
       return message(u"TvDiskEjector.Messages.SystemDisk", 0x30);
     case sys::EjectOutcome::kUnidentified:
       return message(u"TvDiskEjector.Messages.Unidentified", 0x10);
-    case sys::EjectOutcome::kRefused:
-      return Programs(report).empty() ? message(u"TvDiskEjector.Messages.Refused", 0x30)
-                                      : message(u"TvDiskEjector.Messages.RefusedBy", 0x30);
+    case sys::EjectOutcome::kRefused: {
+      // Retry / Cancel, the text saying what each does.
+      EjectorMessage refused =
+          message(Programs(report).empty() ? u"TvDiskEjector.Messages.Refused"
+                                           : u"TvDiskEjector.Messages.RefusedBy",
+                  0x30 | kRetryCancel);
+      if (report.blockers.uninspected > 0)
+        refused.text +=
+            u"\r\n\r\n" + CompanionText(u"TvDiskEjector.Messages.Uninspected",
+                                        {{u"%count%", base::ToText(report.blockers.uninspected)}});
+      const auto& holders = report.blockers.processes;
+      refused.text +=
+          u"\r\n\r\n" + CompanionText(std::any_of(holders.begin(), holders.end(), MayClose)
+                                          ? u"TvDiskEjector.Messages.ChoiceClose"
+                                          : u"TvDiskEjector.Messages.ChoiceRetry",
+                                      {});
+      return refused;
+    }
     case sys::EjectOutcome::kFailed:
     default:
       return message(u"TvDiskEjector.Messages.Failed", 0x10);
@@ -270,20 +335,43 @@ int RunDiskEjector(const std::vector<std::u16string>& args, std::u16string_view 
     LoadCompanionLanguage(folder);
     sys::EjectOptions options;
     options.tries = command.retry ? sys::kRetryTries : 1;
-    const sys::EjectReport report = sys::EjectDriveOf(folder, options, ops.drive);
-    DebugLog(u"Outcome: " + report.reason);
-    EjectorMessage message = DescribeEject(report, folder);
-    // Working from the drive, the ejector holds it itself: a refusal says so, not who else.
-    if (!is_copy && (report.outcome == sys::EjectOutcome::kRefused ||
-                     report.outcome == sys::EjectOutcome::kFailed)) {
-      const std::u16string drive = report.device.root.empty() ? folder : report.device.root;
-      message = {CompanionText(u"TvDiskEjector.Messages.RunsFromDrive",
-                               {{u"%drive%", drive}, {u"%details%", no_copy}}),
-                 0x30};
+    sys::EjectReport report = sys::EjectDriveOf(folder, options, ops.drive);
+    for (;;) {
+      DebugLog(u"Outcome: " + report.reason);
+      EjectorMessage message = DescribeEject(report, folder);
+      // Working from the drive, the ejector holds it itself: a refusal says so, not who else.
+      if (!is_copy && (report.outcome == sys::EjectOutcome::kRefused ||
+                       report.outcome == sys::EjectOutcome::kFailed)) {
+        const std::u16string drive = report.device.root.empty() ? folder : report.device.root;
+        message = {CompanionText(u"TvDiskEjector.Messages.RunsFromDrive",
+                                 {{u"%drive%", drive}, {u"%details%", no_copy}}),
+                   0x30};
+      }
+      DebugLog(u"Message: " + message.text);
+      // The last word of a program started without a window: in front, or it goes unseen.
+      const std::int32_t answer = mUnicodePatch::MsgBox(message.text, message.flags | kInFront);
+      if ((message.flags & 0xF) != kRetryCancel || answer != os::kIdRetry) break;
+      // Only now, on the user's word: the user's own holders are asked to close as a user
+      // would close them, and the eject is asked for again. The box may have stood for long:
+      // only a program that still holds the drive, and still is the one named (a pid is handed
+      // out again once its process ended), is asked.
+      const os::VolumeHolders now = ops.drive.holders(report.plan.volumes);
+      std::vector<std::uint32_t> asked;
+      for (const os::VolumeHolder& h : now.processes) {
+        const std::uint32_t pid = h.process.pid;
+        const bool named =
+            std::any_of(report.blockers.processes.begin(), report.blockers.processes.end(),
+                        [&](const os::VolumeHolder& b) {
+                          return b.process.pid == pid && b.process.image == h.process.image;
+                        });
+        if (!named || !MayClose(h)) continue;
+        const int sent = ops.close ? ops.close(pid) : AskToClose(h.process);
+        DebugLog(u"Asked " + base::ToText(pid) + u" to close: " + base::ToText(sent));
+        if (sent > 0) asked.push_back(pid);
+      }
+      WaitForProcesses(asked, ops.close_wait_ms);
+      report = sys::EjectDriveOf(folder, options, ops.drive);
     }
-    DebugLog(u"Message: " + message.text);
-    // The last word of a program started without a window: in front, or it goes unseen.
-    mUnicodePatch::MsgBox(message.text, message.flags | kInFront);
 
     if (is_copy) {
       const bool arranged = os::DeleteProgramFileAfterExit(own_path, true);

@@ -15,6 +15,10 @@
 // one also runs from the drive) to end, ejects, shows the outcome and has its own file and
 // folder deleted. Where no place takes a copy, the ejector works from the drive, and a refused
 // eject is explained as what it then is: the ejector holding the drive.
+// A refusal's box (Retry / Cancel) names each program holding the drive and what it holds
+// there; "Retry" asks those of the user's own programs that may be closed to close
+// (os::HeldProcess), waits a moment for them and tries the eject again, as often as the
+// user asks. "Cancel" leaves everything as it is.
 // Exit code: 0 when the drive may be removed, 1 otherwise.
 #pragma once
 
@@ -61,6 +65,10 @@ struct EjectorOps {
   // on the drive's own volume (drive.volume_root) is passed over.
   std::vector<std::u16string> places;
   std::uint32_t wait_limit_ms = 20000;  // how long the copy waits for the processes it names
+  // Asks a process holding the drive to close (os::HeldProcess), after the user chose
+  // "Retry" in a refusal's box; and how long the closed ones are waited for before the new try.
+  std::function<int(std::uint32_t)> close;
+  std::uint32_t close_wait_ms = 10000;
 };
 
 // One run of the ejector standing at own_path; returns the exit code.

@@ -222,10 +222,37 @@ bool RequestDeviceEject(std::u16string_view node, const std::vector<std::u16stri
 bool EjectMedium(std::u16string_view disk, const std::vector<std::u16string>& roots,
                  EjectAnswer* answer);
 
-// Processes that hold any of the roots: on POSIX those whose executable, working folder,
-// root, open files or mapped files lie under one of them; on Windows those whose executable
-// does (open files are not seen there). The caller is never listed.
-std::vector<ProcessEntry> ProcessesUsingVolumes(const std::vector<std::u16string>& roots);
+// How a process holds a drive, the strongest tie first.
+enum class HoldKind : std::uint8_t {
+  kProgram,  // its executable is there
+  kModule,   // a library or another mapped file of it is there
+  kFolder,   // its working folder (or root) is there
+  kFile,     // it has a file or folder there open
+};
+
+// One process that holds a drive, with one thing it holds there.
+struct VolumeHolder {
+  ProcessEntry process;
+  HoldKind kind = HoldKind::kFile;
+  std::u16string held;   // the path it holds
+  std::u16string title;  // the title of one of its visible windows; "" for none (always on POSIX)
+  // It may be asked to close (HeldProcess::RequestClose): it runs as the calling user and, on
+  // Windows, has a visible top-level window to send WM_CLOSE to.
+  bool closable = false;
+};
+
+struct VolumeHolders {
+  std::vector<VolumeHolder> processes;
+  // Processes whose files could not be looked at (another user's, an elevated one): they may
+  // hold the drive too. Kernel threads are not counted.
+  int uninspected = 0;
+};
+
+// Processes that hold any of the roots: those whose executable, working folder, root, open
+// files or mapped files lie under one of them (POSIX: /proc/<pid>; Windows: the executable, the
+// loaded modules, the current folder and every open file handle of the system's handle list,
+// named within a time limit). The caller is never listed.
+VolumeHolders ProcessesUsingVolumes(const std::vector<std::u16string>& roots);
 
 // For tests only: while an object lives, the named disk ("/dev/loop3") counts as removable
 // even though its device does not say so. A loop device never does, and is the only disk a

@@ -10,11 +10,16 @@
 namespace sys {
 namespace {
 
-std::u16string List(const std::vector<os::ProcessEntry>& processes) {
+std::u16string List(const os::VolumeHolders& holders) {
   std::u16string out;
-  for (const auto& p : processes) {
+  for (const auto& h : holders.processes) {
     if (!out.empty()) out += u", ";
-    out += (p.image.empty() ? u"?" : p.image) + u" (" + base::ToText(p.pid) + u")";
+    out += (h.process.image.empty() ? u"?" : h.process.image) + u" (" +
+           base::ToText(h.process.pid) + u": " + h.held + u")";
+  }
+  if (holders.uninspected > 0) {
+    if (!out.empty()) out += u", ";
+    out += base::ToText(holders.uninspected) + u" not inspected";
   }
   return out;
 }
@@ -217,7 +222,8 @@ EjectReport EjectDriveOf(std::u16string_view path, const EjectOptions& options,
     report.reason = u"the system refused to eject " + name + u" after " +
                     base::ToText(report.tries) + u" tries (" +
                     VetoTypeName(report.answer.veto_type) + u": " + report.answer.veto_name + u")";
-    if (!report.blockers.empty()) report.reason += u"; held by " + List(report.blockers);
+    if (!report.blockers.processes.empty() || report.blockers.uninspected > 0)
+      report.reason += u"; held by " + List(report.blockers);
     return report;
   });
 }

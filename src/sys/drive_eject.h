@@ -61,7 +61,7 @@ struct DriveOps {
   std::function<bool(const std::vector<std::u16string>&)> flush;
   // Carries out a kDevice or kMedium plan.
   std::function<bool(const EjectPlan&, const os::StorageDevice&, os::EjectAnswer*)> eject;
-  std::function<std::vector<os::ProcessEntry>(const std::vector<std::u16string>&)> holders;
+  std::function<os::VolumeHolders(const std::vector<std::u16string>&)> holders;
   std::function<void(std::uint32_t)> pause;
 };
 
@@ -91,11 +91,11 @@ struct EjectReport {
   EjectOutcome outcome = EjectOutcome::kFailed;
   os::StorageDevice device;
   EjectPlan plan;
-  os::EjectAnswer answer;                  // the last answer: what was done, or the veto
-  int tries = 0;                           // eject requests made
-  std::uint32_t error = 0;                 // the last error of a failed request, 0 after a veto
-  std::vector<os::ProcessEntry> blockers;  // processes holding the drive after a refusal
-  std::u16string reason;                   // the outcome in plain words
+  os::EjectAnswer answer;      // the last answer: what was done, or the veto
+  int tries = 0;               // eject requests made
+  std::uint32_t error = 0;     // the last error of a failed request, 0 after a veto
+  os::VolumeHolders blockers;  // processes holding the drive after a refusal
+  std::u16string reason;       // the outcome in plain words
 };
 
 // The name of a veto type ("OutstandingOpen", "AlreadyRemoved"), as the platform's PNP_Veto*

@@ -76,10 +76,6 @@ TEST(DiskEjectorMessage, EachOutcomeSaysWhatHappenedAndWhy) {
   TempDir temp;
   temp.Write(u"TvEject.xml", kEnglish);
   app::LoadCompanionLanguage(temp.u16());  // no language file: the built-in English texts
-  sys::EjectReport held = Report(EjectOutcome::kRefused);
-  held.answer.veto_type = os::kVetoOutstandingOpen;
-  held.answer.veto_name = u"/media/STICK";
-  held.blockers = {{4242, 1, u"/media/STICK/App/editor", u"", 0}, {77, 1, u"", u"", 0}};
   sys::EjectReport vetoed = Report(EjectOutcome::kRefused);
   vetoed.answer.veto_type = os::kVetoOutstandingOpen;
   vetoed.answer.veto_name = u"/media/STICK";
@@ -102,9 +98,8 @@ TEST(DiskEjectorMessage, EachOutcomeSaysWhatHappenedAndWhy) {
       {Report(EjectOutcome::kNotRemovable), 0x30, {u"not a removable", u"the device says so"}},
       {Report(EjectOutcome::kSystemDisk), 0x30, {u"running system", u"the device says so"}},
       {unknown, 0x10, {u"/Suite/TvEject", u"cannot be identified", u"the report's reason"}},
-      {held, 0x30, {u"/media/STICK/App/editor (4242)", u"? (77)", u"Close them"}},
-      {vetoed, 0x30, {u"OutstandingOpen: /media/STICK", u"Close the programs"}},
-      {app_veto, 0x30, {u"notepad.exe", u"Close them"}},
+      {vetoed, 0x35, {u"OutstandingOpen: /media/STICK", u"Close the programs"}},
+      {app_veto, 0x35, {u"notepad.exe", u"These programs are using it"}},
       {failed, 0x10, {u"error 31", u"the report's reason"}},
   };
   for (const auto& row : rows) {
@@ -117,10 +112,113 @@ TEST(DiskEjectorMessage, EachOutcomeSaysWhatHappenedAndWhy) {
   }
 }
 
+// A refusal names each holder, what it holds and whether the answer "Retry" closes it; never
+// only a veto code.
+TEST(DiskEjectorMessage, ARefusalNamesEachHolderAndWhatRetryDoes) {
+  TempDir temp;
+  temp.Write(u"TvEject.xml", kEnglish);
+  app::LoadCompanionLanguage(temp.u16());
+  using os::HoldKind;
+  struct Row {
+    const char* name;
+    std::vector<os::VolumeHolder> holders;
+    int uninspected;
+    std::vector<const char16_t*> says, lacks;
+  } rows[] = {
+      {"own program with a window",
+       {{{4242, 1, u"/usr/bin/editor", u"", 0},
+         HoldKind::kFile,
+         u"/media/STICK/notes.txt",
+         u"notes.txt - Editor",
+         true}},
+       0,
+       {u"These programs are using it",
+        u"\r\n\r\neditor \"notes.txt - Editor\" (4242) has "
+        u"/media/STICK/notes.txt open\r\n\r\nRetry: close these programs and try again.\r\n"
+        u"Cancel: leave everything as it is."},
+       {u"could not be inspected", u"wait a moment", u"OutstandingOpen"}},
+      {"a shell in a folder, a library, a program of the drive",
+       {{{77, 1, u"/bin/bash", u"", 0}, HoldKind::kFolder, u"/media/STICK/Docs", u"", true},
+        {{78, 1, u"", u"", 0}, HoldKind::kModule, u"/media/STICK/lib/x.so", u"", true},
+        {{79, 1, u"/media/STICK/App/run", u"", 0},
+         HoldKind::kProgram,
+         u"/media/STICK/App/run",
+         u"",
+         true}},
+       0,
+       {u"bash (77) works in the folder /media/STICK/Docs\r\n? (78) uses /media/STICK/lib/x.so\r\n"
+        u"run (79) runs from /media/STICK/App/run\r\n",
+        u"Retry: close these programs"},
+       {}},
+      {"an indexer of the system",
+       {{{900, 4, u"C:\\Windows\\System32\\SEARCHINDEXER.EXE", u"", 0},
+         HoldKind::kFile,
+         u"E:\\a.doc",
+         u"",
+         false}},
+       0,
+       {u"SEARCHINDEXER.EXE (900) has E:\\a.doc open (a program of the system: wait a moment and "
+        u"try again)",
+        u"Retry: try again."},
+       {u"close these programs"}},
+      {"the user's own indexer is not closed either",
+       {{{901, 1, u"/usr/libexec/tracker-miner-fs-3", u"", 0},
+         HoldKind::kFile,
+         u"/media/STICK/a",
+         u"",
+         true}},
+       0,
+       {u"tracker-miner-fs-3 (901) has /media/STICK/a open (a program of the system",
+        u"Retry: try again."},
+       {u"close these programs"}},
+      {"a program that may not be asked to close is named",
+       {{{902, 1, u"/usr/bin/vim", u"", 0}, HoldKind::kFile, u"/media/STICK/b", u"", false}},
+       0,
+       {u"vim (902) has /media/STICK/b open", u"Retry: try again."},
+       {u"close these programs", u"wait a moment"}},
+      {"none seen, some not inspected",
+       {},
+       3,
+       {u"(OutstandingOpen: /media/STICK)",
+        u"3 other program(s) could not be inspected (another user's, or running as administrator)"
+        u": they may be using the drive too.\r\n\r\nRetry: try again."},
+       {u"These programs"}},
+      {"seen and not inspected",
+       {{{4242, 1, u"/usr/bin/editor", u"", 0}, HoldKind::kFile, u"/media/STICK/n", u"", true}},
+       1,
+       {u"editor (4242) has /media/STICK/n open\r\n\r\n1 other program(s) could not be inspected",
+        u"Retry: close these programs"},
+       {}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    sys::EjectReport report = Report(EjectOutcome::kRefused);
+    report.answer.veto_type = os::kVetoOutstandingOpen;
+    report.answer.veto_name = u"/media/STICK";
+    report.blockers.processes = row.holders;
+    report.blockers.uninspected = row.uninspected;
+    const app::EjectorMessage message = app::DescribeEject(report, u"/Suite/TvEject");
+    EXPECT_EQ(message.flags, 0x35) << "a warning with Retry and Cancel";
+    for (const char16_t* part : row.says)
+      EXPECT_NE(message.text.find(part), std::u16string::npos)
+          << base::Narrow(message.text) << " lacks " << base::Narrow(part);
+    for (const char16_t* part : row.lacks)
+      EXPECT_EQ(message.text.find(part), std::u16string::npos)
+          << base::Narrow(message.text) << " has " << base::Narrow(part);
+    EXPECT_EQ(message.text.find(u'%'), std::u16string::npos) << base::Narrow(message.text);
+  }
+}
+
 // A drive the copy ejects: removable, and refusing as many times as asked. Every path with
 // "Stick" in it is on the drive; any other is on the system's disk.
+// A pid no process has: the closed editor is not waited for.
+constexpr std::uint32_t kEditor = 2147483640;
+
 struct ScriptedDrive {
   int refusals = 0;
+  bool holder_closed = false;
+  int holder_scans = 0;
+  std::u16string reused_by;  // the program that has the editor's pid after the first search
   int ejects = 0;
   std::vector<std::uint32_t> pauses;
   std::u16string asked_for;
@@ -151,22 +249,31 @@ struct ScriptedDrive {
       a->done = os::EjectDone::kRemoved;
       return true;
     };
-    ops.holders = [](const std::vector<std::u16string>&) {
-      return std::vector<os::ProcessEntry>{{4242, 1, u"/media/STICK/App/editor", u"", 0}};
+    ops.holders = [this](const std::vector<std::u16string>&) {
+      os::VolumeHolders found;
+      const bool reused = holder_scans++ > 0 && !reused_by.empty();
+      if (!holder_closed)
+        found.processes = {{{kEditor, 1, reused ? reused_by : u"/media/STICK/App/editor", u"", 0},
+                            os::HoldKind::kProgram,
+                            u"/media/STICK/App/editor",
+                            u"",
+                            true}};
+      return found;
     };
     ops.pause = [this](std::uint32_t ms) { pauses.push_back(ms); };
     return ops;
   }
 };
 
-// The boxes a run shows, answered OK.
+// The boxes a run shows, answered in turn with answers, then OK.
 struct Boxes {
   os::fault::Scope faults;
   std::vector<std::pair<std::u16string, std::uint32_t>> shown;
+  std::vector<std::int32_t> answers;
   Boxes() {
     os::fault::SetMessageBoxAnswer([this](const os::MessageBoxParams& p) {
       shown.emplace_back(std::u16string(p.text), p.style);
-      return os::kIdOk;
+      return shown.size() <= answers.size() ? answers[shown.size() - 1] : os::kIdOk;
     });
   }
 };
@@ -327,9 +434,15 @@ TEST(DiskEjectorRun, TheCopyRetriesReportsAndDeletesItself) {
     const char16_t* says;
   } rows[] = {
       {"ejected", {}, 0, 0, 1, 0x40, u"may now remove the drive /media/STICK/"},
-      {"refused-once", {}, 1, 1, 1, 0x30, u"/media/STICK/App/editor (4242)"},
+      {"refused-once", {}, 1, 1, 1, 0x30, u"editor (2147483640) runs from /media/STICK/App/editor"},
       {"retried", {u"/retry"}, 3, 0, 4, 0x40, u"may now remove"},
-      {"retried-in-vain", {u"/retry"}, 9, 1, 5, 0x30, u"/media/STICK/App/editor (4242)"},
+      {"retried-in-vain",
+       {u"/retry"},
+       9,
+       1,
+       5,
+       0x30,
+       u"editor (2147483640) runs from /media/STICK/App/editor"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -366,6 +479,71 @@ TEST(DiskEjectorRun, TheCopyRetriesReportsAndDeletesItself) {
     EXPECT_FALSE(temp.Exists(u"Tmp/TvDiskEjector-7"));
     EXPECT_TRUE(temp.Exists(u"Tmp"));
     EXPECT_TRUE(temp.Exists(u"Stick/TvEject/TvDiskEjector" + kExe));
+  }
+}
+
+// "Retry" in a refusal's box asks the user's holders to close, then tries again and tells what
+// came of it; "Cancel" (or closing the box) leaves everything as it is.
+TEST(DiskEjectorRun, RetryClosesTheHoldersAndTriesAgain) {
+  struct Row {
+    const char* name;
+    std::vector<std::int32_t> answers;
+    bool holder_leaves;         // the editor ends when asked to
+    const char16_t* reused_by;  // another program got the editor's pid while the box stood
+    int ejects;
+    int closes;
+    std::vector<const char16_t*> boxes;  // a part of each box shown, in turn
+    int exit_code;
+  } rows[] = {
+      {"retry", {os::kIdRetry}, true, u"", 2, 1, {u"Retry: close these", u"may now remove"}, 0},
+      {"cancel", {os::kIdCancel}, true, u"", 1, 0, {u"Retry: close these"}, 1},
+      {"closed by the corner", {os::kIdOk}, true, u"", 1, 0, {u"Retry: close these"}, 1},
+      {"still held, then cancel",
+       {os::kIdRetry, os::kIdCancel},
+       false,
+       u"",
+       2,
+       1,
+       {u"editor (2147483640)", u"editor (2147483640)"},
+       1},
+      {"the pid went to another program",
+       {os::kIdRetry, os::kIdCancel},
+       false,
+       u"/usr/bin/other",
+       2,
+       0,
+       {u"editor (2147483640)", u"other (2147483640)"},
+       1},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    TempDir temp;
+    const std::u16string own = temp.Write(u"Tmp/TvDiskEjector-7/TvDiskEjector" + kExe, "copy");
+    const std::u16string original = temp.Write(u"Stick/TvEject/TvDiskEjector" + kExe, "ejector");
+    temp.Write(u"Stick/TvEject/TvEject.xml", kEnglish);
+    KeepWorkingFolder keep;
+    ScriptedDrive drive;
+    drive.refusals = row.holder_leaves ? 1 : 99;
+    drive.reused_by = row.reused_by;
+    app::EjectorOps ops;
+    ops.drive = drive.Ops();
+    std::vector<std::uint32_t> closed;
+    ops.close = [&](std::uint32_t pid) {
+      closed.push_back(pid);
+      drive.holder_closed = row.holder_leaves;
+      return 1;
+    };
+    Boxes boxes;
+    boxes.answers = row.answers;
+    EXPECT_EQ(app::RunDiskEjector({u"/from", original, u"/wait", u"2147483646"}, own, ops),
+              row.exit_code);
+    os::SetCurrentDirectoryW(keep.folder.c_str());
+    EXPECT_EQ(drive.ejects, row.ejects);
+    EXPECT_EQ(closed, std::vector<std::uint32_t>(row.closes, kEditor));
+    ASSERT_EQ(boxes.shown.size(), row.boxes.size());
+    for (std::size_t i = 0; i < row.boxes.size(); ++i)
+      EXPECT_NE(boxes.shown[i].first.find(row.boxes[i]), std::u16string::npos)
+          << base::Narrow(boxes.shown[i].first);
   }
 }
 

@@ -19,10 +19,45 @@ using testing_support::ChildProcess;
 using testing_support::LoopMount;
 using testing_support::TempDir;
 
-bool Lists(const std::vector<os::ProcessEntry>& processes, std::uint32_t pid) {
-  return std::any_of(processes.begin(), processes.end(),
-                     [&](const os::ProcessEntry& p) { return p.pid == pid; });
+// What the search says pid holds: "kind path", "" when it is not listed.
+std::u16string Holds(const os::VolumeHolders& holders, std::uint32_t pid) {
+  for (const auto& h : holders.processes) {
+    if (h.process.pid != pid) continue;
+    static const char16_t* const kKinds[] = {u"program ", u"module ", u"folder ", u"file "};
+    return kKinds[static_cast<int>(h.kind)] + h.held;
+  }
+  return u"";
 }
+
+#ifdef _WIN32
+// Windows names programs started from anywhere by what they hold open: a file, and the current
+// folder (an open handle there too). A folder stands for the drive: only what lies under it
+// counts.
+TEST(OsVolumes, NamesProgramsStartedElsewhereByTheFilesTheyHold) {
+  TempDir temp;
+  const std::u16string stick = temp.u16(u"Stick");
+  std::filesystem::create_directories(temp.path() / "Stick" / "Docs");
+  const std::u16string sleeper = testing_support::HelperProgram(u"sleeper");
+  const std::u16string held = stick + u"\\Docs\\held file.txt";
+  ChildProcess keeps_open, works_in, outsider;
+  ASSERT_TRUE(
+      keeps_open.Start(sleeper, {u"--ready", temp.u16(u"r1"), u"--open", held}, temp.u16()));
+  ASSERT_TRUE(works_in.Start(sleeper, {u"--ready", temp.u16(u"r2")}, stick + u"\\Docs"));
+  ASSERT_TRUE(outsider.Start(sleeper, {u"--ready", temp.u16(u"r3")}, temp.u16()));
+  for (const char16_t* r : {u"r1", u"r2", u"r3"})
+    ASSERT_TRUE(testing_support::WaitForFile(temp.u16(r)));
+
+  const auto holders = os::ProcessesUsingVolumes({stick + u"\\"});
+  EXPECT_TRUE(base::EqualNoCase(Holds(holders, keeps_open.pid()), u"file " + held))
+      << base::Narrow(Holds(holders, keeps_open.pid()));
+  EXPECT_TRUE(base::EqualNoCase(Holds(holders, works_in.pid()), u"folder " + stick + u"\\Docs"))
+      << base::Narrow(Holds(holders, works_in.pid()));
+  EXPECT_EQ(Holds(holders, outsider.pid()), u"");
+  keeps_open.Kill();
+  works_in.Kill();
+  EXPECT_TRUE(os::ProcessesUsingVolumes({stick + u"\\"}).processes.empty());
+}
+#endif
 
 TEST(OsVolumes, TheTemporaryFolderIsOnAFixedDrive) {
   TempDir temp;
@@ -90,13 +125,13 @@ TEST_F(OsLoopVolume, DescribesTheLoopDeviceAndTellsWhyItIsNotRemovable) {
 
 TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
   if (testing_support::RunInOwnPidNamespace()) return;
-  // One process runs from the drive, one works in a folder on it, one keeps a file open there;
-  // a fourth runs from elsewhere and must not be named.
+  // One process runs from the drive, one works in a folder on it, one keeps a file open there,
+  // one has a file of it mapped; a fifth runs from elsewhere and must not be named.
   const std::u16string exe =
       testing_support::CopyHelperProgram(u"sleeper", drive_.mount_point() + u"/Apps");
   ASSERT_FALSE(exe.empty());
   std::filesystem::create_directories(std::filesystem::path(drive_.mount_point() + u"/Work"));
-  ChildProcess runs_from, works_in, keeps_open, outsider;
+  ChildProcess runs_from, works_in, keeps_open, maps, outsider;
   const std::u16string sleeper = testing_support::HelperProgram(u"sleeper");
   ASSERT_TRUE(runs_from.Start(exe, {u"--ready", temp_.u16(u"r1")}, temp_.u16()));
   ASSERT_TRUE(
@@ -105,15 +140,23 @@ TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
       sleeper, {u"--ready", temp_.u16(u"r3"), u"--open", drive_.mount_point() + u"/Work/log.txt"},
       temp_.u16()));
   ASSERT_TRUE(outsider.Start(sleeper, {u"--ready", temp_.u16(u"r4")}, temp_.u16()));
-  for (const char16_t* r : {u"r1", u"r2", u"r3", u"r4"})
+  ASSERT_TRUE(maps.Start(
+      sleeper, {u"--ready", temp_.u16(u"r5"), u"--map", drive_.mount_point() + u"/Work/lib.so"},
+      temp_.u16()));
+  for (const char16_t* r : {u"r1", u"r2", u"r3", u"r4", u"r5"})
     ASSERT_TRUE(testing_support::WaitForFile(temp_.u16(r)));
 
   const auto holders = os::ProcessesUsingVolumes({root_});
-  EXPECT_TRUE(Lists(holders, runs_from.pid()));
-  EXPECT_TRUE(Lists(holders, works_in.pid()));
-  EXPECT_TRUE(Lists(holders, keeps_open.pid()));
-  EXPECT_FALSE(Lists(holders, outsider.pid()));
-  EXPECT_FALSE(Lists(holders, os::GetCurrentProcessId()));
+  const std::u16string& on = drive_.mount_point();
+  EXPECT_EQ(Holds(holders, runs_from.pid()), u"program " + exe);
+  EXPECT_EQ(Holds(holders, works_in.pid()), u"folder " + on + u"/Work");
+  EXPECT_EQ(Holds(holders, keeps_open.pid()), u"file " + on + u"/Work/log.txt");
+  EXPECT_EQ(Holds(holders, maps.pid()), u"module " + on + u"/Work/lib.so");
+  EXPECT_EQ(Holds(holders, outsider.pid()), u"");
+  EXPECT_EQ(Holds(holders, os::GetCurrentProcessId()), u"");
+  EXPECT_EQ(holders.uninspected, 0) << "root may look at every process";
+  for (const auto& h : holders.processes)
+    EXPECT_TRUE(h.closable) << h.process.pid << ": the test's own may be asked to close";
 
   os::ScopedRemovableDiskForTests hook(drive_.device());
   os::StorageDevice device;
@@ -128,7 +171,8 @@ TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
   runs_from.Kill();
   works_in.Kill();
   keeps_open.Kill();
-  EXPECT_TRUE(os::ProcessesUsingVolumes({root_}).empty());
+  maps.Kill();
+  EXPECT_TRUE(os::ProcessesUsingVolumes({root_}).processes.empty());
   EXPECT_TRUE(os::RequestDeviceEject(device.disk, device.mount_points, &answer))
       << os::GetLastError();
   // A loop device has no eject of its own: unmounted is all that can be said.

@@ -1,12 +1,14 @@
 // A program that only waits, for the tests that close, count and scan processes.
 //
-//   sleeper [--ready FILE] [--ignore-term] [--term-delay MS] [--open FILE] [--life SECONDS]
+//   sleeper [--ready FILE] [--ignore-term] [--term-delay MS] [--open FILE] [--map FILE]
+//           [--life SECONDS]
 //
 // --ready FILE       writes FILE once its signal handling is in place (a SIGTERM sent before
 //                    that would end it whatever --ignore-term says)
 // --ignore-term      ignores SIGTERM, like an application that will not be closed politely
 // --term-delay MS    ends MS milliseconds after SIGTERM, like one that saves first
 // --open FILE        keeps FILE open for writing while it runs
+// --map FILE         keeps FILE mapped into its memory, with no file left open (POSIX only)
 // --life SECONDS     ends by itself after that long (120 by default), so that nothing is left
 //                    behind by a test that failed half-way
 #include <atomic>
@@ -18,6 +20,12 @@
 #include <string>
 #include <thread>
 
+#ifndef _WIN32
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
+
 namespace {
 std::atomic<bool> terminated{false};
 extern "C" void OnTerm(int) {
@@ -26,7 +34,7 @@ extern "C" void OnTerm(int) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string ready, open_file;
+  std::string ready, open_file, map_file;
   bool ignore_term = false;
   long term_delay_ms = -1, life_s = 120;
   for (int i = 1; i < argc; ++i) {
@@ -40,6 +48,8 @@ int main(int argc, char** argv) {
       term_delay_ms = std::atol(argv[++i]);
     else if (a == "--open" && has_value)
       open_file = argv[++i];
+    else if (a == "--map" && has_value)
+      map_file = argv[++i];
     else if (a == "--life" && has_value)
       life_s = std::atol(argv[++i]);
   }
@@ -49,6 +59,14 @@ int main(int argc, char** argv) {
     std::signal(SIGTERM, OnTerm);
   std::ofstream held;
   if (!open_file.empty()) held.open(std::filesystem::u8path(open_file), std::ios::app);
+#ifndef _WIN32
+  if (!map_file.empty()) {
+    { std::ofstream(map_file, std::ios::app) << "mapped\n"; }
+    const int fd = open(map_file.c_str(), O_RDONLY);
+    if (fd < 0 || mmap(nullptr, 7, PROT_READ, MAP_SHARED, fd, 0) == MAP_FAILED) return 2;
+    close(fd);
+  }
+#endif
   if (!ready.empty()) std::ofstream(std::filesystem::u8path(ready)) << "ready\n";
 
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(life_s);

@@ -72,7 +72,14 @@ struct Script {
     };
     ops.holders = [this](const std::vector<std::u16string>& roots) {
       ++holder_scans;
-      return std::vector<os::ProcessEntry>{{4242, 1, u"/media/STICK/App/editor", u"", 0}};
+      os::VolumeHolders found;
+      found.processes = {{{4242, 1, u"/media/STICK/App/editor", u"", 0},
+                          os::HoldKind::kFile,
+                          u"/media/STICK/notes.txt",
+                          u"",
+                          true}};
+      found.uninspected = 2;
+      return found;
     };
     ops.pause = [this](std::uint32_t ms) { pauses.push_back(ms); };
     return ops;
@@ -164,7 +171,7 @@ TEST(DriveEject, RefusesWhatItMustAndRetriesOnlyARefusal) {
     EXPECT_EQ(row.script.flushes, row.ejects);  // flushed before every request
     EXPECT_EQ(row.script.pauses, std::vector<std::uint32_t>(row.pauses, sys::kRetryPauseMs));
     EXPECT_EQ(row.script.holder_scans, row.blockers ? 1 : 0);
-    EXPECT_EQ(report.blockers.size(), row.blockers ? 1u : 0u);
+    EXPECT_EQ(report.blockers.processes.size(), row.blockers ? 1u : 0u);
     EXPECT_EQ(sys::SafeToRemove(report.outcome), row.outcome == EjectOutcome::kRemoved ||
                                                      row.outcome == EjectOutcome::kMediaEjected ||
                                                      row.outcome == EjectOutcome::kUnmounted);
@@ -183,7 +190,8 @@ TEST(DriveEject, ARefusalNamesTheVetoAndTheHolders) {
   EXPECT_EQ(report.answer.veto_type, os::kVetoOutstandingOpen);
   EXPECT_EQ(report.reason,
             u"the system refused to eject /dev/sdz after 5 tries (OutstandingOpen: "
-            u"/media/STICK); held by /media/STICK/App/editor (4242)");
+            u"/media/STICK); held by /media/STICK/App/editor (4242: /media/STICK/notes.txt), 2 "
+            u"not inspected");
   EXPECT_EQ(sys::VetoTypeName(12), u"InsufficientRights");
   EXPECT_EQ(sys::VetoTypeName(13), u"AlreadyRemoved");
   EXPECT_EQ(sys::VetoTypeName(99), u"Veto99");
@@ -400,7 +408,7 @@ TEST(DriveEject, EjectsTheFirstDeviceThatMayBeUnpluggedOrElseOnlyTheMedium) {
     };
     ops.holders = [&](const std::vector<std::u16string>& roots) {
       searched = roots;
-      return std::vector<os::ProcessEntry>{};
+      return os::VolumeHolders{};
     };
     ops.pause = [](std::uint32_t) {};
     const std::u16string suite = std::u16string(row.tree.root) + u"Suite\\TvEject";
@@ -477,9 +485,9 @@ TEST_F(DriveEjectLoop, RetriesABusyDriveThenNamesWhoHoldsIt) {
   EXPECT_EQ(report.outcome, EjectOutcome::kRefused) << base::Narrow(report.reason);
   EXPECT_EQ(report.tries, 5);
   EXPECT_EQ(pauses, std::vector<std::uint32_t>(4, 1000u));
-  ASSERT_EQ(report.blockers.size(), 1u) << base::Narrow(report.reason);
-  EXPECT_EQ(report.blockers[0].pid, holder.pid());
-  EXPECT_NE(report.reason.find(u"sleeper (" + base::ToText(holder.pid()) + u")"),
+  ASSERT_EQ(report.blockers.processes.size(), 1u) << base::Narrow(report.reason);
+  EXPECT_EQ(report.blockers.processes[0].process.pid, holder.pid());
+  EXPECT_NE(report.reason.find(u"sleeper (" + base::ToText(holder.pid()) + u": " + suite() + u")"),
             std::u16string::npos)
       << base::Narrow(report.reason);
   EXPECT_TRUE(drive_.Mounted());

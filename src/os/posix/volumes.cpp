@@ -17,8 +17,10 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <mutex>
 #include <set>
 #include <sstream>
@@ -113,7 +115,7 @@ bool Unmount(const std::string& mount_point, EjectAnswer* answer) {
     if (e == EPERM && RunUmountProgram(mount_point)) continue;
     if (e == EPERM) {
       // The umount program says only that it failed: busy when someone holds the mount.
-      bool held = !ProcessesUsingVolumes({RootText(mount_point)}).empty();
+      bool held = !ProcessesUsingVolumes({RootText(mount_point)}).processes.empty();
       answer->veto_type = held ? kVetoOutstandingOpen : kVetoInsufficientRights;
       answer->veto_name = base::Widen(mount_point);
       return false;
@@ -177,24 +179,51 @@ std::string Link(const std::string& path) {
   return t;
 }
 
-// Whether /proc/<pid> shows anything under the roots: executable, working folder, root,
-// an open file or a mapped file.
-bool ProcessHolds(const std::string& proc, const std::vector<std::string>& roots) {
-  if (IsUnderAny(Link(proc + "/exe"), roots) || IsUnderAny(Link(proc + "/cwd"), roots)) return true;
-  std::string root = Link(proc + "/root");
-  if (root != "/" && IsUnderAny(root, roots)) return true;
-  if (DIR* fds = opendir((proc + "/fd").c_str())) {
-    bool held = false;
-    while (dirent* e = readdir(fds)) {
-      if (e->d_name[0] == '.') continue;
-      if (IsUnderAny(Link(proc + "/fd/" + e->d_name), roots)) {
-        held = true;
-        break;
-      }
+// Whether a process is a kernel thread (PF_KTHREAD in /proc/<pid>/stat): it holds no file.
+bool IsKernelThread(const std::string& proc) {
+  std::ifstream in(proc + "/stat");
+  std::string stat((std::istreambuf_iterator<char>(in)), {});
+  const std::size_t end = stat.rfind(')');
+  if (end == std::string::npos) return false;
+  std::istringstream fields(stat.substr(end + 1));
+  std::string field;
+  unsigned long flags = 0;
+  for (int i = 3; i <= 9 && (fields >> field); ++i)
+    if (i == 9) flags = std::strtoul(field.c_str(), nullptr, 10);
+  return (flags & 0x00200000UL) != 0;
+}
+
+enum class Look { kHolds, kFree, kHidden };
+
+// What /proc/<pid> shows under the roots, the strongest tie first: the executable, the working
+// folder or root (a shell standing in a folder of the drive), an open file, a mapped file (a
+// library loaded from the drive). kHidden when the process's files may not be read.
+Look ProcessHolds(const std::string& proc, const std::vector<std::string>& roots,
+                  VolumeHolder* holder) {
+  auto found = [&](HoldKind kind, const std::string& path) {
+    holder->kind = kind;
+    holder->held = base::Widen(path);
+    return Look::kHolds;
+  };
+  const std::string exe = Link(proc + "/exe");
+  if (IsUnderAny(exe, roots)) return found(HoldKind::kProgram, exe);
+  const std::string cwd = Link(proc + "/cwd");
+  if (IsUnderAny(cwd, roots)) return found(HoldKind::kFolder, cwd);
+  const std::string root = Link(proc + "/root");
+  if (root != "/" && IsUnderAny(root, roots)) return found(HoldKind::kFolder, root);
+  DIR* fds = opendir((proc + "/fd").c_str());
+  if (!fds) return errno == ENOENT ? Look::kFree : Look::kHidden;
+  std::string open_file;
+  while (dirent* e = readdir(fds)) {
+    if (e->d_name[0] == '.') continue;
+    std::string target = Link(proc + "/fd/" + e->d_name);
+    if (IsUnderAny(target, roots)) {
+      open_file = std::move(target);
+      break;
     }
-    closedir(fds);
-    if (held) return true;
   }
+  closedir(fds);
+  if (!open_file.empty()) return found(HoldKind::kFile, open_file);
   std::ifstream maps(proc + "/maps");
   std::string line;
   while (std::getline(maps, line)) {
@@ -203,9 +232,9 @@ bool ProcessHolds(const std::string& proc, const std::vector<std::string>& roots
     std::string file = line.substr(slash);
     constexpr std::string_view kDeleted = " (deleted)";
     if (file.ends_with(kDeleted)) file.resize(file.size() - kDeleted.size());
-    if (IsUnderAny(file, roots)) return true;
+    if (IsUnderAny(file, roots)) return found(HoldKind::kModule, file);
   }
-  return false;
+  return Look::kFree;
 }
 
 }  // namespace
@@ -371,18 +400,34 @@ bool EjectMedium(std::u16string_view disk, const std::vector<std::u16string>& ro
   return EjectDisk(disk, roots, answer);
 }
 
-std::vector<ProcessEntry> ProcessesUsingVolumes(const std::vector<std::u16string>& roots) {
+VolumeHolders ProcessesUsingVolumes(const std::vector<std::u16string>& roots) {
   std::vector<std::string> native;
   for (const auto& r : roots) {
     std::string mp = MountPointOf(r);
     if (!mp.empty() && mp[0] == '/') native.push_back(mp);
   }
-  std::vector<ProcessEntry> out;
+  VolumeHolders out;
   if (native.empty()) return out;
   const std::uint32_t self = GetCurrentProcessId();
-  for (const auto& p : EnumProcesses()) {
+  const uid_t me = geteuid();
+  for (auto& p : EnumProcesses()) {
     if (p.pid == self) continue;
-    if (ProcessHolds("/proc/" + std::to_string(p.pid), native)) out.push_back(p);
+    const std::string proc = "/proc/" + std::to_string(p.pid);
+    VolumeHolder holder;
+    switch (ProcessHolds(proc, native, &holder)) {
+      case Look::kHolds: {
+        struct stat st {};
+        holder.closable = stat(proc.c_str(), &st) == 0 && st.st_uid == me;
+        holder.process = std::move(p);
+        out.processes.push_back(std::move(holder));
+        break;
+      }
+      case Look::kHidden:
+        if (!IsKernelThread(proc)) ++out.uninspected;
+        break;
+      case Look::kFree:
+        break;
+    }
   }
   return out;
 }

@@ -8,10 +8,14 @@
 
 #include <cfgmgr32.h>
 #include <setupapi.h>
+#include <tlhelp32.h>
 #include <winioctl.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -233,6 +237,194 @@ bool IsUnder(std::u16string_view path, std::u16string_view root) {
          base::EqualNoCase(path.substr(0, root.size()), root);
 }
 
+// The TokenUser part of a process's token, in its buffer; null when it cannot be read.
+std::unique_ptr<BYTE[]> TokenUserOf(HANDLE process) {
+  HANDLE raw = nullptr;
+  if (!::OpenProcessToken(process, TOKEN_QUERY, &raw)) return nullptr;
+  OwnedHandle token(raw);
+  DWORD size = 0;
+  ::GetTokenInformation(token.get(), TokenUser, nullptr, 0, &size);
+  if (size == 0) return nullptr;
+  auto buffer = std::make_unique<BYTE[]>(size);
+  if (!::GetTokenInformation(token.get(), TokenUser, buffer.get(), size, &size)) return nullptr;
+  return buffer;
+}
+
+// The title of one visible top-level window of each process that has one ("" when none of
+// them has a title).
+BOOL CALLBACK AddTitle(HWND window, LPARAM param) {
+  auto* titles = reinterpret_cast<std::map<std::uint32_t, std::u16string>*>(param);
+  if (!::IsWindowVisible(window) || ::GetWindow(window, GW_OWNER)) return TRUE;
+  DWORD pid = 0;
+  ::GetWindowThreadProcessId(window, &pid);
+  std::u16string& title = (*titles)[pid];
+  if (!title.empty()) return TRUE;
+  wchar_t text[256] = {};
+  if (::GetWindowTextW(window, text, 256) > 0) title = Text(text);
+  return TRUE;
+}
+
+std::map<std::uint32_t, std::u16string> WindowTitles() {
+  std::map<std::uint32_t, std::u16string> titles;
+  ::EnumWindows(AddTitle, reinterpret_cast<LPARAM>(&titles));
+  return titles;
+}
+
+// SYSTEM_HANDLE_TABLE_ENTRY_INFO_EX and SYSTEM_HANDLE_INFORMATION_EX, as
+// NtQuerySystemInformation(SystemExtendedHandleInformation) fills them.
+struct HandleEntry {
+  PVOID object;
+  ULONG_PTR pid;
+  ULONG_PTR value;
+  ULONG granted_access;
+  USHORT creator_back_trace_index;
+  USHORT type_index;
+  ULONG attributes;
+  ULONG reserved;
+};
+struct HandleList {
+  ULONG_PTR count;
+  ULONG_PTR reserved;
+  HandleEntry handles[1];
+};
+using NtQuerySystemInformationFn = LONG(WINAPI*)(ULONG, PVOID, ULONG, PULONG);
+constexpr ULONG kSystemExtendedHandleInformation = 64;
+constexpr LONG kStatusInfoLengthMismatch = static_cast<LONG>(0xC0000004);
+
+// Every open handle of the system; empty when the list cannot be had.
+std::vector<HandleEntry> SystemHandles() {
+  // ntdll is in every process: looked up, not imported.
+  const auto query = reinterpret_cast<NtQuerySystemInformationFn>(reinterpret_cast<void*>(
+      ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+  if (!query) return {};
+  std::vector<BYTE> buffer(1 << 20);
+  for (;;) {
+    ULONG needed = 0;
+    const LONG status = query(kSystemExtendedHandleInformation, buffer.data(),
+                              static_cast<ULONG>(buffer.size()), &needed);
+    if (status == kStatusInfoLengthMismatch && buffer.size() < (256u << 20)) {
+      buffer.resize(std::max<std::size_t>(buffer.size() * 2, needed + (64u << 10)));
+      continue;
+    }
+    if (status < 0) return {};
+    break;
+  }
+  const auto* list = reinterpret_cast<const HandleList*>(buffer.data());
+  const std::size_t fit = (buffer.size() - offsetof(HandleList, handles)) / sizeof(HandleEntry);
+  const std::size_t count = std::min<std::size_t>(list->count, fit);
+  return std::vector<HandleEntry>(list->handles, list->handles + count);
+}
+
+// What a process holds open on a drive.
+struct OpenFile {
+  std::u16string path;
+  bool folder = false;
+};
+
+// The naming of other processes' handles, done on a worker thread that the caller waits for
+// only so long: a handle that the system is slow to name (a device, a network file) must not
+// hang the ejector. The state is shared, so that a worker left behind finds it alive.
+struct NamingWork {
+  std::vector<std::pair<HANDLE, HandleEntry>> handles;  // the owning process, the handle
+  std::vector<std::u16string> roots;
+  std::mutex lock;
+  std::map<std::uint32_t, OpenFile> found;
+  std::vector<HANDLE> processes;  // duplicates of the callers' process handles, closed at the end
+
+  ~NamingWork() {
+    for (HANDLE h : processes) ::CloseHandle(h);
+  }
+};
+
+DWORD WINAPI NameHandles(LPVOID param) {
+  std::unique_ptr<std::shared_ptr<NamingWork>> hold(
+      static_cast<std::shared_ptr<NamingWork>*>(param));
+  NamingWork& work = **hold;
+  const HANDLE me = ::GetCurrentProcess();
+  std::wstring buffer(32768, L'\0');
+  for (const auto& [process, entry] : work.handles) {
+    const auto pid = static_cast<std::uint32_t>(entry.pid);
+    {
+      std::lock_guard<std::mutex> guard(work.lock);
+      if (work.found.count(pid)) continue;
+    }
+    HANDLE raw = nullptr;
+    if (!::DuplicateHandle(process, reinterpret_cast<HANDLE>(entry.value), me, &raw, 0, FALSE,
+                           DUPLICATE_SAME_ACCESS))
+      continue;
+    OwnedHandle copy(raw);
+    // Only files on disks are named: naming a pipe may block.
+    if (::GetFileType(copy.get()) != FILE_TYPE_DISK) continue;
+    const DWORD n =
+        ::GetFinalPathNameByHandleW(copy.get(), buffer.data(), static_cast<DWORD>(buffer.size()),
+                                    FILE_NAME_NORMALIZED | VOLUME_NAME_DOS);
+    if (n == 0 || n >= buffer.size()) continue;
+    std::u16string path(reinterpret_cast<const char16_t*>(buffer.data()), n);
+    if (path.starts_with(u"\\\\?\\UNC\\"))
+      path = u"\\\\" + path.substr(8);
+    else if (path.starts_with(u"\\\\?\\"))
+      path = path.substr(4);
+    bool under = false;
+    for (const auto& root : work.roots) under = under || IsUnder(path, root);
+    if (!under) continue;
+    BY_HANDLE_FILE_INFORMATION info{};
+    const bool folder = ::GetFileInformationByHandle(copy.get(), &info) &&
+                        (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY);
+    std::lock_guard<std::mutex> guard(work.lock);
+    OpenFile& f = work.found[pid];
+    f.path = std::move(path);
+    f.folder = folder;
+  }
+  return 0;
+}
+
+constexpr DWORD kNamingLimitMs = 5000;
+
+// The first file or folder each of the given processes holds open under one of the roots.
+std::map<std::uint32_t, OpenFile> OpenFilesOnVolumes(
+    const std::map<std::uint32_t, HANDLE>& processes, const std::vector<std::u16string>& roots) {
+  if (processes.empty()) return {};
+  // The kind of object a file is, learnt from a file handle of our own that is open while the
+  // list is taken: the rest of the list is then sorted without opening anything. 0 when it
+  // cannot be learnt (every handle is then tried, GetFileType sorting them).
+  wchar_t own[MAX_PATH + 1] = {};
+  ::GetModuleFileNameW(nullptr, own, MAX_PATH);
+  OwnedHandle probe(::CreateFileW(own, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                  nullptr, OPEN_EXISTING, 0, nullptr));
+  const std::vector<HandleEntry> all = SystemHandles();
+  USHORT file_type = 0;
+  for (const auto& e : all)
+    if (probe && e.pid == ::GetCurrentProcessId() &&
+        reinterpret_cast<HANDLE>(e.value) == probe.get())
+      file_type = e.type_index;
+  auto work = std::make_shared<NamingWork>();
+  work->roots = roots;
+  std::map<std::uint32_t, HANDLE> mine;
+  for (const auto& [pid, process] : processes) {
+    HANDLE copy = nullptr;
+    if (::DuplicateHandle(::GetCurrentProcess(), process, ::GetCurrentProcess(), &copy, 0, FALSE,
+                          DUPLICATE_SAME_ACCESS)) {
+      work->processes.push_back(copy);
+      mine[pid] = copy;
+    }
+  }
+  for (const auto& e : all) {
+    if (file_type != 0 && e.type_index != file_type) continue;
+    const auto p = mine.find(static_cast<std::uint32_t>(e.pid));
+    if (p != mine.end()) work->handles.emplace_back(p->second, e);
+  }
+  if (work->handles.empty()) return {};
+  auto* param = new std::shared_ptr<NamingWork>(work);
+  OwnedHandle thread(::CreateThread(nullptr, 0, NameHandles, param, 0, nullptr));
+  if (!thread) {
+    delete param;
+    return {};
+  }
+  ::WaitForSingleObject(thread.get(), kNamingLimitMs);
+  std::lock_guard<std::mutex> guard(work->lock);
+  return work->found;
+}
+
 }  // namespace
 
 std::u16string GetVolumePathNameW(std::u16string_view path) {
@@ -404,17 +596,90 @@ bool EjectMedium(std::u16string_view, const std::vector<std::u16string>& roots,
   return true;
 }
 
-std::vector<ProcessEntry> ProcessesUsingVolumes(const std::vector<std::u16string>& roots) {
-  std::vector<ProcessEntry> out;
+VolumeHolders ProcessesUsingVolumes(const std::vector<std::u16string>& roots) {
+  VolumeHolders out;
   const std::uint32_t self = GetCurrentProcessId();
+  const auto own_user = TokenUserOf(::GetCurrentProcess());
+  const PSID own_sid = own_user ? reinterpret_cast<TOKEN_USER*>(own_user.get())->User.Sid : nullptr;
+  auto on_drive = [&](std::u16string_view path) {
+    for (const auto& root : roots)
+      if (IsUnder(path, root)) return true;
+    return false;
+  };
+
+  // Every process but the caller and the kernel's own (the idle process and System, which no
+  // user opens), and whether its handles can be looked at.
+  struct Candidate {
+    ProcessEntry process;
+    std::unique_ptr<OwnedHandle> handle;
+    bool own = false;
+    bool found = false;
+    VolumeHolder holder;
+  };
+  std::vector<Candidate> candidates;
   for (auto& p : EnumProcesses()) {
-    if (p.pid == self || p.image.empty()) continue;
-    for (const auto& root : roots) {
-      if (IsUnder(p.image, root)) {
-        out.push_back(std::move(p));
+    if (p.pid == self || p.pid == 0 || p.pid == 4) continue;
+    Candidate c;
+    c.process = std::move(p);
+    c.handle = std::make_unique<OwnedHandle>(::OpenProcess(
+        PROCESS_QUERY_LIMITED_INFORMATION | PROCESS_DUP_HANDLE, FALSE, c.process.pid));
+    if (!*c.handle) c.handle.reset();
+    if (c.handle) {
+      const auto user = TokenUserOf(c.handle->get());
+      c.own = own_sid && user &&
+              ::EqualSid(own_sid, reinterpret_cast<TOKEN_USER*>(user.get())->User.Sid);
+    }
+    candidates.push_back(std::move(c));
+  }
+  auto found = [](Candidate& c, HoldKind kind, std::u16string path) {
+    if (c.found && c.holder.kind <= kind) return;
+    c.found = true;
+    c.holder.kind = kind;
+    c.holder.held = std::move(path);
+  };
+
+  // The executable, then every module loaded from the drive.
+  for (auto& c : candidates) {
+    if (!c.process.image.empty() && on_drive(c.process.image))
+      found(c, HoldKind::kProgram, c.process.image);
+    if (c.found || !c.handle) continue;
+    OwnedHandle modules(
+        ::CreateToolhelp32Snapshot(TH32CS_SNAPMODULE | TH32CS_SNAPMODULE32, c.process.pid));
+    if (!modules) continue;
+    MODULEENTRY32W module{};
+    module.dwSize = sizeof module;
+    for (BOOL more = ::Module32FirstW(modules.get(), &module); more;
+         more = ::Module32NextW(modules.get(), &module)) {
+      const std::u16string path = Text(module.szExePath);
+      if (on_drive(path)) {
+        found(c, HoldKind::kModule, path);
         break;
       }
     }
+  }
+
+  // Open files and folders, the current folder among them, from the system's handle list.
+  std::map<std::uint32_t, HANDLE> opened;
+  for (const auto& c : candidates)
+    if (c.handle && !c.found) opened[c.process.pid] = c.handle->get();
+  const std::map<std::uint32_t, OpenFile> files = OpenFilesOnVolumes(opened, roots);
+  for (auto& c : candidates) {
+    const auto f = files.find(c.process.pid);
+    if (f != files.end())
+      found(c, f->second.folder ? HoldKind::kFolder : HoldKind::kFile, f->second.path);
+  }
+
+  const std::map<std::uint32_t, std::u16string> titles = WindowTitles();
+  for (auto& c : candidates) {
+    if (!c.found) {
+      if (!c.handle) ++out.uninspected;
+      continue;
+    }
+    c.holder.process = std::move(c.process);
+    const auto t = titles.find(c.holder.process.pid);
+    if (t != titles.end()) c.holder.title = t->second;
+    c.holder.closable = c.own && t != titles.end();
+    out.processes.push_back(std::move(c.holder));
   }
   return out;
 }
