@@ -162,6 +162,18 @@ namespace mStringTools {
 
 namespace {
 
+// Text decoded from bytes (taken as UTF-16 when as is 1, detected when 0) and encoded for a
+// save in Encoding 1 (UTF-16), 2 (UTF-8) or 3 (the code page).
+std::string Reencode(const std::string& bytes, std::int32_t as, std::int32_t Encoding, bool WithBOM,
+                     std::uint32_t CodePage) {
+  bool bom_changed = false;
+  std::u16string text =
+      StrDataToUnicode(bytes, as, CodePage, Encoding == 3 ? false : WithBOM, bom_changed);
+  if (Encoding == 1) return StrToBytes(text);
+  if (Encoding == 2) return mUTF8::UTF8_Encode(text, true);
+  return StrUnicodeToCodePage(text, CodePage);
+}
+
 // The bytes a save writes for text held in memory.
 std::string BytesToWrite(const std::u16string& Data, bool IsText, std::int32_t Encoding,
                          bool WithBOM, std::uint32_t CodePage) {
@@ -169,18 +181,11 @@ std::string BytesToWrite(const std::u16string& Data, bool IsText, std::int32_t E
   // The data in memory is always UTF-16 text here, so it is taken as such rather than guessed
   // at: a guess can misjudge text written only in a non-Latin script and save it as mojibake.
   const std::string utf16 = StrToBytes(Data);
-  bool bom_changed = false;
   switch (Encoding) {
     case 1:
     case 2:
-    case 3: {
-      std::int32_t as_utf16 = 1;
-      std::u16string text =
-          StrDataToUnicode(utf16, as_utf16, CodePage, Encoding == 3 ? false : WithBOM, bom_changed);
-      if (Encoding == 1) return StrToBytes(text);
-      if (Encoding == 2) return mUTF8::UTF8_Encode(text, true);
-      return StrUnicodeToCodePage(text, CodePage);
-    }
+    case 3:
+      return Reencode(utf16, 1, Encoding, WithBOM, CodePage);
     default:
       if (IsUnicode(utf16)) return StrToAnsiBytes(Data);
       return utf16;
@@ -192,18 +197,11 @@ std::string BytesToWrite(const std::u16string& Data, bool IsText, std::int32_t E
 std::string BytesToWrite(const std::string& Data, bool IsText, std::int32_t Encoding, bool WithBOM,
                          std::uint32_t CodePage) {
   if (!IsText) return Data;
-  bool bom_changed = false;
   switch (Encoding) {
     case 1:
     case 2:
-    case 3: {
-      std::int32_t detected = 0;
-      std::u16string text =
-          StrDataToUnicode(Data, detected, CodePage, Encoding == 3 ? false : WithBOM, bom_changed);
-      if (Encoding == 1) return StrToBytes(text);
-      if (Encoding == 2) return mUTF8::UTF8_Encode(text, true);
-      return StrUnicodeToCodePage(text, CodePage);
-    }
+    case 3:
+      return Reencode(Data, 0, Encoding, WithBOM, CodePage);
     default:
       if (IsUnicode(Data)) return StrToAnsiBytes(BytesToStr(Data));
       return Data;
