@@ -198,12 +198,14 @@ std::u16string Programs(const sys::EjectReport& report) {
   std::u16string out;
   for (const auto& h : report.blockers.processes) {
     std::u16string program = h.process.image.empty() ? u"?" : FileName(h.process.image);
-    if (!h.title.empty()) program += u" \"" + h.title + u"\"";
-    program += u" (" + base::ToText(h.process.pid) + u")";
+    // Appended piece by piece: GCC 12 misreads "literal" + string here (-Wrestrict).
+    if (!h.title.empty()) program.append(u" \"").append(h.title).append(u"\"");
+    program.append(u" (").append(base::ToText(h.process.pid)).append(u")");
     if (!out.empty()) out += u"\r\n";
     out += CompanionText(kHow[static_cast<std::size_t>(h.kind)],
                          {{u"%path%", h.held}, {u"%program%", program}});
-    if (IsSystemHolder(h)) out += u" " + CompanionText(u"TvDiskEjector.Messages.SystemHolder", {});
+    if (IsSystemHolder(h))
+      out.append(u" ").append(CompanionText(u"TvDiskEjector.Messages.SystemHolder", {}));
   }
   // Windows names the application itself when it is one that vetoes.
   if (out.empty() && report.answer.veto_type == os::kVetoWindowsApp) out = report.answer.veto_name;
