@@ -163,8 +163,11 @@ suite "$s6" 1 0
 why=""
 grep -q '\[1\] OK  \[2\] Cancel' "$work/s6.screen" || why="$why TvEject asked nothing;"
 wait_finished "$work/s6.log" || why="$why the ejector did not finish;"
-grep -qE 'Message box not shown \(no display and no terminal to show it\): .*it is not ejected' \
-  "$work/s6.log" || why="$why the outcome was not written out;"
+# The outcome is printed on the terminal when the ejector ends before the hang-up (it works from
+# the drive where every private place is on the drive's volume), else written out to the log.
+grep -q 'it is not ejected' "$work/s6.screen" ||
+  grep -qE 'Message box not shown \(no display and no terminal to show it\): .*it is not ejected' \
+    "$work/s6.log" || why="$why the outcome was neither printed nor written out;"
 check "ejector-outlives-terminal-leader" "${why:-ok}"
 
 # ---- A loop-mounted FAT drive: a real block device, still not removable; the closer's scope
