@@ -63,6 +63,11 @@ bool FindClose(Handle search);
 std::uint32_t GetFileAttributesW(const char16_t* path);
 // SetFileAttributesW.
 bool SetFileAttributesW(const char16_t* path, std::uint32_t attributes);
+// Which volume the file or folder at path lies on, whatever name reached it (a drive letter, a
+// substituted letter, a folder the volume is mounted on, a \\?\ path): the volume's serial
+// number (GetFileInformationByHandle) / its device number (stat's st_dev), as text. "" when the
+// file cannot be opened.
+std::u16string VolumeIdentity(std::u16string_view path);
 
 // DeleteFileW: fails with 5 for a read-only file or a folder, 32 while the file is open without
 // delete sharing.

@@ -6,6 +6,7 @@
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
+#include "os/files.h"
 #include "os/process.h"
 
 namespace sys {
@@ -95,20 +96,36 @@ bool InsideFolder(std::u16string_view path, std::u16string_view folder, bool ign
 
 // Why the closer may not touch p whatever chose it; "" when it may.
 std::u16string WhyNotClose(const os::ProcessEntry& p, const CloseScope& scope, const Spared& spared,
-                           bool ignore_case) {
+                           bool ignore_case, const OnDriveTest& on_drive) {
   if (p.pid == 0) return u"no process id";
   if (std::find(spared.pids.begin(), spared.pids.end(), p.pid) != spared.pids.end())
     return u"the closer, a program above it or one it spares";
   if (spared.owner.empty() || p.owner != spared.owner) return u"another user's";
   if (!InsideFolder(p.image, scope.folder, ignore_case) &&
-      std::none_of(scope.other_volumes.begin(), scope.other_volumes.end(),
-                   [&](const std::u16string& v) { return InsideFolder(p.image, v, ignore_case); }))
+      std::none_of(
+          scope.other_volumes.begin(), scope.other_volumes.end(),
+          [&](const std::u16string& v) { return InsideFolder(p.image, v, ignore_case); }) &&
+      !(scope.whole_drive && on_drive && on_drive(p.image)))
     return u"outside " + scope.folder;
   for (const auto& image : spared.images)
     if (SamePath(p.image, image, ignore_case)) return u"a copy of the closer";
   for (const auto& name : spared.names)
     if (base::EqualNoCase(ProgramName(p.image), ProgramName(name))) return u"spared by name";
   return std::u16string();
+}
+
+// The volume test for a whole-drive scope: the volumes of the scope's roots, asked once.
+OnDriveTest OnDrive(const CloseScope& scope, const ProcessOps& ops) {
+  if (!scope.whole_drive || !ops.volume_of) return nullptr;
+  std::vector<std::u16string> ids;
+  ids.push_back(ops.volume_of(scope.folder));
+  for (const auto& v : scope.other_volumes) ids.push_back(ops.volume_of(v));
+  ids.erase(std::remove(ids.begin(), ids.end(), u""), ids.end());
+  if (ids.empty()) return nullptr;
+  return [ids, volume_of = ops.volume_of](std::u16string_view image) {
+    const std::u16string id = volume_of(image);
+    return !id.empty() && std::find(ids.begin(), ids.end(), id) != ids.end();
+  };
 }
 
 // A console's window closes every process attached to the console: it is closed only when
@@ -121,7 +138,8 @@ bool WholeConsoleMayClose(const os::ProcessEntry& p, const CloseScope& scope, co
   for (const std::uint32_t pid : attached) {
     const auto found = std::find_if(listing->begin(), listing->end(),
                                     [&](const os::ProcessEntry& e) { return e.pid == pid; });
-    if (found == listing->end() || !WhyNotClose(*found, scope, spared, ops.ignore_case).empty())
+    if (found == listing->end() ||
+        !WhyNotClose(*found, scope, spared, ops.ignore_case, OnDrive(scope, ops)).empty())
       return false;
   }
   return true;
@@ -129,7 +147,8 @@ bool WholeConsoleMayClose(const os::ProcessEntry& p, const CloseScope& scope, co
 
 std::vector<os::ProcessEntry> StillRunning(const CloseScope& scope, const Spared& spared,
                                            const ProcessOps& ops) {
-  return SelectProcessesToClose(ops.enumerate(), scope, spared, ops.ignore_case);
+  return SelectProcessesToClose(ops.enumerate(), scope, spared, ops.ignore_case,
+                                OnDrive(scope, ops));
 }
 
 struct Target {
@@ -243,14 +262,17 @@ CloseScope DetermineCloseScope(std::u16string_view own_path) {
 
 std::vector<os::ProcessEntry> SelectProcessesToClose(const std::vector<os::ProcessEntry>& all,
                                                      const CloseScope& scope, const Spared& spared,
-                                                     bool ignore_case) {
+                                                     bool ignore_case,
+                                                     const OnDriveTest& on_drive) {
   std::vector<os::ProcessEntry> out;
   if (scope.folder.empty()) return out;
   for (const auto& p : all) {
     if (p.pid == 0 || p.image.empty()) continue;
     if (!PathIsUnder(p.image, scope.folder, ignore_case) &&
-        std::none_of(scope.other_volumes.begin(), scope.other_volumes.end(),
-                     [&](const std::u16string& v) { return PathIsUnder(p.image, v, ignore_case); }))
+        std::none_of(
+            scope.other_volumes.begin(), scope.other_volumes.end(),
+            [&](const std::u16string& v) { return PathIsUnder(p.image, v, ignore_case); }) &&
+        !(scope.whole_drive && on_drive && on_drive(p.image)))
       continue;
     if (spared.owner.empty() || p.owner != spared.owner) continue;
     if (std::find(spared.pids.begin(), spared.pids.end(), p.pid) != spared.pids.end()) continue;
@@ -270,6 +292,7 @@ std::vector<os::ProcessEntry> SelectProcessesToClose(const std::vector<os::Proce
 ProcessOps SystemProcessOps() {
   ProcessOps ops;
   ops.enumerate = [] { return os::EnumProcesses(); };
+  ops.volume_of = [](std::u16string_view path) { return os::VolumeIdentity(path); };
   ops.open = [](const os::ProcessEntry& entry, HeldProcess* held) {
     auto process = std::make_shared<os::HeldProcess>(entry);
     if (!process->valid()) return false;
@@ -296,7 +319,8 @@ ClosePlan PlanClose(const CloseScope& scope, const CloseOptions& options, const 
     if (scope.folder.empty()) return plan;
     const auto all = ops.enumerate();
     plan.listed = !all.empty();
-    plan.chosen = SelectProcessesToClose(all, scope, SparedFor(options, ops), ops.ignore_case);
+    plan.chosen = SelectProcessesToClose(all, scope, SparedFor(options, ops), ops.ignore_case,
+                                         OnDrive(scope, ops));
     return plan;
   });
 }
@@ -325,9 +349,10 @@ CloseReport CloseSelected(const CloseScope& scope, const ClosePlan& plan,
       return report;
     }
     const Spared spared = SparedFor(options, ops);
+    const OnDriveTest on_drive = OnDrive(scope, ops);
     std::u16string faults;
     for (const auto& p : plan.chosen) {
-      const std::u16string why = WhyNotClose(p, scope, spared, ops.ignore_case);
+      const std::u16string why = WhyNotClose(p, scope, spared, ops.ignore_case, on_drive);
       if (!why.empty()) faults += u"; " + p.image + u" (" + base::ToText(p.pid) + u"): " + why;
     }
     if (!faults.empty()) {

@@ -65,11 +65,16 @@ struct Spared {
   std::u16string owner;                // the closer's user: processes of others are not closed
 };
 
-// The processes of `all` to close: inside the scope, with a known executable, of the closer's
-// user, not spared. Pure: no system call.
+// True when an executable lies on the drive under another name than the scope's (a substituted
+// letter, a folder the volume is mounted on, a \\?\ path): the volume decides, not the text.
+using OnDriveTest = std::function<bool(std::u16string_view image)>;
+
+// The processes of `all` to close: inside the scope (or, for a whole drive, on_drive), with a
+// known executable, of the closer's user, not spared. Pure: no system call but on_drive's.
 std::vector<os::ProcessEntry> SelectProcessesToClose(const std::vector<os::ProcessEntry>& all,
                                                      const CloseScope& scope, const Spared& spared,
-                                                     bool ignore_case);
+                                                     bool ignore_case,
+                                                     const OnDriveTest& on_drive = nullptr);
 
 // One chosen process, opened once for everything the closer does with it (os::HeldProcess).
 struct HeldProcess {
@@ -89,6 +94,8 @@ struct ProcessOps {
   std::function<bool(std::uint32_t, std::vector<std::uint32_t>*)> console;
   std::function<std::uint32_t()> now;  // milliseconds, may wrap
   std::function<void(std::uint32_t)> sleep;
+  // os::VolumeIdentity: which volume a file lies on; "" when unknown. May be left empty.
+  std::function<std::u16string(std::u16string_view)> volume_of;
   bool ignore_case = false;
 };
 

@@ -98,6 +98,22 @@ TEST_F(Files, SearchPatterns) {
   EXPECT_EQ(error, os::kErrorPathNotFound);
 }
 
+// One volume answers the same whatever name reaches it; /proc is another volume on Linux, and
+// the system folder one of Windows' own under Wine.
+TEST_F(Files, VolumeIdentityIsTheVolumesWhateverTheName) {
+  dir.Write(u"Sub/f.txt", "x");
+  const std::u16string id = os::VolumeIdentity(P(u"Sub/f.txt"));
+  ASSERT_FALSE(id.empty());
+  EXPECT_EQ(os::VolumeIdentity(P(u"Sub")), id);
+  EXPECT_EQ(os::VolumeIdentity(P(u"Sub/../Sub/f.txt")), id);
+  EXPECT_EQ(os::VolumeIdentity(P(u"missing")), u"");
+#ifdef _WIN32
+  EXPECT_EQ(os::VolumeIdentity(u"\\\\?\\" + P(u"Sub\\f.txt")), id);
+#else
+  EXPECT_NE(os::VolumeIdentity(u"/proc/self"), id);
+#endif
+}
+
 TEST_F(Files, SearchEntryCarriesSizeAndAttributes) {
   dir.Write(u"five.bin", "12345");
   os::FindData entry;

@@ -279,6 +279,35 @@ TEST(AppCloserRun, TouchesNothingWithoutScopeOrProcessList) {
   EXPECT_EQ(fake.slept, 0u);
 }
 
+// A program started through another name of the drive (a substituted letter, a folder mount)
+// is the drive's when the whole drive is the scope: its volume decides, not its path's text.
+TEST(AppCloserRun, TheVolumeDecidesForAWholeDrive) {
+  struct Row {
+    sys::CloseScope scope;
+    std::vector<std::uint32_t> asked;
+  } rows[] = {
+      {{u"/stick/", true, u"", {}}, {20, 21}},
+      {{u"/stick/App", false, u"", {}}, {20}},  // a suite folder: its path decides
+  };
+  for (const auto& row : rows) {
+    FakeSystem fake;
+    fake.Add(kFake + 20, u"/stick/App/a", 0);
+    fake.Add(kFake + 21, u"/subst/App/b", 0);  // the same volume under another name
+    fake.Add(kFake + 30, u"/elsewhere/c", 0);
+    auto ops = fake.Ops();
+    ops.volume_of = [](std::u16string_view path) -> std::u16string {
+      if (path.rfind(u"/stick", 0) == 0 || path.rfind(u"/subst", 0) == 0) return u"1";
+      return path.rfind(u"/elsewhere", 0) == 0 ? u"2" : u"";
+    };
+    sys::CloseOptions options;
+    options.own_path = u"/stick/TvAppsClose/TvAppsClose";
+    const auto report = sys::CloseApplications(row.scope, options, ops);
+    EXPECT_EQ(report.outcome, sys::CloseOutcome::kAllClosed) << base::Narrow(report.reason);
+    EXPECT_EQ(Pids(report.asked), Fake(row.asked));
+    EXPECT_EQ(fake.procs[kFake + 30].asked_at, -1);
+  }
+}
+
 TEST(AppCloserRun, WindowlessProgramsAreCountedNotAsked) {
   FakeSystem fake;
   fake.Add(kFake + 20, u"/suite/App/console", -1, 0);

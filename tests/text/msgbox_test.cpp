@@ -459,10 +459,14 @@ TEST(MsgBoxPosix, DialogThatCannotShowFallsToTheNext) {
     EXPECT_EQ(fakes.Show(row.flags), row.answer);
     bool after_shown = false;  // programs after the one that showed the box are not started
     for (const auto& [name, out, code, err] : row.programs) {
-      if (after_shown) EXPECT_EQ(fakes.Args(name), "") << name;
+      if (after_shown) {
+        EXPECT_EQ(fakes.Args(name), "") << name;
+      }
       if (row.shown_by && std::string(name) == row.shown_by) after_shown = true;
     }
-    if (row.shown_by) EXPECT_NE(fakes.Args(row.shown_by), "");
+    if (row.shown_by) {
+      EXPECT_NE(fakes.Args(row.shown_by), "");
+    }
     const std::string err = fakes.Stderr();
     if (row.shown_by) {
       EXPECT_EQ(err.find("Line one"), std::string::npos) << err;

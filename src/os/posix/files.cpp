@@ -232,6 +232,14 @@ bool FindClose(Handle handle) {
 
 // ---- attributes, delete, move, folders ---------------------------------------------------
 
+std::u16string VolumeIdentity(std::u16string_view path) {
+  std::string p;
+  struct stat st;
+  if (!posix::SystemPath(std::u16string(path).c_str(), &p) || ::stat(p.c_str(), &st) != 0)
+    return u"";
+  return base::Widen(std::to_string(static_cast<unsigned long long>(st.st_dev)));
+}
+
 std::uint32_t GetFileAttributesW(const char16_t* path) {
   if (fault::Hit(fault::Op::kGetAttributes)) return kInvalidFileAttributes;
   std::string p;

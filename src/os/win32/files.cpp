@@ -57,6 +57,23 @@ bool FindClose(Handle search) {
   return ::FindClose(H(search)) != FALSE;
 }
 
+std::u16string VolumeIdentity(std::u16string_view path) {
+  // Opened for its attributes only, folders too, sharing everything: any program may hold it.
+  const std::u16string name(path);
+  HANDLE file = ::CreateFileW(W(name.c_str()), FILE_READ_ATTRIBUTES,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return u"";
+  BY_HANDLE_FILE_INFORMATION info;
+  const bool known = ::GetFileInformationByHandle(file, &info) != FALSE;
+  ::CloseHandle(file);
+  if (!known) return u"";
+  char16_t text[9];
+  static constexpr char16_t kHex[] = u"0123456789ABCDEF";
+  for (int i = 0; i < 8; ++i) text[i] = kHex[(info.dwVolumeSerialNumber >> (28 - 4 * i)) & 0xF];
+  return std::u16string(text, 8);
+}
+
 std::uint32_t GetFileAttributesW(const char16_t* path) {
   if (fault::Hit(fault::Op::kGetAttributes)) return kInvalidFileAttributes;
   return ::GetFileAttributesW(W(path));
