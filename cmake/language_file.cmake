@@ -1,7 +1,7 @@
 # Writes the language file shipped beside the program (TvEject_lng.xml) from one file per language
 # in packaging/lang/ ("de.xml" holds <de name="Deutsch">...</de>).
 #
-#   cmake -DLANG_DIR=packaging/lang -DCATALOGUE=src/lang/catalogue.cpp -DOUTPUT=TvEject_lng.xml
+#   cmake -DLANG_DIR=packaging/lang -DCATALOGUE=src/base/catalogue.cpp -DOUTPUT=TvEject_lng.xml
 #         -P cmake/language_file.cmake
 #
 # The program speaks the language of the element named exactly by the user's code ("de-AT"); the

@@ -4,18 +4,18 @@
 #include <cstdlib>
 #include <string>
 
-#include "app/config.h"
-#include "app/program.h"
 #include "base/text.h"
+#include "files/file_utils.h"
+#include "files/paths.h"
+#include "files/text_file.h"
 #include "lang/lang.h"
 #include "lang/language_file.h"
 #include "os/os.h"
-#include "sys/file_utils.h"
-#include "sys/paths.h"
+#include "sys/config.h"
+#include "sys/program.h"
 #include "sys/sync_shell.h"
 #include "text/msgbox.h"
 #include "text/strings.h"
-#include "text/text_file.h"
 
 namespace app {
 namespace {

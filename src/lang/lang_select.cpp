@@ -1,9 +1,9 @@
 // mLang: the user's language code and the catalogue lookup by locale identifier.
 #include "lang/lang_select.h"
 
+#include "base/catalogue.h"
 #include "base/text.h"
 #include "base/trap.h"
-#include "lang/catalogue.h"
 #include "os/locale.h"
 
 namespace mLang {

@@ -1,14 +1,14 @@
 #include "lang/language_file.h"
 
-#include "app/config.h"
-#include "app/program.h"
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
+#include "files/file_utils.h"
+#include "files/text_file.h"
 #include "lang/lang.h"
 #include "lang/lang_select.h"
-#include "sys/file_utils.h"
-#include "text/text_file.h"
+#include "sys/config.h"
+#include "sys/program.h"
 
 namespace mLang {
 namespace {

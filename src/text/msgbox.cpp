@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "app/about.h"
+#include "base/about.h"
 #include "base/text.h"
 #include "base/trap.h"
 #include "os/ui.h"

@@ -6,14 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "app/config.h"
-#include "app/program.h"
 #include "app/start.h"
 #include "base/text.h"
 #include "os/fault.h"
 #include "os/process.h"
 #include "os/ui.h"
 #include "support/temp_dir.h"
+#include "sys/config.h"
+#include "sys/program.h"
 
 namespace {
 

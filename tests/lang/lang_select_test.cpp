@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "base/catalogue.h"
 #include "base/debug_log.h"
 #include "base/text.h"
-#include "lang/catalogue.h"
 #include "os/fault.h"
 #include "os/locale.h"
 #include "os/types.h"

@@ -8,8 +8,6 @@
 #include <memory>
 #include <string>
 
-#include "app/config.h"
-#include "app/program.h"
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "lang/lang.h"
@@ -17,6 +15,8 @@
 #include "os/fault.h"
 #include "support/scoped_env.h"
 #include "support/temp_dir.h"
+#include "sys/config.h"
+#include "sys/program.h"
 
 namespace {
 

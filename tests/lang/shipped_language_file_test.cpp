@@ -9,14 +9,14 @@
 #include <string>
 #include <vector>
 
-#include "app/companion_text.h"
-#include "app/config.h"
-#include "app/program.h"
+#include "base/catalogue.h"
 #include "base/text.h"
-#include "lang/catalogue.h"
+#include "companions/common/companion_text.h"
 #include "lang/lang.h"
 #include "lang/language_file.h"
 #include "support/temp_dir.h"
+#include "sys/config.h"
+#include "sys/program.h"
 
 namespace {
 

@@ -6,12 +6,12 @@
 #include <filesystem>
 
 #include "base/text.h"
+#include "companions/disk_ejector/drive_eject.h"
 #include "os/apps.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
 #include "support/pid_namespace.h"
 #include "support/temp_dir.h"
-#include "sys/drive_eject.h"
 
 namespace {
 

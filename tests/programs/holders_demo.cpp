@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "app/disk_ejector.h"
 #include "base/text.h"
+#include "companions/apps_close/app_closer.h"
+#include "companions/disk_ejector/disk_ejector.h"
 #include "os/apps.h"
 #include "os/program_env.h"
-#include "sys/app_closer.h"
 
 int main() {
   const std::vector<std::u16string> args = os::ProgramArguments();

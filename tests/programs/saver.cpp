@@ -19,8 +19,8 @@
 
 #include "base/debug_log.h"
 #include "base/text.h"
-#include "sys/file_utils.h"
-#include "text/text_file.h"
+#include "files/file_utils.h"
+#include "files/text_file.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Entry point of TvAppsClose, the companion that closes the suite's applications: the whole
 // run is app::AppsCloseMain, which reads the command line itself.
-#include "app/apps_close.h"
+#include "companions/apps_close/apps_close.h"
 
 #ifdef _WIN32
 #include <windows.h>

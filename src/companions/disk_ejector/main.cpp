@@ -1,6 +1,6 @@
 // Entry point of TvDiskEjector, the companion that ejects the suite's drive: the whole run is
 // app::DiskEjectorMain, which reads the command line itself.
-#include "app/disk_ejector.h"
+#include "companions/disk_ejector/disk_ejector.h"
 
 #ifdef _WIN32
 #include <windows.h>

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/catalogue.h"
 #include "base/text.h"
-#include "lang/catalogue.h"
 #include "os/fault.h"
 #include "os/locale.h"
 #include "os/types.h"

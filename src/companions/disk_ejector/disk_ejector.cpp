@@ -1,20 +1,20 @@
-#include "app/disk_ejector.h"
+#include "companions/disk_ejector/disk_ejector.h"
 
 #include <algorithm>
 
-#include "app/companion_log.h"
-#include "app/companion_text.h"
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
+#include "companions/apps_close/app_closer.h"
+#include "companions/common/companion_log.h"
+#include "companions/common/companion_text.h"
+#include "files/file_utils.h"
+#include "files/paths.h"
 #include "os/apps.h"
 #include "os/files.h"
 #include "os/process.h"
 #include "os/program_env.h"
 #include "os/ui.h"
-#include "sys/app_closer.h"
-#include "sys/file_utils.h"
-#include "sys/paths.h"
 #include "text/msgbox.h"
 
 namespace app {

@@ -1,12 +1,12 @@
-#include "sys/file_utils.h"
+#include "files/file_utils.h"
 
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
+#include "files/paths.h"
 #include "os/files.h"
 #include "os/process.h"
 #include "sys/drive_info.h"
-#include "sys/paths.h"
 #include "text/encoding.h"
 
 namespace mFileUtils {

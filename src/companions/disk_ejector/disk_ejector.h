@@ -28,7 +28,7 @@
 #include <string_view>
 #include <vector>
 
-#include "sys/drive_eject.h"
+#include "companions/disk_ejector/drive_eject.h"
 
 namespace app {
 

@@ -1,6 +1,6 @@
 // The companions' texts: which language the suite's files choose. (The built-in texts against
 // the shipped language file: tests/lang/shipped_language_file_test.cpp.)
-#include "app/companion_text.h"
+#include "companions/common/companion_text.h"
 
 #include <gtest/gtest.h>
 

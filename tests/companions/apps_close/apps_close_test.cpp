@@ -1,6 +1,6 @@
 // The closing companion run in-process: its settings file, its arguments, and whole runs against
 // a scripted process list (the boxes answered through the seam), one table.
-#include "app/apps_close.h"
+#include "companions/apps_close/apps_close.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "sys/paths.h"
+#include "files/paths.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
-#include "app/companion_text.h"
+#include "companions/common/companion_text.h"
 
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
+#include "companions/apps_close/app_closer.h"
+#include "files/text_file.h"
 #include "lang/lang.h"
 #include "lang/lang_select.h"
-#include "sys/app_closer.h"
-#include "text/text_file.h"
 #include "xml/node.h"
 
 namespace app {

@@ -1,21 +1,21 @@
-#include "app/apps_close.h"
+#include "companions/apps_close/apps_close.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
-#include "app/companion_log.h"
-#include "app/companion_text.h"
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
+#include "companions/common/companion_log.h"
+#include "companions/common/companion_text.h"
+#include "files/paths.h"
+#include "files/text_file.h"
 #include "os/apps.h"
 #include "os/process.h"
 #include "os/program_env.h"
 #include "os/ui.h"
-#include "sys/paths.h"
 #include "text/msgbox.h"
-#include "text/text_file.h"
 #include "xml/node.h"
 
 namespace app {

@@ -1,6 +1,6 @@
 // The companions' log file: lines reach a file of the user's own, and nothing planted under its
 // name (a link, a folder) is written through.
-#include "app/companion_log.h"
+#include "companions/common/companion_log.h"
 
 #include <gtest/gtest.h>
 

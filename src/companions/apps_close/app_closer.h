@@ -22,8 +22,8 @@
 #include <string_view>
 #include <vector>
 
+#include "companions/disk_ejector/drive_eject.h"
 #include "os/apps.h"
-#include "sys/drive_eject.h"
 
 namespace sys {
 

@@ -1,14 +1,14 @@
-#include "app/config.h"
+#include "sys/config.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "app/program.h"
 #include "os/fault.h"
 #include "os/ui.h"
 #include "support/temp_dir.h"
+#include "sys/program.h"
 
 namespace {
 

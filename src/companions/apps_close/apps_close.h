@@ -21,7 +21,7 @@
 #include <string_view>
 #include <vector>
 
-#include "sys/app_closer.h"
+#include "companions/apps_close/app_closer.h"
 
 namespace app {
 

@@ -1,7 +1,7 @@
-#include "app/program.h"
+#include "sys/program.h"
 
+#include "files/paths.h"
 #include "os/process.h"
-#include "sys/paths.h"
 
 namespace mGlobal {
 namespace {

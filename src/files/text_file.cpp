@@ -1,4 +1,4 @@
-#include "text/text_file.h"
+#include "files/text_file.h"
 
 #include <algorithm>
 #include <cstring>
@@ -10,10 +10,10 @@
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
+#include "files/file_utils.h"
+#include "files/paths.h"
 #include "os/files.h"
 #include "os/process.h"
-#include "sys/file_utils.h"
-#include "sys/paths.h"
 #include "text/encoding.h"
 #include "text/utf8.h"
 #include "xml/node.h"

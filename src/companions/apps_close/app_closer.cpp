@@ -1,4 +1,4 @@
-#include "sys/app_closer.h"
+#include "companions/apps_close/app_closer.h"
 
 #include <algorithm>
 #include <memory>

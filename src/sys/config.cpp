@@ -1,11 +1,11 @@
-#include "app/config.h"
+#include "sys/config.h"
 
 #include <vector>
 
-#include "app/program.h"
 #include "base/trap.h"
+#include "files/text_file.h"
+#include "sys/program.h"
 #include "text/msgbox.h"
-#include "text/text_file.h"
 
 namespace mGlobal {
 namespace {

@@ -1,4 +1,4 @@
-#include "sys/file_utils.h"
+#include "files/file_utils.h"
 
 #include <gtest/gtest.h>
 
@@ -12,11 +12,11 @@
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
+#include "files/paths.h"
 #include "os/fault.h"
 #include "os/files.h"
 #include "support/temp_dir.h"
 #include "sys/drive_info.h"
-#include "sys/paths.h"
 
 namespace {
 

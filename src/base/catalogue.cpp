@@ -4,7 +4,7 @@
 // The misspelt "Alsaian" and the second row for 081a (Serbian, Latin script, listed for Serbia and
 // again for the former Serbia and Montenegro) are kept as the catalogue has always had them; a
 // lookup by identifier answers with the first row.
-#include "lang/catalogue.h"
+#include "base/catalogue.h"
 
 namespace mLang {
 

@@ -1,12 +1,12 @@
-#include "app/companion_log.h"
+#include "companions/common/companion_log.h"
 
 #include "base/text.h"
+#include "companions/apps_close/app_closer.h"
+#include "files/file_utils.h"
+#include "files/text_file.h"
 #include "os/apps.h"
 #include "os/files.h"
 #include "os/program_env.h"
-#include "sys/app_closer.h"
-#include "sys/file_utils.h"
-#include "text/text_file.h"
 
 namespace app {
 namespace {

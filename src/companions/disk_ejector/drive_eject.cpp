@@ -1,4 +1,4 @@
-#include "sys/drive_eject.h"
+#include "companions/disk_ejector/drive_eject.h"
 
 #include <algorithm>
 

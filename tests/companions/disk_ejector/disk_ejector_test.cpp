@@ -1,9 +1,9 @@
 // The ejecting companion run in-process: its arguments on the way to its copy and back, the
 // message for each outcome, the move to the temporary folder, and runs of the copy against a
 // scripted drive.
-#include "app/disk_ejector.h"
+#include "companions/disk_ejector/disk_ejector.h"
 
-#include "app/companion_text.h"
+#include "companions/common/companion_text.h"
 
 #include <gtest/gtest.h>
 
@@ -12,6 +12,7 @@
 #include <functional>
 
 #include "base/text.h"
+#include "companions/apps_close/app_closer.h"
 #include "lang/lang.h"
 #include "os/apps.h"
 #include "os/fault.h"
@@ -19,7 +20,6 @@
 #include "os/program_env.h"
 #include "os/ui.h"
 #include "support/temp_dir.h"
-#include "sys/app_closer.h"
 
 namespace {
 

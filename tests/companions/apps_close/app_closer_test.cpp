@@ -1,6 +1,6 @@
 // The closer: which processes it may touch (pure rules, one table each), how it waits (a fake
 // clock), and the whole run on real programs started from a temporary suite folder.
-#include "sys/app_closer.h"
+#include "companions/apps_close/app_closer.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The ejector: what it ejects on each kind of device tree and which volumes go with it, its
 // refusals and retries against scripted answers (tables), then the real thing: the temporary
 // folder's fixed drive, and on Linux a loop-mounted FAT drive.
-#include "sys/drive_eject.h"
+#include "companions/disk_ejector/drive_eject.h"
 
 #include <gtest/gtest.h>
 
@@ -9,11 +9,11 @@
 #include <filesystem>
 
 #include "base/text.h"
+#include "companions/apps_close/app_closer.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
 #include "support/pid_namespace.h"
 #include "support/temp_dir.h"
-#include "sys/app_closer.h"
 
 namespace {
 
