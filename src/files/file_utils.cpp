@@ -3,10 +3,10 @@
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
+#include "files/drive_info.h"
 #include "files/paths.h"
 #include "os/files.h"
 #include "os/process.h"
-#include "sys/drive_info.h"
 #include "text/encoding.h"
 
 namespace mFileUtils {

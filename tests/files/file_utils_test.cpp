@@ -12,11 +12,11 @@
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
+#include "files/drive_info.h"
 #include "files/paths.h"
 #include "os/fault.h"
 #include "os/files.h"
 #include "support/temp_dir.h"
-#include "sys/drive_info.h"
 
 namespace {
 

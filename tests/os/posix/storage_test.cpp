@@ -9,8 +9,8 @@
 #include <fstream>
 #include <string>
 
+#include "files/drive_info.h"
 #include "support/temp_dir.h"
-#include "sys/drive_info.h"
 
 namespace {
 

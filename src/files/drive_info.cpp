@@ -1,4 +1,4 @@
-#include "sys/drive_info.h"
+#include "files/drive_info.h"
 
 #include "base/text.h"
 #include "base/trap.h"
