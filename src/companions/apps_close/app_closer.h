@@ -22,25 +22,11 @@
 #include <string_view>
 #include <vector>
 
-#include "companions/disk_ejector/drive_eject.h"
+#include "companions/common/drive_paths.h"
+#include "companions/common/eject_plan.h"
 #include "os/apps.h"
 
 namespace sys {
-
-// True when path is folder or lies below it, whole components only ("C:\Suite2\a.exe" is not
-// under "C:\Suite"). "\" and "/" both separate; a trailing separator on folder is optional.
-bool PathIsUnder(std::u16string_view path, std::u16string_view folder, bool ignore_case);
-
-// The folder holding path, without a trailing separator except for a root ("C:\", "/"); ""
-// when path has no folder part.
-std::u16string ParentFolder(std::u16string_view path);
-
-// folder + a separator + name, the separator being the one folder already uses ("\" when it has
-// none); no second separator after a folder that ends with one ("E:\", "/").
-std::u16string ChildPath(std::u16string_view folder, std::u16string_view name);
-
-// True for a path that is nothing but a root: "/", "C:\", "C:", "\\server\share\".
-bool IsRootPath(std::u16string_view path);
 
 // What the closer may touch.
 struct CloseScope {

@@ -1,7 +1,7 @@
 #include "companions/common/companion_log.h"
 
 #include "base/text.h"
-#include "companions/apps_close/app_closer.h"
+#include "companions/common/drive_paths.h"
 #include "files/file_utils.h"
 #include "files/text_file.h"
 #include "os/apps.h"
