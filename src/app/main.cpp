@@ -1,15 +1,8 @@
 // Entry point of TvEject: no command line is read; the whole run is the start procedure.
 #include "app/start.h"
+#include "os/entry.h"
 
-#ifdef _WIN32
-#include <windows.h>
-int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
+int ProgramMain(std::vector<std::u16string>) {
   app::Start();
   return 0;
 }
-#else
-int main() {
-  app::Start();
-  return 0;
-}
-#endif

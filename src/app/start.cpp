@@ -10,6 +10,7 @@
 #include "files/text_file.h"
 #include "lang/lang.h"
 #include "lang/language_file.h"
+#include "os/entry.h"
 #include "os/os.h"
 #include "sys/config.h"
 #include "sys/program.h"
@@ -21,13 +22,6 @@ namespace app {
 namespace {
 
 os::Handle shell_library = 0;
-
-// On Windows the companions are .exe files; elsewhere programs carry no suffix.
-#ifdef _WIN32
-constexpr std::u16string_view kExe = u".exe";
-#else
-constexpr std::u16string_view kExe = u"";
-#endif
 
 constexpr std::u16string_view kIntroDefault =
     u"Tarvel USB Eject ferme tous les programmes du p\u00E9riph\u00E9rique USB !";
@@ -118,8 +112,8 @@ void RunEject() {
   mFileUtils::KillFile(result_file, 20);
 
   std::u16string error_text;
-  if (!mSyncShell::SyncShell(companion + u"TvAppsClose" + std::u16string(kExe), u"/now /out",
-                             std::nullopt, 1, error_text, 2000000000, u"")) {
+  if (!mSyncShell::SyncShell(companion + u"TvAppsClose" + std::u16string(os::kExecutableSuffix),
+                             u"/now /out", std::nullopt, 1, error_text, 2000000000, u"")) {
     Box(Text(u"Messages.Errors.TvAppsCloseRunError", kCloseErrorDefault), 16);
     FreeShellLibrary();
     return;
@@ -141,8 +135,9 @@ void RunEject() {
   }
 
   std::int32_t shell_result = 0;
-  if (!mSyncShell::ShellExec(mGlobal::ProgramFolder() + u"\\TvDiskEjector" + std::u16string(kExe),
-                             1, u"/retry", u"", u"", 0, shell_result)) {
+  if (!mSyncShell::ShellExec(
+          mGlobal::ProgramFolder() + u"\\TvDiskEjector" + std::u16string(os::kExecutableSuffix), 1,
+          u"/retry", u"", u"", 0, shell_result)) {
     Box(Text(u"Messages.Errors.TvDiskEjectorRunError", kEjectErrorDefault), 16);
   }
   mLang::SaveLangFile();

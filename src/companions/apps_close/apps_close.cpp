@@ -127,10 +127,9 @@ int RunAppsClose(const std::vector<std::u16string>& args, std::u16string_view ow
   });
 }
 
-int AppsCloseMain() {
+int AppsCloseMain(const std::vector<std::u16string>& args) {
   os::RestrictLibrarySearch();
   CompanionLog log(u"TvAppsClose");
-  const std::vector<std::u16string> args = os::ProgramArguments();
   std::u16string line = u"Started:";
   for (const auto& a : args) line += u" " + a;
   DebugLog(line);

@@ -46,7 +46,8 @@ AppsCloseCommand ParseAppsCloseArguments(const std::vector<std::u16string>& args
 int RunAppsClose(const std::vector<std::u16string>& args, std::u16string_view own_path,
                  const sys::ProcessOps& ops = sys::SystemProcessOps());
 
-// The program's entry: its arguments and its own file from the system.
-int AppsCloseMain();
+// The program's run from its entry point: args are the arguments it was started with, its own
+// file comes from the system.
+int AppsCloseMain(const std::vector<std::u16string>& args);
 
 }  // namespace app

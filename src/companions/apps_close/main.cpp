@@ -1,14 +1,8 @@
 // Entry point of TvAppsClose, the companion that closes the suite's applications: the whole
-// run is app::AppsCloseMain, which reads the command line itself.
+// run is app::AppsCloseMain.
 #include "companions/apps_close/apps_close.h"
+#include "os/entry.h"
 
-#ifdef _WIN32
-#include <windows.h>
-int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
-  return app::AppsCloseMain();
+int ProgramMain(std::vector<std::u16string> args) {
+  return app::AppsCloseMain(args);
 }
-#else
-int main() {
-  return app::AppsCloseMain();
-}
-#endif

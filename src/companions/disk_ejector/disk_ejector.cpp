@@ -386,10 +386,9 @@ int RunDiskEjector(const std::vector<std::u16string>& args, std::u16string_view 
   });
 }
 
-int DiskEjectorMain() {
+int DiskEjectorMain(const std::vector<std::u16string>& args) {
   os::RestrictLibrarySearch();
   CompanionLog log(u"TvDiskEjector");
-  const std::vector<std::u16string> args = os::ProgramArguments();
   DebugLog(u"Started: " + JoinArguments(args));
   return RunDiskEjector(args, os::ModuleFileName());
 }

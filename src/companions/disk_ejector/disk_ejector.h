@@ -75,7 +75,8 @@ struct EjectorOps {
 int RunDiskEjector(const std::vector<std::u16string>& args, std::u16string_view own_path,
                    const EjectorOps& ops = EjectorOps{});
 
-// The program's entry: its arguments and its own file from the system.
-int DiskEjectorMain();
+// The program's run from its entry point: args are the arguments it was started with, its own
+// file comes from the system.
+int DiskEjectorMain(const std::vector<std::u16string>& args);
 
 }  // namespace app

@@ -1,14 +1,8 @@
 // Entry point of TvDiskEjector, the companion that ejects the suite's drive: the whole run is
-// app::DiskEjectorMain, which reads the command line itself.
+// app::DiskEjectorMain.
 #include "companions/disk_ejector/disk_ejector.h"
+#include "os/entry.h"
 
-#ifdef _WIN32
-#include <windows.h>
-int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
-  return app::DiskEjectorMain();
+int ProgramMain(std::vector<std::u16string> args) {
+  return app::DiskEjectorMain(args);
 }
-#else
-int main() {
-  return app::DiskEjectorMain();
-}
-#endif
