@@ -51,16 +51,6 @@ std::u16string OwnPath(const CloseOptions& options) {
   return options.own_path.empty() ? os::ModuleFileName() : options.own_path;
 }
 
-Spared SparedFor(const CloseOptions& options, const ProcessOps& ops) {
-  Spared spared;
-  spared.pids = OwnChain();
-  spared.pids.insert(spared.pids.end(), options.spare_pids.begin(), options.spare_pids.end());
-  spared.images = {OwnPath(options)};
-  spared.names = options.spare_names;
-  spared.owner = ops.own_user();
-  return spared;
-}
-
 // True when one of the folders above path is folder. Written apart from PathIsUnder on
 // purpose: the check made before anything is closed must not share a fault with the selection.
 bool InsideFolder(std::u16string_view path, std::u16string_view folder, bool ignore_case) {
@@ -248,14 +238,25 @@ ProcessOps SystemProcessOps() {
   return ops;
 }
 
+Spared SparedFor(const CloseOptions& options, const ProcessOps& ops) {
+  Spared spared;
+  spared.pids = OwnChain();
+  spared.pids.insert(spared.pids.end(), options.spare_pids.begin(), options.spare_pids.end());
+  spared.images = {OwnPath(options)};
+  spared.names = options.spare_names;
+  spared.owner = ops.own_user();
+  return spared;
+}
+
 ClosePlan PlanClose(const CloseScope& scope, const CloseOptions& options, const ProcessOps& ops) {
   return base::Trap(base::InFunction(u"mAppsClose.PlanClose"), ClosePlan{}, [&] {
     ClosePlan plan;
     if (scope.folder.empty()) return plan;
     const auto all = ops.enumerate();
     plan.listed = !all.empty();
-    plan.chosen = SelectProcessesToClose(all, scope, SparedFor(options, ops), ops.ignore_case,
-                                         OnDrive(scope, ops));
+    plan.spared = SparedFor(options, ops);
+    plan.chosen =
+        SelectProcessesToClose(all, scope, plan.spared, ops.ignore_case, OnDrive(scope, ops));
     return plan;
   });
 }
@@ -283,7 +284,7 @@ CloseReport CloseSelected(const CloseScope& scope, const ClosePlan& plan,
       report.reason = u"no application runs from " + scope.folder;
       return report;
     }
-    const Spared spared = SparedFor(options, ops);
+    const Spared& spared = plan.spared;
     const OnDriveTest on_drive = OnDrive(scope, ops);
     std::u16string faults;
     for (const auto& p : plan.chosen) {

@@ -99,13 +99,20 @@ struct CloseOptions {
   std::vector<std::u16string> spare_names = {u"TvDiskEjector"};
 };
 
-// What one run closes, chosen once: the confirmation shows it and the closing closes it.
+// The processes to spare for a run with these options: the closer, its parent chain, the
+// options' pids, copies of the closer's file, the names spared, and the closer's user.
+Spared SparedFor(const CloseOptions& options, const ProcessOps& ops);
+
+// What one run closes, chosen once: the confirmation shows it and the closing closes it,
+// sparing the same processes.
 struct ClosePlan {
   bool listed = false;                   // the process list could be read
   std::vector<os::ProcessEntry> chosen;  // what the selection chose
+  Spared spared;                         // what the selection spared and the check spares
 };
 
-// Lists the processes and chooses those to close (SelectProcessesToClose).
+// Lists the processes and chooses those to close (SelectProcessesToClose), sparing
+// SparedFor(options, ops).
 ClosePlan PlanClose(const CloseScope& scope, const CloseOptions& options, const ProcessOps& ops);
 
 enum class CloseOutcome {

@@ -343,8 +343,9 @@ TEST(AppCloserRun, AConsoleWindowIsClosedOnlyWhenEveryProgramOnItMayBe) {
     };
     sys::CloseOptions options;
     options.grace_ms = 0;
-    sys::CloseSelected({u"/suite", false, u"", {}}, {true, {fake.procs[kFake + 20].entry}}, options,
-                       ops);
+    sys::CloseSelected({u"/suite", false, u"", {}},
+                       {true, {fake.procs[kFake + 20].entry}, sys::SparedFor(options, ops)},
+                       options, ops);
     EXPECT_GE(fake.procs[kFake + 20].asked_at, 0);
     EXPECT_EQ(fake.procs[kFake + 20].console_too, row.console_too) << row.attached.size();
   }
@@ -480,7 +481,8 @@ TEST(AppCloserGuard, AFaultySelectionSignalsNothingItMayNotTouch) {
     options.own_path = closer;
     options.force = true;
     options.grace_ms = 6000;
-    const auto report = sys::CloseSelected(with, {true, {target, bad}}, options);
+    const auto report = sys::CloseSelected(
+        with, {true, {target, bad}, sys::SparedFor(options, sys::SystemProcessOps())}, options);
 
     // The suite's other application was never chosen: it is counted, not closed.
     EXPECT_EQ(report.outcome,
