@@ -15,6 +15,7 @@
 
 #include "base/text.h"
 #include "os/os.h"
+#include "support/scoped_env.h"
 #include "support/temp_dir.h"
 
 #ifndef _WIN32
@@ -359,26 +360,6 @@ TEST(ShellExecEx, HandleIsAboveThirtyTwoAndClosesOnce) {
 
 #ifndef _WIN32
 
-// Sets an environment variable for one test and puts the old value back.
-class ScopedEnv {
- public:
-  ScopedEnv(const char* name, const std::string& value) : name_(name) {
-    if (const char* old = std::getenv(name)) old_ = old;
-    setenv(name, value.c_str(), 1);
-  }
-  ~ScopedEnv() {
-    if (old_) {
-      setenv(name_, old_->c_str(), 1);
-    } else {
-      unsetenv(name_);
-    }
-  }
-
- private:
-  const char* name_;
-  std::optional<std::string> old_;
-};
-
 bool ProcessGone(long long pid) {
   return !fs::exists("/proc/" + std::to_string(pid));
 }
@@ -390,8 +371,9 @@ TEST(ShellExecPosix, DocumentGoesToTheDesktopOpener) {
                                                          (dir.path() / "opened").string() + "'\n");
   chmod(base::Narrow(opener).c_str(), 0755);
 
+  const std::string bin = (dir.path() / "bin").string(), empty = (dir.path() / "empty").string();
   {
-    ScopedEnv path("PATH", (dir.path() / "bin").string());
+    testing_support::ScopedEnv path({{"PATH", bin.c_str()}});
     std::int32_t result = 0;
     EXPECT_TRUE(mSyncShell::ShellExec(document, 1, u"--ignored", std::nullopt, u"", 0, result));
     EXPECT_EQ(result, 42);
@@ -399,7 +381,7 @@ TEST(ShellExecPosix, DocumentGoesToTheDesktopOpener) {
   EXPECT_TRUE(WaitUntil([&] { return dir.Exists(u"opened"); }));
   EXPECT_EQ(dir.Read(u"opened"), base::Narrow(document) + "\n");
 
-  ScopedEnv path("PATH", (dir.path() / "empty").string());
+  testing_support::ScopedEnv path({{"PATH", empty.c_str()}});
   std::int32_t result = 0;
   EXPECT_FALSE(mSyncShell::ShellExec(document, 1, u"", std::nullopt, u"", 0, result));
   EXPECT_EQ(result, 31);
