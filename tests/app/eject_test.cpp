@@ -8,6 +8,7 @@
 
 #include "app/start.h"
 #include "base/text.h"
+#include "os/entry.h"
 #include "os/fault.h"
 #include "os/process.h"
 #include "os/ui.h"
@@ -20,11 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing_support::TempDir;
 
-#ifdef _WIN32
-const std::u16string kExe = u".exe";
-#else
-const std::u16string kExe = u"";
-#endif
+const std::u16string kExe(os::kExecutableSuffix);
 
 const char kConfig[] =
     "<TarvelUSBEject>\r\n\t<UserLanguage/>\r\n\t<Language "

@@ -15,6 +15,7 @@
 #include "companions/apps_close/app_closer.h"
 #include "lang/lang.h"
 #include "os/apps.h"
+#include "os/entry.h"
 #include "os/fault.h"
 #include "os/process.h"
 #include "os/program_env.h"
@@ -26,11 +27,7 @@ namespace {
 using sys::EjectOutcome;
 using testing_support::TempDir;
 
-#ifdef _WIN32
-const std::u16string kExe = u".exe";
-#else
-const std::u16string kExe = u"";
-#endif
+const std::u16string kExe(os::kExecutableSuffix);
 
 // The program's configuration beside the original: English, so that no test hangs on the
 // machine's locale.
