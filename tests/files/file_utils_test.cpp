@@ -9,13 +9,13 @@
 #include <string>
 #include <vector>
 
-#include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
 #include "files/drive_info.h"
 #include "files/paths.h"
 #include "os/fault.h"
 #include "os/files.h"
+#include "support/log_capture.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -26,8 +26,8 @@ class FileUtils : public ::testing::Test {
  protected:
   testing_support::TempDir dir;
   os::fault::Scope faults;
-  std::vector<std::u16string> log;
-  base::ScopedLogSink sink{[this](std::u16string_view line) { log.emplace_back(line); }};
+  testing_support::LogCapture capture;
+  std::vector<std::u16string>& log = capture.lines;
 
   std::u16string P(std::u16string_view name) const { return dir.u16(name); }
   void MakeReadOnly(std::u16string_view name) {
