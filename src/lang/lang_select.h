@@ -1,5 +1,5 @@
 // mLang: which language the program speaks. The user's locale becomes a language code through
-// the catalogue (lang/catalogue.h); the code names the language in the language files.
+// the catalogue (base/catalogue.h); the code names the language in the language files.
 //
 //   mLang::LCIDtoISO(u"0c0c");  // "fr-CA"
 //   mLang::getUserLangISO();    // "de-DE" for a German user, "FRC" style when not catalogued
