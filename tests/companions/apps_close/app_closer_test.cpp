@@ -287,7 +287,8 @@ TEST(AppCloserRun, TheVolumeDecidesForAWholeDrive) {
     std::vector<std::uint32_t> asked;
   } rows[] = {
       {{u"/stick/", true, u"", {}}, {20, 21}},
-      {{u"/stick/App", false, u"", {}}, {20}},  // a suite folder: its path decides
+      {{u"/stick/App", false, u"", {}}, {20}},   // a suite folder: its path decides
+      {{u"/stick/App/", false, u"", {}}, {20}},  // the same, with a trailing separator
   };
   for (const auto& row : rows) {
     FakeSystem fake;
