@@ -91,7 +91,8 @@ TEST(AppCloserScope, RemovableDriveWholeOtherwiseSuiteFolderNeverAFixedRoot) {
     p.rule = u"rule";
     return p;
   };
-  const sys::EjectPlan stick = plan(u"/media/u/STICK/", sys::EjectTarget::kDevice);
+  sys::EjectPlan stick = plan(u"/media/u/STICK/", sys::EjectTarget::kDevice);
+  stick.volumes.push_back(u"/media/u/CARD/");  // another slot of the same reader
   const sys::EjectPlan fixed = plan(u"/", sys::EjectTarget::kSystemDisk);
   const sys::EjectPlan home = plan(u"/home/", sys::EjectTarget::kNotRemovable);
   const sys::EjectPlan live_usb =
@@ -119,6 +120,8 @@ TEST(AppCloserScope, RemovableDriveWholeOtherwiseSuiteFolderNeverAFixedRoot) {
     const sys::CloseScope scope = sys::ChooseCloseScope(row.own, row.dev);
     EXPECT_EQ(scope.folder, row.folder) << base::Narrow(row.own);
     EXPECT_EQ(scope.whole_drive, row.whole) << base::Narrow(row.own);
+    EXPECT_EQ(scope.other_volumes, row.whole ? std::vector<std::u16string>{u"/media/u/CARD/"}
+                                             : std::vector<std::u16string>{});
     EXPECT_FALSE(scope.reason.empty());
   }
 }
