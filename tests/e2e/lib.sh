@@ -84,10 +84,8 @@ wine_down() { "$WINESERVER" -k 2>/dev/null; }
 box_shot() {
   local WIDTH HEIGHT X Y SCREEN WINDOW
   eval "$(timeout 5 xdotool getwindowgeometry --shell "$1" 2>/dev/null)" && [ -n "${WIDTH:-}" ] || return 1
-  timeout 10 import -window root "$2.full.png" 2>/dev/null || return 1
-  convert "$2.full.png" -crop "${WIDTH}x${HEIGHT}+${X}+${Y}" +repage "$2" 2>/dev/null &&
-    convert "$2" -format '%[fx:standard_deviation] %#\n' info: 2>/dev/null
-  rm -f "$2.full.png"
+  timeout 10 import -window root -crop "${WIDTH}x${HEIGHT}+${X}+${Y}" +repage "$2" 2>/dev/null &&
+    identify -format '%[fx:standard_deviation] %#\n' "$2" 2>/dev/null
 }
 
 # find_box [NOT_WID]: sets WID to a visible window named CAPTION other than NOT_WID.
@@ -126,8 +124,9 @@ answer_box() {
   fi
   # The next box of the same program may come up in the same X window (Xlib hands freed ids out
   # again), so a box also counts as answered when what the window shows has changed.
+  closed() { ! timeout 5 xdotool search --onlyvisible --name "^${CAPTION}\$" 2>/dev/null | grep -qx "$WID"; }
   gone() {
-    timeout 5 xdotool search --onlyvisible --name "^${CAPTION}\$" 2>/dev/null | grep -qx "$WID" || return 0
+    wait_for 1 closed && return 0
     read -r _ now < <(box_shot "$WID" "$shot.now.png") || return 0
     [ -n "$now" ] && [ "$now" != "$before" ]
   }
