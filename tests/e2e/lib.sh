@@ -80,7 +80,7 @@ wine_up() {
 wine_down() { "$WINESERVER" -k 2>/dev/null; }
 
 # box_shot WID SHOT: a screenshot of window WID alone in SHOT; prints the standard deviation of
-# its pixels (0 for a box not drawn yet).
+# its pixels (0 for a box not drawn yet) and a signature of the picture.
 box_shot() {
   local WIDTH HEIGHT X Y SCREEN WINDOW
   eval "$(timeout 5 xdotool getwindowgeometry --shell "$1" 2>/dev/null)" && [ -n "${WIDTH:-}" ] || return 1
