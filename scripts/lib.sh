@@ -19,7 +19,8 @@ ensure_packages() {
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null || return 1
 }
 
-NATIVE_PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev googletest strace util-linux
+# lld: the linker the native build uses where it is installed (GNU ld otherwise).
+NATIVE_PACKAGES=(cmake ninja-build g++ lld libgtest-dev libgmock-dev googletest strace util-linux
   pkgconf libsystemd-dev dosfstools fusefat exfat-fuse exfatprogs)
 # Only the benchmarks (cmake --preset bench) need these: the references they measure against.
 BENCH_PACKAGES=(libbenchmark-dev libpugixml-dev libtinyxml2-dev libxml2-dev)

@@ -5,21 +5,11 @@
 # loop-mounted FAT drive where root may make one), then the whole demo answered by itself.
 # Prints "N passed, N failed" as its last line; exits non-zero when a case failed.
 set -u
-source "$(dirname "$0")/../../scripts/lib.sh"
-cd "$TVEJECT_ROOT"
+source "$(dirname "$0")/lib.sh"
 
 PORTABLE=build/native/portable
 SLEEPER=build/native/bin/sleeper
-ARTIFACTS=build/artifacts
-mkdir -p "$ARTIFACTS"
-passed=0
-failed=0
-
-if [ ! -x "$PORTABLE/TvAppsClose/TvAppsClose" ] || [ ! -x "$SLEEPER" ]; then
-  echo "missing $PORTABLE or $SLEEPER: build the native preset first"
-  echo "0 passed, 1 failed"
-  exit 1
-fi
+need "$PORTABLE/TvAppsClose/TvAppsClose" "$SLEEPER"
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tveject-e2e.XXXXXX") || exit 1
 pids=()
@@ -32,14 +22,6 @@ cleanup() {
   rm -rf "$work"
 }
 trap cleanup EXIT
-
-check() {  # check NAME CONDITION-TEXT: records the outcome of the last test command
-  if [ "$2" = ok ]; then
-    passed=$((passed + 1)); echo "PASS $1"
-  else
-    failed=$((failed + 1)); echo "FAIL $1: $2"
-  fi
-}
 
 # suite DIR GRACE FORCE: a portable folder in DIR with the closer's settings.
 suite() {
@@ -59,17 +41,11 @@ start() {
   started=$!
   disown "$started"  # no job notice when a test ends it
   pids+=("$started")
-  for i in $(seq 100); do [ -f "$work/$name.ready" ] && return 0; sleep 0.05; done
-  return 1
+  wait_for 5 test -f "$work/$name.ready"
 }
-
-running() { kill -0 "$1" 2>/dev/null && [ "$(awk '{print $3}' "/proc/$1/stat" 2>/dev/null)" != Z ]; }
 
 # wait_finished LOG: waits for the ejector's copy to finish (bounded).
-wait_finished() {
-  for i in $(seq 300); do grep -q 'TvDiskEjector\[[0-9]*\]: Finished' "$1" 2>/dev/null && return 0; sleep 0.1; done
-  return 1
-}
+wait_finished() { wait_for 30 grep -q 'TvDiskEjector\[[0-9]*\]: Finished' "$1" 2>/dev/null; }
 
 # ---- The closer: what is inside goes, what is outside stays, the stubborn is counted
 s="$work/s1"
@@ -100,7 +76,7 @@ settings "$s" 1 1
 TVEJECT_LOG="$work/s2.log" "$s/TvAppsClose/TvAppsClose" /now /out </dev/null
 rc=$?
 why=""
-for i in $(seq 50); do running "$stubborn" || break; sleep 0.1; done
+wait_for 5 ended "$stubborn"
 running "$stubborn" && why="$why the stubborn application still runs;"
 running "$outsider" || why="$why the outsider was closed;"
 [ "$rc" = 0 ] || why="$why exit code $rc, expected 0;"
@@ -209,7 +185,7 @@ if make_drive; then
   check "loop-drive-not-removable" "${why:-ok}"
   kill "$beside" 2>/dev/null
   # Disowned, so not waited for by `wait`: the mount is busy until both have ended.
-  for i in $(seq 100); do running "$beside" || running "$app" || break; sleep 0.05; done
+  wait_for 5 sh -c "! kill -0 $beside $app 2>/dev/null"
   umount "$work/mnt" && mounted=""
   losetup -d "$loopdev" && loopdev=""
 else
@@ -228,5 +204,4 @@ for line in "the sample application was closed" "the application from elsewhere 
 done
 check "demo" "${why:-ok}"
 
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+finish

@@ -2,11 +2,8 @@
 # Every input the fuzzers kept (fuzz/corpus/<target>), replayed through the same checks with the
 # native build: one case per target. Prints "N passed, N failed" as its last line.
 set -u
-source "$(dirname "$0")/../../scripts/lib.sh"
-cd "$TVEJECT_ROOT"
+source "$(dirname "$0")/lib.sh"
 
-passed=0
-failed=0
 for corpus in fuzz/corpus/*/; do
   target=$(basename "$corpus")
   replay=build/native/bin/${target}_fuzz_replay
@@ -24,5 +21,4 @@ for corpus in fuzz/corpus/*/; do
     failed=$((failed + 1))
   fi
 done
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+finish

@@ -8,54 +8,25 @@
 # build/artifacts/), and its copy and folder are deleted afterwards. Prints "N passed, N failed"
 # as its last line.
 set -u
-source "$(dirname "$0")/../../scripts/lib.sh"
-cd "$TVEJECT_ROOT"
-
-if [ -z "${TVEJECT_IN_XVFB:-}" ]; then
-  exec xvfb-run -a -s "-screen 0 1024x768x24" env TVEJECT_IN_XVFB=1 bash "$0" "$@"
-fi
+source "$(dirname "$0")/lib.sh"
+in_xvfb "$@"
 
 PORTABLE=build/windows/portable
 BIN=build/windows/bin
-ARTIFACTS=build/artifacts
-CAPTION="Tarvel USB Eject v2.0.12"
-mkdir -p "$ARTIFACTS"
-passed=0
-failed=0
-
-if [ ! -f "$PORTABLE/TvAppsClose/TvAppsClose.exe" ] || [ ! -f "$BIN/window_app.exe" ]; then
-  echo "missing $PORTABLE or $BIN/window_app.exe: build the windows preset first"
-  echo "0 passed, 1 failed"
-  exit 1
-fi
-wine_env || { echo "no Wine prefix"; echo "0 passed, 1 failed"; exit 1; }
+need "$PORTABLE/TvAppsClose/TvAppsClose.exe" "$BIN/window_app.exe"
+wine_up
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tveject-wine.XXXXXX") || exit 1
 pids=()
 cleanup() {
   for pid in "${pids[@]}"; do kill -9 "$pid" 2>/dev/null; done
-  "$WINESERVER" -k 2>/dev/null
+  wine_down
   rm -rf "$work"
 }
 trap cleanup EXIT
 
-winpath() { printf 'Z:%s' "$(realpath -m "$1" | tr / '\\')"; }
 # The Linux path of a Windows path on Wine's C: drive.
 unixpath() { printf '%s' "$1" | sed -e "s|^[Cc]:|$WINEPREFIX/drive_c|" -e 's|\\|/|g'; }
-
-wait_for() {  # wait_for SECONDS COMMAND...
-  local limit=$(( $(date +%s) + $1 )); shift
-  until "$@"; do
-    [ "$(date +%s)" -ge "$limit" ] && return 1
-    sleep 0.2
-  done
-}
-
-check() {
-  if [ "$2" = ok ]; then passed=$((passed + 1)); echo "PASS $1"; else failed=$((failed + 1)); echo "FAIL $1: $2"; fi
-}
-
-running() { kill -0 "$1" 2>/dev/null && [ "$(awk '{print $3}' "/proc/$1/stat" 2>/dev/null)" != Z ]; }
 
 # start NAME EXE ARGS...: starts a Windows program that marks itself ready; sets $started.
 start() {
@@ -65,35 +36,6 @@ start() {
   disown "$started"
   pids+=("$started")
   wait_for 60 test -f "$work/$name.ready"
-}
-
-box_contrast() {
-  local shot=$1 wid=$2 geometry
-  geometry=$(xdotool getwindowgeometry --shell "$wid") || return 1
-  eval "$geometry"
-  convert "$shot" -crop "${WIDTH}x${HEIGHT}+${X}+${Y}" +repage -format '%[fx:standard_deviation]' info:
-}
-
-# answer_box SHOT KEY: waits for a box with the program's caption, keeps a screenshot of it
-# once it is drawn, and answers it with KEY. Sets $box_why when something went wrong.
-answer_box() {
-  local shot=$1 key=$2 wid="" contrast=0
-  box_why=""
-  find_box() { wid=$(xdotool search --onlyvisible --name "^${CAPTION}\$" 2>/dev/null | head -1); [ -n "$wid" ]; }
-  if ! wait_for 90 find_box; then box_why="no box appeared"; return 1; fi
-  timeout 10 xdotool windowactivate --sync "$wid" >/dev/null 2>&1 ||
-    timeout 10 xdotool windowfocus --sync "$wid" >/dev/null 2>&1
-  drawn() {
-    import -window root "$shot" 2>/dev/null || return 1
-    contrast=$(box_contrast "$shot" "$wid") || return 1
-    awk -v c="$contrast" 'BEGIN { exit !(c > 0.02) }'
-  }
-  wait_for 20 drawn || box_why="the box stayed blank (contrast $contrast)"
-  xdotool key "$key"
-  gone() { ! xdotool search --onlyvisible --name "^${CAPTION}\$" >/dev/null 2>&1 || [ "$(xdotool search --onlyvisible --name "^${CAPTION}\$" | head -1)" != "$wid" ]; }
-  wait_for 20 gone || box_why="${box_why:+$box_why; }the box stayed after $key"
-  echo "   box $(basename "$shot"): contrast $contrast"
-  [ -z "$box_why" ]
 }
 
 stick="$work/Stick"
@@ -116,7 +58,7 @@ start console1 "$stick/Apps/Console/console.exe"; console=$started
 "$WINE" "$stick/TvAppsClose/TvAppsClose.exe" /now /out >/dev/null 2>&1
 rc=$?
 why=""
-wait_for 10 sh -c "! kill -0 $editor 2>/dev/null" || why="$why the editor still runs;"
+wait_for 10 ended "$editor" || why="$why the editor still runs;"
 running "$outsider" || why="$why the outsider was closed;"
 running "$console" || why="$why the console program ended;"
 [ "$rc" = 1 ] || why="$why exit code $rc, expected 1;"
@@ -125,7 +67,7 @@ count=$(cat "$stick/TvAppsClose/TvAppsClose.out" 2>/dev/null)
 grep -E 'TvAppsClose\[[0-9]+\]: (Scope|[0-9]+ application)' "$log" | sed 's/^/   /'
 check "wine-closer-wm-close" "${why:-ok}"
 kill "$console" 2>/dev/null
-wait_for 10 sh -c "! kill -0 $console 2>/dev/null"
+wait_for 10 ended "$console"
 
 # ---- The whole sequence from TvEject.exe.
 rm -f "$stick/TvAppsClose/TvAppsClose.out"
@@ -134,8 +76,8 @@ start editor2 "$stick/Apps/Editor/editor.exe"; editor=$started
 tveject=$!
 pids+=("$tveject")
 why=""
-answer_box "$ARTIFACTS/wine-companions-intro.png" Return || why="$why intro: $box_why;"
-answer_box "$ARTIFACTS/wine-companions-ejector.png" Return || why="$why ejector: $box_why;"
+answer_box "$ARTIFACTS/wine-companions-intro.png" Return "" 90 || why="$why intro: $WHY;"
+answer_box "$ARTIFACTS/wine-companions-ejector.png" Return "$WID" 90 || why="$why ejector: $WHY;"
 wait_for 30 grep -q 'TvDiskEjector\[[0-9]*\]: Finished' "$log" || why="$why the ejector did not finish;"
 running "$editor" && why="$why the editor still runs;"
 running "$outsider" || why="$why the outsider was closed;"
@@ -155,5 +97,4 @@ grep -E 'TvDiskEjector\[[0-9]+\]: (Outcome|Message)' "$log" | sed 's/^/   /'
 check "wine-whole-sequence" "${why:-ok}"
 
 cp "$log" "$ARTIFACTS/wine-companions.log"
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+finish

@@ -14,119 +14,23 @@
 #                    remembered, and the language file is left byte for byte as shipped
 # Prints "N passed, N failed" as its last line; exits non-zero when a case failed.
 set -u
-source "$(dirname "$0")/../../scripts/lib.sh"
-cd "$TVEJECT_ROOT"
-
-# Everything below runs inside its own Xvfb display.
-if [ -z "${TVEJECT_IN_XVFB:-}" ]; then
-  exec xvfb-run -a -s "-screen 0 1024x768x24" env TVEJECT_IN_XVFB=1 bash "$0" "$@"
-fi
+source "$(dirname "$0")/lib.sh"
+in_xvfb "$@"
 
 BIN=build/windows/bin
 LANGUAGE_FILE=build/windows/packaging/TvEject_lng.xml
-ARTIFACTS=build/artifacts
-CAPTION="Tarvel USB Eject v2.0.12"
-mkdir -p "$ARTIFACTS"
-passed=0
-failed=0
-skipped=0
-
-for f in "$BIN/TvEject.exe" "$BIN/fake_companion.exe" "$LANGUAGE_FILE"; do
-  if [ ! -f "$f" ]; then
-    echo "missing $f: build the windows preset first"
-    echo "0 passed, 1 failed"
-    exit 1
-  fi
-done
-wine_env || { echo "no Wine prefix"; echo "0 passed, 1 failed"; exit 1; }
+need "$BIN/TvEject.exe" "$BIN/fake_companion.exe" "$LANGUAGE_FILE"
+wine_up
 
 WORK=$(mktemp -d /tmp/tveject-wine.XXXXXX)
 PID=""
 cleanup() {
   [ -n "$PID" ] && kill "$PID" 2>/dev/null
-  "$WINESERVER" -k 2>/dev/null
+  wine_down
   rm -rf "$WORK"
 }
 trap cleanup EXIT
 trap 'exit 130' INT TERM HUP
-
-# wait_for SECONDS COMMAND...: retries COMMAND every 0.2 s until it succeeds or time runs out.
-wait_for() {
-  local limit=$(( $(date +%s) + $1 )); shift
-  until "$@"; do
-    [ "$(date +%s)" -ge "$limit" ] && return 1
-    sleep 0.2
-  done
-}
-
-# The standard deviation of the box's pixels in a screenshot: 0 for a box not drawn yet.
-box_contrast() {
-  local shot=$1 wid=$2 geometry
-  geometry=$(xdotool getwindowgeometry --shell "$wid") || return 1
-  eval "$geometry"
-  convert "$shot" -crop "${WIDTH}x${HEIGHT}+${X}+${Y}" +repage -format '%[fx:standard_deviation]' info:
-}
-
-# answer_box SHOT KEY [NOT_WID]: waits for a box with the program's caption (other than
-# NOT_WID), keeps a screenshot of it in SHOT once it is drawn, and presses KEY. Sets WID; returns
-# non-zero with the reason in WHY.
-answer_box() {
-  local shot=$1 key=$2 not=${3:-} contrast=0
-  WID=""
-  find_box() {
-    WID=$(xdotool search --onlyvisible --name "^${CAPTION}\$" 2>/dev/null | grep -vx "${not:-none}" | head -1)
-    [ -n "$WID" ]
-  }
-  if ! wait_for 60 find_box; then
-    WHY="no window named \"$CAPTION\" appeared"
-    return 1
-  fi
-  timeout 10 xdotool windowactivate --sync "$WID" >/dev/null 2>&1 ||
-    timeout 10 xdotool windowfocus --sync "$WID" >/dev/null 2>&1
-  drawn() {
-    import -window root "$shot.full.png" 2>/dev/null || return 1
-    contrast=$(box_contrast "$shot.full.png" "$WID") || return 1
-    awk -v c="$contrast" 'BEGIN { exit !(c > 0.02) }'
-  }
-  if ! wait_for 20 drawn; then
-    WHY="the box stayed blank (contrast $contrast)"
-    return 1
-  fi
-  # Keep the box alone, cut out of the screen.
-  local geometry
-  geometry=$(xdotool getwindowgeometry --shell "$WID") && eval "$geometry" &&
-    convert "$shot.full.png" -crop "${WIDTH}x${HEIGHT}+${X}+${Y}" +repage "$shot"
-  rm -f "$shot.full.png"
-  # The key goes to the focused window: Wine ignores synthetic events sent to a window. A key
-  # that arrives before the box has the focus is lost; then the box is brought forward again.
-  # The next box of the same program may come up in the same X window (Xlib hands freed ids out
-  # again), so a box also counts as answered when what the window shows has changed.
-  signature() {
-    local geometry
-    geometry=$(xdotool getwindowgeometry --shell "$WID" 2>/dev/null) || return 1
-    eval "$geometry"
-    import -window root "$shot.sig.png" 2>/dev/null || return 1
-    convert "$shot.sig.png" -crop "${WIDTH}x${HEIGHT}+${X}+${Y}" +repage -format '%#' info: 2>/dev/null
-    rm -f "$shot.sig.png"
-  }
-  local before
-  before=$(signature)
-  gone() {
-    xdotool search --onlyvisible --name "^${CAPTION}\$" 2>/dev/null | grep -qx "$WID" || return 0
-    local now
-    now=$(signature) || return 0
-    [ -n "$now" ] && [ "$now" != "$before" ]
-  }
-  local try
-  for try in 1 2 3; do
-    xdotool key "$key"
-    wait_for 15 gone && return 0
-    timeout 10 xdotool windowactivate --sync "$WID" >/dev/null 2>&1 ||
-      timeout 10 xdotool windowfocus --sync "$WID" >/dev/null 2>&1
-  done
-  WHY="the box stayed after $key, pressed three times"
-  return 1
-}
 
 # use_locale NAME: LANG for the next cases. Wine takes the user's locale from the C library,
 # which knows only generated locales: one the system lacks is compiled into $WORK.
@@ -179,7 +83,6 @@ run_case() {
 
   (cd "$stick/TvEject" && LANG=$LOCALE LOCPATH=$LOCPATH exec "$WINE" TvEject.exe) >"$ARTIFACTS/wine-eject-$name.log" 2>&1 &
   PID=$!
-  ended() { ! kill -0 "$PID" 2>/dev/null; }
   for key in "$@"; do
     i=$((i + 1))
     local shot="$ARTIFACTS/wine-eject-$name-box$i.png"
@@ -188,12 +91,12 @@ run_case() {
     first=$WID
     echo "  $name: box $i answered with $key (screenshot $shot)"
   done
-  if [ -z "$WHY" ] && ! wait_for 30 ended; then
+  if [ -z "$WHY" ] && ! wait_for 30 ended "$PID"; then
     WHY="the program did not end after its boxes"
   fi
-  if ! ended; then
+  if running "$PID"; then
     kill "$PID" 2>/dev/null
-    wait_for 5 ended || kill -9 "$PID" 2>/dev/null
+    wait_for 5 ended "$PID" || kill -9 "$PID" 2>/dev/null
   fi
   wait "$PID" 2>/dev/null
   PID=""
@@ -225,7 +128,6 @@ scenario() {
       return
     fi
     echo "  $1: run $attempt: $WHY"
-    "$WINESERVER" -k 2>/dev/null
     case "$WHY" in *"box stayed"*) ;; *) break ;; esac
   done
   case "$WHY" in
@@ -260,5 +162,4 @@ LANGUAGE_CODE="" EXPECT_LANGUAGE=de-DE
 EXPECT_CLOSER="/now /out" EXPECT_EJECTOR="/retry" EXPECT_RESULT=gone
 scenario german-locale "out 0" Return
 
-echo "$passed passed, $failed failed, $skipped skipped"
-[ "$failed" -eq 0 ]
+finish

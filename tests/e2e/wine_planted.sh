@@ -8,21 +8,11 @@
 # would not, the check proves nothing and is skipped. Prints "N passed, N failed" as its last
 # line.
 set -u
-source "$(dirname "$0")/../../scripts/lib.sh"
-cd "$TVEJECT_ROOT"
-
-if [ -z "${TVEJECT_IN_XVFB:-}" ]; then
-  exec xvfb-run -a -s "-screen 0 1024x768x24" env TVEJECT_IN_XVFB=1 bash "$0" "$@"
-fi
+source "$(dirname "$0")/lib.sh"
+in_xvfb "$@"
 
 PORTABLE=build/windows/portable
 PLANTED=build/windows/planted
-CAPTION="Tarvel USB Eject v2.0.12"
-passed=0
-failed=0
-check() {
-  if [ "$2" = ok ]; then passed=$((passed + 1)); echo "PASS $1"; else failed=$((failed + 1)); echo "FAIL $1: $2"; fi
-}
 
 # ---- Imports: nothing a program's own folder could stand in for.
 known="advapi32 clbcatq combase comdlg32 coml2 difxapi gdi32 gdiplus imagehlp imm32 kernel32 msctf
@@ -40,27 +30,15 @@ for exe in TvEject/TvEject TvEject/TvDiskEjector TvAppsClose/TvAppsClose; do
   check "imports-$(basename "$exe")" "${why:-ok}"
 done
 
-if [ ! -f "$PLANTED/winmm.dll" ] || [ ! -f "$PLANTED/planted_program.exe" ]; then
-  echo "missing $PLANTED: build the windows preset first"
-  echo "$passed passed, $((failed + 1)) failed"
-  exit 1
-fi
-wine_env || { echo "no Wine prefix"; echo "$passed passed, $((failed + 1)) failed"; exit 1; }
+need "$PLANTED/winmm.dll" "$PLANTED/planted_program.exe"
+wine_up
 # Native first, as Windows looks for a library that is not a known one: the program's folder
 # before the system's.
 export WINEDLLOVERRIDES="$WINEDLLOVERRIDES;winmm=n,b"
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tveject-planted.XXXXXX") || exit 1
-cleanup() { "$WINESERVER" -k 2>/dev/null; rm -rf "$work"; }
+cleanup() { wine_down; rm -rf "$work"; }
 trap cleanup EXIT
-winpath() { printf 'Z:%s' "$(realpath -m "$1" | tr / '\\')"; }
-wait_for() {  # wait_for SECONDS COMMAND...
-  local limit=$(( $(date +%s) + $1 )); shift
-  until "$@"; do
-    [ "$(date +%s)" -ge "$limit" ] && return 1
-    sleep 0.2
-  done
-}
 export TVEJECT_PLANTED_MARK
 TVEJECT_PLANTED_MARK=$(winpath "$work/marks.txt")
 marks() { cat "$work/marks.txt" 2>/dev/null | tr -d '\r'; }
@@ -85,15 +63,7 @@ TVEJECT_LOG=$(winpath "$work/ejector.log")
 "$WINE" "$work/Temp/Copy/TvDiskEjector.exe" /from "$(winpath "$work/Stick/TvEject/TvDiskEjector.exe")" \
   /wait 4000000 >/dev/null 2>&1 &
 why=""
-find_box() { wid=$(xdotool search --onlyvisible --name "^${CAPTION}\$" 2>/dev/null | head -1); [ -n "$wid" ]; }
-if wait_for 90 find_box; then
-  sleep 1
-  import -window root build/artifacts/wine-planted-ejector.png 2>/dev/null
-  timeout 10 xdotool windowactivate --sync "$wid" >/dev/null 2>&1
-  xdotool key Return
-else
-  why="$why no box appeared;"
-fi
+answer_box "$ARTIFACTS/wine-planted-ejector.png" Return "" 90 || why="$why $WHY;"
 wait_for 30 grep -q 'Finished' "$work/ejector.log" || why="$why the copy did not finish;"
 wait_for 40 sh -c "! test -e '$work/Temp/Copy/TvDiskEjector.exe'" ||
   why="$why the copy was not deleted;"
@@ -118,5 +88,4 @@ else
   echo "SKIP planted-ping-not-run: Wine's command processor runs no ping.exe from its working folder inside a loop"
 fi
 
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+finish
