@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "base/debug_log.h"
 #include "os/codepage.h"
+#include "support/log_capture.h"
 #include "text/encoding.h"
 
 namespace {
@@ -85,15 +85,13 @@ TEST(Utf8, BitHelpers) {
   EXPECT_TRUE(mUTF8::IsBitSet(0x80000000u, 31));
   EXPECT_FALSE(mUTF8::IsBitSet(0x7FFFFFFFu, 31));
 
-  std::vector<std::u16string> lines;
-  base::ScopedLogSink sink([&](std::u16string_view line) { lines.emplace_back(line); });
+  testing_support::LogCapture log;
   EXPECT_EQ(mUTF8::SetLongBit(7, 32, true), 0u);
   EXPECT_FALSE(mUTF8::IsBitSet(7, -1));
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0],
-            u"Erreur 5 (Invalid procedure call or argument) dans Function mUTF8.SetLongBit");
-  EXPECT_EQ(lines[1],
-            u"Erreur 5 (Invalid procedure call or argument) dans Function mUTF8.IsBitSet");
+  EXPECT_EQ(log.lines,
+            (std::vector<std::u16string>{
+                u"Erreur 5 (Invalid procedure call or argument) dans Function mUTF8.SetLongBit",
+                u"Erreur 5 (Invalid procedure call or argument) dans Function mUTF8.IsBitSet"}));
 }
 
 TEST(Utf8, DecodeAndEncodeModes) {
