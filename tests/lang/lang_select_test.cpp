@@ -18,24 +18,16 @@ TEST(LCIDtoISO, FindsTheCodeOfAnIdentifier) {
     const char16_t* id;
     const char16_t* code;
   } rows[] = {
-      {u"0c0c", u"fr-CA"},
-      {u"0C0C", u"fr-CA"},  // identifiers compare without regard to case
-      {u"040C", u"fr-FR"},
-      {u"c0c", u"fr-CA"},  // short identifiers are padded with zeros
-      {u"409", u"en-US"},
-      {u"7", u""},              // "0007" is no identifier
-      {u"81a", u"sr-Latn-CS"},  // the first of the two 081a rows
-      {u"041c", u"sq-AL"},      // first row of the catalogue
-      {u"046A", u"yo-NG"},      // last row
-      {u"0484", u"gsw-FR"},
-      {u"040a", u"es-ES_tradnl"},
-      {u"0c0a", u"es-ES"},
-      {u"10407", u"de-DE"},  // only the last four characters count
-      {u"", u""},
-      {u"0000", u""},
-      {u"1000", u""},  // a custom locale has no row
-      {u"0436", u""},
-      {u"thai", u"th-TH"},  // the search runs over whole rows, English names included
+      // Identifiers compare without regard to case; short ones are padded with zeros, and only
+      // the last four characters of a long one count. 081a has two rows: the first answers. A
+      // custom locale (1000) has no row. The search runs over whole rows, English names too.
+      // clang-format off
+      {u"0c0c", u"fr-CA"}, {u"0C0C", u"fr-CA"}, {u"040C", u"fr-FR"}, {u"c0c", u"fr-CA"},
+      {u"409", u"en-US"}, {u"7", u""}, {u"81a", u"sr-Latn-CS"}, {u"041c", u"sq-AL"},
+      {u"046A", u"yo-NG"}, {u"0484", u"gsw-FR"}, {u"040a", u"es-ES_tradnl"}, {u"0c0a", u"es-ES"},
+      {u"10407", u"de-DE"}, {u"", u""}, {u"0000", u""}, {u"1000", u""}, {u"0436", u""},
+      {u"thai", u"th-TH"},
+      // clang-format on
   };
   for (const auto& row : rows) {
     EXPECT_EQ(mLang::LCIDtoISO(row.id), row.code) << base::Narrow(row.id);
