@@ -7,20 +7,23 @@
 #include <vector>
 
 #include "base/debug_log.h"
+#include "support/log_capture.h"
 
 namespace {
 
 using base::TrapSite;
 
-struct LogCapture {
-  std::vector<std::u16string> lines;
-  base::ScopedLogSink sink{[this](std::u16string_view l) { lines.emplace_back(l); }};
-};
+using testing_support::LogCapture;
 
-TEST(DebugLog, RecordsNothingWithoutSinkAndSurvivesAThrowingSink) {
-  DebugLog(u"nobody listens");  // must simply return
-  base::ScopedLogSink sink([](std::u16string_view) { throw std::runtime_error("sink broke"); });
-  DebugLog(u"still fine");
+TEST(DebugLog, ASinkThatThrowsIsSurvivedAndTheLastOneIsPutBack) {
+  DebugLog(u"nobody listens");
+  LogCapture log;
+  {
+    base::ScopedLogSink sink([](std::u16string_view) { throw std::runtime_error("sink broke"); });
+    DebugLog(u"still fine");
+  }
+  DebugLog(u"after");
+  EXPECT_EQ(log.lines, std::vector<std::u16string>{u"after"});
 }
 
 TEST(Trap, LogLineFormsAreExact) {
@@ -65,10 +68,7 @@ TEST(Trap, ReturnsNeutralValueAndLogsTheMappedError) {
     ASSERT_EQ(log.lines.size(), 1u);
     EXPECT_EQ(log.lines[0], row.line);
   }
-}
-
-TEST(Trap, SuccessfulBodyLogsNothing) {
-  LogCapture log;
+  LogCapture log;  // a body that succeeds answers its value and logs nothing
   EXPECT_EQ(base::Trap(base::InFunction(u"m.F"), 0, [] { return 7; }), 7);
   EXPECT_TRUE(base::Trap(base::InSub(u"m.S"), [] {}));
   EXPECT_TRUE(log.lines.empty());
@@ -81,6 +81,7 @@ TEST(Trap, CheckedArithmeticRaisesOverflow) {
   EXPECT_THROW(base::CheckedAdd(INT32_MAX, 1), base::RuntimeError);
   try {
     base::CheckedSub(-2147483647 - 1, 10);
+    ADD_FAILURE() << "no overflow";
   } catch (const base::RuntimeError& e) {
     EXPECT_EQ(e.Number(), 6);
   }

@@ -69,23 +69,12 @@ std::string RandomText(std::mt19937& random, int broken_percent) {
   static const char* const kValid[] = {
       "\xC3\xA9",     "\xD0\xB6",     "\xDF\xBF",         "\xE2\x82\xAC",     "\xEF\xBF\xBF",
       "\xE0\xA0\x80", "\xED\x9F\xBF", "\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF", "\xF0\x90\x80\x80"};
-  static const char* const kBroken[] = {"\x80",
-                                        "\xBF",
-                                        "\xC3",
-                                        "\xC0\xAF",
-                                        "\xC1\xBF",
-                                        "\xE0\x80\x80",
-                                        "\xE0\x9F\xBF",
-                                        "\xED\xA0\x80",
-                                        "\xF0\x8F\xBF\xBF",
-                                        "\xF4\x90\x80\x80",
-                                        "\xF5\x80\x80\x80",
-                                        "\xF8\x88\x80\x80\x80",
-                                        "\xFC\x84\x80\x80\x80\x80",
-                                        "\xFE",
-                                        "\xFF",
-                                        "\xE2\x82",
-                                        "\xF0\x9F\x98"};
+  // clang-format off
+  static const char* const kBroken[] = {
+      "\x80", "\xBF", "\xC3", "\xC0\xAF", "\xC1\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF", "\xED\xA0\x80",
+      "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF8\x88\x80\x80\x80",
+      "\xFC\x84\x80\x80\x80\x80", "\xFE", "\xFF", "\xE2\x82", "\xF0\x9F\x98"};
+  // clang-format on
   std::string text;
   const int pieces = static_cast<int>(random() % 12);
   for (int i = 0; i < pieces; ++i) {

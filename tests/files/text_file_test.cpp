@@ -6,28 +6,19 @@
 #include <string>
 #include <vector>
 
-#include "base/debug_log.h"
 #include "base/text.h"
 #include "os/fault.h"
 #include "os/files.h"
 #include "os/process.h"
+#include "support/log_capture.h"
 #include "support/temp_dir.h"
 
 namespace {
 
 using mStringTools::SaveFile;
+using testing_support::LogCapture;
 using testing_support::TempDir;
 namespace fs = std::filesystem;
-
-struct LogCapture {
-  std::vector<std::u16string> lines;
-  base::ScopedLogSink sink{[this](std::u16string_view l) { lines.emplace_back(l); }};
-  bool Has(std::u16string_view prefix) const {
-    for (const auto& l : lines)
-      if (l.rfind(prefix, 0) == 0) return true;
-    return false;
-  }
-};
 
 std::vector<std::string> Listing(const TempDir& dir) {
   std::vector<std::string> names;
@@ -326,6 +317,8 @@ TEST(SaveFile, RawBytesAreWrittenAndReadUnchanged) {
                    "b",
                    5)},
       {"caf\xE9", true, 2, "caf\xC3\xA9"},  // as text: decoded as a file's bytes are
+      {"ab", true, 1, std::string("a\0b\0", 4)},
+      {"abc", true, 0, "abc"},
       {"", false, 0, ""},
   };
   for (const auto& row : rows) {
@@ -432,7 +425,12 @@ TEST(LoadTextFile, DetectsAndReportsTheEncoding) {
     EXPECT_EQ(mGlobal::LoadTextFile(path, true, encoding, with_bom, changed), row.text);
     EXPECT_EQ(encoding, row.encoding) << row.bytes;
   }
+  // A part of the file from an offset; nothing from a missing one.
   TempDir dir;
+  std::string part;
+  EXPECT_EQ(mGlobal::LoadFile(dir.Write(u"t.txt", "plain"), part, 1, 1), 1);
+  EXPECT_EQ(part, "l");
+  EXPECT_EQ(mGlobal::LoadFile(dir.u16(u"missing.txt"), part), 0);
   EXPECT_EQ(mGlobal::LoadTextFile(dir.u16(u"missing.txt")), u"");
 }
 

@@ -8,11 +8,11 @@
 #include <memory>
 #include <string>
 
-#include "base/debug_log.h"
 #include "base/text.h"
 #include "lang/lang.h"
 #include "lang/lang_select.h"
 #include "os/fault.h"
+#include "support/log_capture.h"
 #include "support/scoped_env.h"
 #include "support/temp_dir.h"
 #include "sys/config.h"
@@ -72,47 +72,26 @@ TEST_F(LanguageStartup, ChoosesByConfigurationThenFilesThenFallbacks) {
     std::u16string code;
     std::u16string file;
   } rows[] = {
-      {"UserLanguage found by exact name",
-       "<UserLanguage>de</UserLanguage>",
-       {{u"TvEject_a.xml", kEnglish}, {u"TvEject_b.xml", kGerman}},
-       u"de",
-       u"TvEject_b.xml"},
-      {"Language with its file",
-       "<Language file=\"TvEject_x.xml\">de</Language>",
-       {{u"TvEject_x.xml", kGerman}},
-       u"de",
-       u"TvEject_x.xml"},
-      {"Language whose file is missing is searched for",
-       "<Language file=\"gone.xml\">de</Language>",
-       {{u"TvEject_y.xml", kGerman}},
-       u"de",
-       u"TvEject_y.xml"},
+      // clang-format off
+      {"UserLanguage found by exact name", "<UserLanguage>de</UserLanguage>",
+       {{u"TvEject_a.xml", kEnglish}, {u"TvEject_b.xml", kGerman}}, u"de", u"TvEject_b.xml"},
+      {"Language with its file", "<Language file=\"TvEject_x.xml\">de</Language>",
+       {{u"TvEject_x.xml", kGerman}}, u"de", u"TvEject_x.xml"},
+      {"Language whose file is missing is searched for", "<Language file=\"gone.xml\">de</Language>",
+       {{u"TvEject_y.xml", kGerman}}, u"de", u"TvEject_y.xml"},
       {"two letters as the fallback, an exact name in a later file wins",
        "<UserLanguage>fr</UserLanguage>",
-       {{u"TvEject_1.xml", kFrenchFrance}, {u"TvEject_2.xml", kFrench}},
-       u"fr",
-       u"TvEject_2.xml"},
-      {"two letters alone",
-       "<UserLanguage>fr</UserLanguage>",
-       {{u"TvEject_1.xml", kFrenchFrance}},
-       u"fr",
-       u"TvEject_1.xml"},
-      {"nothing for the code: English's file",
-       "<UserLanguage>sv</UserLanguage>",
-       {{u"TvEject_en.xml", kEnglish}},
-       u"sv",
-       u"TvEject_en.xml"},
-      {"then French's",
-       "<UserLanguage>sv</UserLanguage>",
-       {{u"TvEject_fr.xml", kFrench}},
-       u"sv",
-       u"TvEject_fr.xml"},
+       {{u"TvEject_1.xml", kFrenchFrance}, {u"TvEject_2.xml", kFrench}}, u"fr", u"TvEject_2.xml"},
+      {"two letters alone", "<UserLanguage>fr</UserLanguage>",
+       {{u"TvEject_1.xml", kFrenchFrance}}, u"fr", u"TvEject_1.xml"},
+      {"nothing for the code: English's file", "<UserLanguage>sv</UserLanguage>",
+       {{u"TvEject_en.xml", kEnglish}}, u"sv", u"TvEject_en.xml"},
+      {"then French's", "<UserLanguage>sv</UserLanguage>",
+       {{u"TvEject_fr.xml", kFrench}}, u"sv", u"TvEject_fr.xml"},
       {"then the default name", "<UserLanguage>sv</UserLanguage>", {}, u"sv", u"TvEject_lng.xml"},
-      {"a file of another program is not a language file",
-       "<UserLanguage>de</UserLanguage>",
-       {{u"TvEject_z.xml", "<TarvelUSBEject><de/></TarvelUSBEject>"}},
-       u"de",
-       u"TvEject_lng.xml"},
+      {"a file of another program is not a language file", "<UserLanguage>de</UserLanguage>",
+       {{u"TvEject_z.xml", "<TarvelUSBEject><de/></TarvelUSBEject>"}}, u"de", u"TvEject_lng.xml"},
+      // clang-format on
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
@@ -257,12 +236,12 @@ TEST(LangWithoutNodes, MembersAnswerNeutralValues) {
     };
     int failures = 0;
     for (const Row& row : rows) {
-      std::vector<std::u16string> log;
-      base::ScopedLogSink sink([&](std::u16string_view line) { log.emplace_back(line); });
+      testing_support::LogCapture log;
       const std::u16string result = row.call();
-      if (!result.empty() || log != (row.log.empty() ? decltype(log){} : decltype(log){row.log})) {
+      if (!result.empty() ||
+          log.lines != (row.log.empty() ? std::vector<std::u16string>{} : std::vector{row.log})) {
         std::fprintf(stderr, "%s: \"%s\", %zu lines\n", row.what, base::Narrow(result).c_str(),
-                     log.size());
+                     log.lines.size());
         ++failures;
       }
     }

@@ -2,30 +2,17 @@
 //   msgbox_demo --out FILE [--flags N] [--title TEXT] [--text TEXT]
 // The end-to-end scenarios drive it under Wine in Xvfb; on Linux it shows the box the way the
 // POSIX side would (dialog, terminal or none).
-#ifdef _WIN32
-#include <windows.h>
-
-#include <shellapi.h>
-#endif
-
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "base/text.h"
+#include "os/program_env.h"
 #include "text/msgbox.h"
 
-int main(int argc, char** argv) {
-  std::vector<std::u16string> args;
-#ifdef _WIN32
-  int count = 0;
-  LPWSTR* w = ::CommandLineToArgvW(::GetCommandLineW(), &count);
-  for (int i = 1; i < count; ++i) args.emplace_back(reinterpret_cast<const char16_t*>(w[i]));
-  ::LocalFree(w);
-#else
-  for (int i = 1; i < argc; ++i) args.push_back(base::Widen(argv[i]));
-#endif
+int main() {
+  const std::vector<std::u16string> args = os::ProgramArguments();
   std::u16string out, title, text = u"Message box test";
   int flags = 0;
   for (std::size_t i = 0; i + 1 < args.size(); i += 2) {

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "base/debug_log.h"
 #include "os/codepage.h"
+#include "support/log_capture.h"
 
 namespace {
 
@@ -82,8 +82,7 @@ TEST(Encoding, EncodingNames) {
 }
 
 TEST(Encoding, CodePageConversions) {
-  std::vector<std::u16string> lines;
-  base::ScopedLogSink sink([&](std::u16string_view line) { lines.emplace_back(line); });
+  testing_support::LogCapture log;
   EXPECT_EQ(mStringTools::StrCodePageToUnicode("", 1252), u"");
   EXPECT_EQ(mStringTools::StrCodePageToUnicode("caf\xC3\xA9", 65001), u"caf\u00E9");
   EXPECT_EQ(mStringTools::StrCodePageToUnicode("\x93quoted\x94", 1252), u"\u201Cquoted\u201D");
@@ -93,7 +92,7 @@ TEST(Encoding, CodePageConversions) {
   EXPECT_EQ(mStringTools::StrUnicodeToCodePage(u"a\u4E00\u0100\u20AC", 1252), "a?A\x80");
   EXPECT_EQ(mStringTools::StrUnicodeToCodePage(std::u16string(u"ab\0c", 4), 1252), "ab");
   EXPECT_EQ(mStringTools::StrUnicodeToCodePage(u"abc", 12345), "");
-  EXPECT_TRUE(lines.empty()) << "a refused conversion is not reported";
+  EXPECT_TRUE(log.lines.empty()) << "a refused conversion is not reported";
 }
 
 TEST(Encoding, RawBytesAndAnsiBytes) {

@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "base/debug_log.h"
 #include "os/codepage.h"
 #include "text/encoding.h"
 
@@ -53,47 +52,6 @@ TEST(Utf8, IsUTF8FindsTheFirstBadByteBehindLongAsciiRuns) {
     bytes[at] = 'b';
     EXPECT_TRUE(mUTF8::IsUTF8(bytes)) << at;
   }
-}
-
-TEST(Utf8, BitHelpers) {
-  std::int32_t count = -1;
-  EXPECT_EQ(mUTF8::ReadByteBits(0xC3, 0xE0, count), 6);
-  EXPECT_EQ(count, 3);
-  EXPECT_EQ(mUTF8::ReadByteBits(0xA5, 0x00, count), 0);
-  EXPECT_EQ(count, 0);
-  EXPECT_EQ(mUTF8::ReadByteBits(0xA5, 0xFF, count), 0xA5);
-  EXPECT_EQ(count, 8);
-  EXPECT_EQ(mUTF8::ReadByteBits(0b10110100, 0b01010101, count), 0b0110);
-
-  struct Row {
-    std::uint32_t value, mask, bits;
-  } rows[] = {
-      {0x12345678, 0x0000FF00, 0x56},
-      {0x12345678, 0xFFFFFFFF, 0x12345678},
-      {0x12345678, 0xF000000F, 0x18},  // low nibble 8, then high nibble 1
-      {0xFFFFFFFF, 0x80000001, 0x3},
-      {0x13160000, 0x3F300000, 0x4D},  // "TW" of a Base64 group: "M"
-      {0xA5A5A5A5, 0x0F0F0F0F, 0x5555},
-  };
-  for (const Row& row : rows) {
-    EXPECT_EQ(mUTF8::ReadLongBits(row.value, row.mask), row.bits) << std::hex << row.mask;
-    EXPECT_EQ(mUTF8::WriteLongBits(row.bits, row.mask), row.value & row.mask)
-        << std::hex << row.mask;
-  }
-  EXPECT_EQ(mUTF8::SetLongBit(0, 31, true), 0x80000000u);
-  EXPECT_EQ(mUTF8::SetLongBit(0xFF, 0, false), 0xFEu);
-  EXPECT_TRUE(mUTF8::IsBitSet(0x80000000u, 31));
-  EXPECT_FALSE(mUTF8::IsBitSet(0x7FFFFFFFu, 31));
-
-  std::vector<std::u16string> lines;
-  base::ScopedLogSink sink([&](std::u16string_view line) { lines.emplace_back(line); });
-  EXPECT_EQ(mUTF8::SetLongBit(7, 32, true), 0u);
-  EXPECT_FALSE(mUTF8::IsBitSet(7, -1));
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0],
-            u"Erreur 5 (Invalid procedure call or argument) dans Function mUTF8.SetLongBit");
-  EXPECT_EQ(lines[1],
-            u"Erreur 5 (Invalid procedure call or argument) dans Function mUTF8.IsBitSet");
 }
 
 TEST(Utf8, DecodeAndEncodeModes) {
