@@ -120,9 +120,6 @@ enum : std::uint32_t {
 // none can be found (last error set). path need not exist: its nearest existing folder counts.
 std::u16string GetVolumePathNameW(std::u16string_view path);
 
-// GetDriveTypeW of a volume root (kDriveFixed ...).
-std::uint32_t GetDriveTypeW(std::u16string_view root);
-
 // What kind of disk a volume sits on. Windows numbers disks, floppies and optical drives
 // separately (STORAGE_DEVICE_NUMBER is unique only within a class): a number means nothing
 // without its class.

@@ -69,8 +69,8 @@ bool SetFileAttributesW(const char16_t* path, std::uint32_t attributes);
 // file cannot be opened.
 std::u16string VolumeIdentity(std::u16string_view path);
 
-// DeleteFileW: fails with 5 for a read-only file or a folder, 32 while the file is open without
-// delete sharing.
+// DeleteFileW: fails with 5 for a read-only file or a folder (32 on Windows while the file is
+// open without delete sharing).
 bool DeleteFileW(const char16_t* path);
 // MoveFileW: renames a file or folder; never replaces an existing destination (183).
 bool MoveFileW(const char16_t* source, const char16_t* destination);
@@ -90,22 +90,19 @@ enum : std::uint32_t {
   kGenericWrite = 0x40000000,
   kFileShareRead = 0x1,
   kFileShareWrite = 0x2,
-  kFileShareDelete = 0x4,
   kCreateNew = 1,
   kCreateAlways = 2,
   kOpenExisting = 3,
   kOpenAlways = 4,
-  kTruncateExisting = 5,
   kFileFlagRandomAccess = 0x10000000,
   kFileBegin = 0,
-  kFileCurrent = 1,
   kFileEnd = 2,
   kInvalidSetFilePointer = 0xFFFFFFFF,
 };
 
 // CreateFileW: opens or creates a file with the given access, sharing and disposition. A
 // device path "\\.\X:" with access 0 opens the volume's device for DeviceIoControl. Returns
-// kInvalidHandle on failure (32 when another opener's sharing forbids it).
+// kInvalidHandle on failure (32 on Windows when another opener's sharing forbids it).
 Handle CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t share,
                    std::uint32_t disposition, std::uint32_t flags_and_attributes);
 // ReadFile / WriteFile: synchronous, the count done written to *done.
@@ -125,7 +122,6 @@ bool FlushFileBuffers(Handle file);
 // keep their own metadata journal, so there it does nothing and answers true.
 bool FlushFolder(const char16_t* path);
 // CloseHandle for a file or device handle from CreateFileW.
-// Note: process handles are closed with CloseHandle of os/process.h.
 bool CloseFile(Handle file);
 
 // A committed read-write memory block (VirtualAlloc with MEM_COMMIT and PAGE_READWRITE), null on

@@ -40,18 +40,10 @@ struct ShellExecuteInfo {
 // ShellExecuteExW. Returns the platform's success flag.
 bool ShellExecuteExW(ShellExecuteInfo& info);
 
-// The arguments a program started with these parameters receives, split by the Windows rules
-// (CommandLineToArgvW): blanks separate, quotes group, 2n backslashes before a quote give n and
-// the quote groups, 2n+1 give n and a literal quote, other backslashes stay as they are.
-std::vector<std::u16string> SplitCommandLine(std::u16string_view parameters);
-
 inline constexpr std::uint32_t kStillActive = 259;
 
 // GetExitCodeProcess: kStillActive while the process runs, its exit code once it ended.
 bool GetExitCodeProcess(Handle process, std::uint32_t* exit_code);
-
-// CloseHandle for a process handle.
-bool CloseHandle(Handle handle);
 
 // One pass of the thread's message loop (PeekMessage / DispatchMessage until empty).
 void PumpMessages();

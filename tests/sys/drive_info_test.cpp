@@ -6,6 +6,7 @@
 
 #include "os/codepage.h"
 #include "os/fault.h"
+#include "support/ansi.h"
 
 namespace {
 
@@ -142,7 +143,7 @@ TEST(DriveInfo, DeviceTexts) {
     EXPECT_EQ(revision, row.revision) << row.label;
     EXPECT_EQ(serial_number, row.serial_number) << row.label;
   }
-  if (os::GetACP() == 1252) {
+  if (testing_support::AnsiIs1252()) {
     const std::uint32_t offsets[4] = {40, 0, 0, 0};
     const std::string texts[4] = {"Caf\xE9 \x80", "", "", ""};
     std::u16string vendor, product, revision, serial_number;

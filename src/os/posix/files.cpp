@@ -287,7 +287,6 @@ bool DeleteFileW(const char16_t* path) {
   if (S_ISDIR(st.st_mode) || (S_ISREG(st.st_mode) && !(st.st_mode & S_IWUSR))) {
     return Fail(kErrorAccessDenied);
   }
-  if (posix::DeleteConflict(st.st_dev, st.st_ino)) return Fail(kErrorSharingViolation);
   if (unlink(p.c_str()) != 0) {
     SetErrorFor(p);
     return false;
@@ -305,7 +304,6 @@ bool MoveFileW(const char16_t* source, const char16_t* destination) {
     SetErrorFor(from);
     return false;
   }
-  if (posix::DeleteConflict(st.st_dev, st.st_ino)) return Fail(kErrorSharingViolation);
   if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
     return true;
   }
@@ -403,10 +401,9 @@ Handle CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t sha
     auto device = std::make_shared<posix::OpenFile>();
     if (!posix::VolumeBlockDevice(letter, &device->sysfs)) return kInvalidHandle;
     device->access = access;
-    device->share = share;
     return posix::AddOpenFile(std::move(device));
   }
-  if (disposition < kCreateNew || disposition > kTruncateExisting) {
+  if (disposition < kCreateNew || disposition > kOpenAlways) {
     Fail(kErrorInvalidParameter);
     return kInvalidHandle;
   }
@@ -425,16 +422,12 @@ Handle CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t sha
       Fail(kErrorFileExists);
       return kInvalidHandle;
     }
-    const bool truncates = disposition == kCreateAlways || disposition == kTruncateExisting;
+    const bool truncates = disposition == kCreateAlways;
     if ((writes || truncates) && ReadOnly(st)) {
       Fail(kErrorAccessDenied);
       return kInvalidHandle;
     }
-    if (posix::SharingConflict(st.st_dev, st.st_ino, access, share)) {
-      Fail(kErrorSharingViolation);
-      return kInvalidHandle;
-    }
-  } else if (disposition == kOpenExisting || disposition == kTruncateExisting) {
+  } else if (disposition == kOpenExisting) {
     errno = ENOENT;
     SetErrorFor(p);
     return kInvalidHandle;
@@ -457,19 +450,14 @@ Handle CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t sha
     SetErrorFor(p);
     return kInvalidHandle;
   }
-  if (existed && (disposition == kCreateAlways || disposition == kTruncateExisting) &&
-      ftruncate(fd, 0) != 0) {
+  if (existed && (disposition == kCreateAlways) && ftruncate(fd, 0) != 0) {
     posix::SetLastErrorFromErrno();
     close(fd);
     return kInvalidHandle;
   }
   auto file = std::make_shared<posix::OpenFile>();
-  fstat(fd, &st);
   file->fd = fd;
-  file->device = st.st_dev;
-  file->inode = st.st_ino;
   file->access = access;
-  file->share = share;
   Handle h = posix::AddOpenFile(std::move(file));
   // CREATE_ALWAYS and OPEN_ALWAYS tell the caller that the file was already there.
   SetLastError(existed && (disposition == kCreateAlways || disposition == kOpenAlways)
@@ -549,7 +537,7 @@ std::uint32_t SetFilePointer(Handle file, std::int32_t distance, std::int32_t* d
     Fail(kErrorInvalidParameter);
     return kInvalidSetFilePointer;
   }
-  const int whence = method == kFileBegin ? SEEK_SET : method == kFileCurrent ? SEEK_CUR : SEEK_END;
+  const int whence = method == kFileBegin ? SEEK_SET : method == kFileEnd ? SEEK_END : SEEK_CUR;
   off_t at = lseek(f->fd, 0, SEEK_CUR);
   if (whence == SEEK_END) {
     struct stat st;

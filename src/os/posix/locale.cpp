@@ -144,8 +144,8 @@ std::u16string GetLocaleInfoW(std::uint32_t locale, std::uint32_t type) {
     return std::u16string();
   }
   std::vector<CatalogueRow> rows = mLang::CatalogueRows();
-  // There is no separate system locale: both defaults are the user's environment.
-  if (locale == kLocaleUserDefault || locale == kLocaleSystemDefault) {
+  // The user's default is the environment's locale.
+  if (locale == kLocaleUserDefault) {
     Locale user = ParseLocaleName(UserLocaleName());
     return Answer(FindRow(rows, user), user, type);
   }

@@ -179,7 +179,7 @@ std::intptr_t Start(const char16_t* verb, const char16_t* file, const char16_t* 
   if (S_ISREG(st.st_mode) && access(path.c_str(), X_OK) == 0) {
     argv.push_back(path);
     if (parameters) {
-      for (const std::u16string& arg : SplitCommandLine(parameters)) {
+      for (const std::u16string& arg : posix::SplitCommandLine(parameters)) {
         argv.push_back(base::Narrow(arg));
       }
     }
@@ -215,7 +215,7 @@ std::intptr_t Start(const char16_t* verb, const char16_t* file, const char16_t* 
 
 }  // namespace
 
-std::vector<std::u16string> SplitCommandLine(std::u16string_view line) {
+std::vector<std::u16string> posix::SplitCommandLine(std::u16string_view line) {
   std::vector<std::u16string> args;
   std::u16string current;
   bool in_argument = false;
@@ -291,15 +291,6 @@ bool GetExitCodeProcess(Handle process, std::uint32_t* exit_code) {
     *exit_code = child->exit_code;
   }
   fault::Notify(fault::Event::kExitCodeRead, *exit_code);
-  return true;
-}
-
-bool CloseHandle(Handle handle) {
-  std::lock_guard<std::mutex> lock(table_mutex);
-  if (table.erase(handle) == 0) {
-    SetLastError(kErrorInvalidHandle);
-    return false;
-  }
   return true;
 }
 

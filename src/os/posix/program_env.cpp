@@ -69,6 +69,9 @@ std::u16string GetEnvironmentVariableW(const char16_t* name) {
   return value ? base::Widen(value) : std::u16string();
 }
 
+namespace {
+
+// The user's temporary folder, with a trailing separator.
 std::u16string GetTempPathW() {
   // As GetTempPathW takes TMP or TEMP, the POSIX convention is TMPDIR; a value that names no
   // folder is passed over rather than handed back.
@@ -78,6 +81,8 @@ std::u16string GetTempPathW() {
   if (folder.back() != '/') folder += '/';
   return base::Widen(folder);
 }
+
+}  // namespace
 
 std::vector<std::u16string> ScratchFolders() {
   std::vector<std::string> candidates;
@@ -133,15 +138,6 @@ PathFacts GetPathFacts(std::u16string_view path) {
       (st.st_mode & S_IWOTH) || ((st.st_mode & S_IWGRP) && st.st_gid != getegid());
   facts.others_may_move = facts.folder && others_write && !(st.st_mode & S_ISVTX);
   return facts;
-}
-
-std::u16string GetCurrentDirectoryW() {
-  char buf[PATH_MAX + 1];
-  if (!getcwd(buf, sizeof buf)) {
-    posix::SetLastErrorFromErrno();
-    return std::u16string();
-  }
-  return base::Widen(buf);
 }
 
 bool SetCurrentDirectoryW(const char16_t* path) {

@@ -254,11 +254,6 @@ std::u16string GetVolumePathNameW(std::u16string_view path) {
   return RootText(table[i].mount_point);
 }
 
-std::uint32_t GetDriveTypeW(std::u16string_view root) {
-  StorageDevice device;
-  return QueryStorageDevice(root, &device) ? device.drive_type : kDriveNoRootDir;
-}
-
 bool QueryStorageDevice(std::u16string_view root, StorageDevice* out) {
   StorageDevice d;
   d.root = std::u16string(root);

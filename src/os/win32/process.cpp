@@ -37,22 +37,6 @@ void InitializeComForShell() {
 
 }  // namespace
 
-std::vector<std::u16string> SplitCommandLine(std::u16string_view line) {
-  std::vector<std::u16string> args;
-  // CommandLineToArgvW reads the first word as the program name, by rules of its own; a
-  // placeholder name keeps every real argument under the argument rules.
-  std::wstring text = L"x ";
-  text.append(reinterpret_cast<const wchar_t*>(line.data()), line.size());
-  int count = 0;
-  LPWSTR* argv = ::CommandLineToArgvW(text.c_str(), &count);
-  if (argv == nullptr) return args;
-  for (int i = 1; i < count; ++i) {
-    args.emplace_back(reinterpret_cast<const char16_t*>(argv[i]));
-  }
-  ::LocalFree(argv);
-  return args;
-}
-
 std::intptr_t ShellExecuteW(Handle owner, const char16_t* verb, const char16_t* file,
                             const char16_t* parameters, const char16_t* directory,
                             int show_command) {
@@ -98,10 +82,6 @@ bool GetExitCodeProcess(Handle process, std::uint32_t* exit_code) {
   *exit_code = code;
   fault::Notify(fault::Event::kExitCodeRead, code);
   return true;
-}
-
-bool CloseHandle(Handle handle) {
-  return ::CloseHandle(reinterpret_cast<HANDLE>(handle)) != FALSE;
 }
 
 void PumpMessages() {

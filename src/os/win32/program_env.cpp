@@ -101,9 +101,13 @@ std::u16string GetEnvironmentVariableW(const char16_t* name) {
       [&](DWORD size, wchar_t* buf) { return ::GetEnvironmentVariableW(W(name), buf, size); });
 }
 
+namespace {
+
 std::u16string GetTempPathW() {
   return GrowingBuffer([](DWORD size, wchar_t* buf) { return ::GetTempPathW(size, buf); });
 }
+
+}  // namespace
 
 std::vector<std::u16string> ScratchFolders() {
   std::vector<std::wstring> candidates;
@@ -196,10 +200,6 @@ PathFacts GetPathFacts(std::u16string_view path) {
     ::LocalFree(sd);
   }
   return facts;
-}
-
-std::u16string GetCurrentDirectoryW() {
-  return GrowingBuffer([](DWORD size, wchar_t* buf) { return ::GetCurrentDirectoryW(size, buf); });
 }
 
 bool SetCurrentDirectoryW(const char16_t* path) {

@@ -435,9 +435,13 @@ std::u16string GetVolumePathNameW(std::u16string_view path) {
   return Text(buf.c_str());
 }
 
+namespace {
+
 std::uint32_t GetDriveTypeW(std::u16string_view root) {
   return ::GetDriveTypeW(Wide(root).c_str());
 }
+
+}  // namespace
 
 bool QueryStorageDevice(std::u16string_view root, StorageDevice* out) {
   StorageDevice d;
