@@ -68,9 +68,15 @@ std::u16string ModuleFileName();
 // program calls it first. Nothing to do where a program's folder is never searched (POSIX).
 void RestrictLibrarySearch();
 
-// LoadLibraryW / FreeLibrary (the program keeps "shell32.dll" loaded for its run).
-Handle LoadLibraryW(const char16_t* name);
+namespace detail {
 void FreeLibrary(Handle module);
+}  // namespace detail
+
+// A loaded library, freed (FreeLibrary) when it goes.
+using Library = Owned<&detail::FreeLibrary, 0>;
+
+// LoadLibraryW (the program keeps "shell32.dll" loaded for its run).
+Library LoadLibraryW(const char16_t* name);
 
 // InitCommonControlsEx with the structure size and class set given; returns its result.
 bool InitCommonControls(std::uint32_t size, std::uint32_t classes);

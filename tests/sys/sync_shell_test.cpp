@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "os/fault.h"
 #include "os/os.h"
 #include "support/temp_dir.h"
 

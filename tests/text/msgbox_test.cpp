@@ -8,6 +8,7 @@
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
+#include "os/fault.h"
 #include "os/os.h"
 
 #ifndef _WIN32

@@ -7,8 +7,8 @@
 
 #include "base/text.h"
 #include "lang/catalogue.h"
-#include "os/fault.h"
 #include "os/locale.h"
+#include "os/side.h"
 #include "os/types.h"
 
 namespace os {
@@ -137,8 +137,7 @@ std::u16string Answer(const CatalogueRow* row, const Locale& locale, std::uint32
 
 }  // namespace
 
-std::u16string GetLocaleInfoW(std::uint32_t locale, std::uint32_t type) {
-  if (fault::Hit(fault::Op::kLocaleInfo)) return std::u16string();
+std::u16string side::GetLocaleInfoW(std::uint32_t locale, std::uint32_t type) {
   if (type != kLocaleILanguage && type != kLocaleSAbbrevLangName) {
     SetLastError(kErrorInvalidParameter);
     return std::u16string();

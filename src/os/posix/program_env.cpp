@@ -13,9 +13,9 @@
 #include <string>
 
 #include "base/text.h"
-#include "os/fault.h"
 #include "os/posix/native.h"
 #include "os/program_env.h"
+#include "os/side.h"
 #include "os/types.h"
 
 namespace os {
@@ -107,8 +107,7 @@ std::vector<std::u16string> ScratchFolders() {
   return folders;
 }
 
-std::u16string CreatePrivateFolder(std::u16string_view parent, std::u16string_view prefix) {
-  if (fault::Hit(fault::Op::kCreateFolder)) return std::u16string();
+std::u16string side::CreatePrivateFolder(std::u16string_view parent, std::u16string_view prefix) {
   std::string path = posix::NativePath(parent);
   if (!path.empty() && path.back() != '/') path += '/';
   path += posix::NativePath(prefix) + "XXXXXX";
@@ -148,8 +147,7 @@ bool SetCurrentDirectoryW(const char16_t* path) {
   return true;
 }
 
-bool CopyFileW(const char16_t* source, const char16_t* destination, bool fail_if_exists) {
-  if (fault::Hit(fault::Op::kCopyFile)) return false;
+bool side::CopyFileW(const char16_t* source, const char16_t* destination, bool fail_if_exists) {
   Fd in, out;
   in.fd = open(posix::NativePath(source).c_str(), O_RDONLY | O_CLOEXEC);
   struct stat st;

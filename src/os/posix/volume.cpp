@@ -15,11 +15,11 @@
 #include <string>
 
 #include "base/text.h"
-#include "os/fault.h"
 #include "os/posix/file_table.h"
 #include "os/posix/native.h"
 #include "os/posix/paths.h"
 #include "os/posix/storage.h"
+#include "os/side.h"
 #include "os/types.h"
 #include "os/volume.h"
 
@@ -234,11 +234,10 @@ bool VolumeBlockDevice(char16_t letter, std::string* sysfs) {
 
 }  // namespace posix
 
-bool GetVolumeInformationW(const char16_t* root, char16_t* label, std::uint32_t label_size,
-                           std::uint32_t* serial, std::uint32_t* max_component_length,
-                           std::uint32_t* flags, char16_t* file_system,
-                           std::uint32_t file_system_size) {
-  if (fault::Hit(fault::Op::kVolumeInfo)) return false;
+bool side::GetVolumeInformationW(const char16_t* root, char16_t* label, std::uint32_t label_size,
+                                 std::uint32_t* serial, std::uint32_t* max_component_length,
+                                 std::uint32_t* flags, char16_t* file_system,
+                                 std::uint32_t file_system_size) {
   std::string path;
   if (!posix::SystemPath(root ? root : u"", &path)) return false;
   while (path.size() > 1 && path.back() == '/') path.pop_back();
@@ -269,10 +268,9 @@ bool GetVolumeInformationW(const char16_t* root, char16_t* label, std::uint32_t 
   return true;
 }
 
-bool DeviceIoControl(Handle device, std::uint32_t code, const void* in, std::uint32_t in_size,
-                     void* out, std::uint32_t out_size, std::uint32_t* returned) {
+bool side::DeviceIoControl(Handle device, std::uint32_t code, const void* in, std::uint32_t in_size,
+                           void* out, std::uint32_t out_size, std::uint32_t* returned) {
   if (returned) *returned = 0;
-  if (fault::Hit(fault::Op::kDeviceQuery)) return false;
   auto file = posix::FindOpenFile(device);
   if (!file) {
     SetLastError(kErrorInvalidHandle);

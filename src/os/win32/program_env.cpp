@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "os/fault.h"
 #include "os/program_env.h"
+#include "os/side.h"
 #include "os/types.h"
 #include "os/win32/handle.h"
 
@@ -142,8 +142,7 @@ std::vector<std::u16string> ScratchFolders() {
   return folders;
 }
 
-std::u16string CreatePrivateFolder(std::u16string_view parent, std::u16string_view prefix) {
-  if (fault::Hit(fault::Op::kCreateFolder)) return std::u16string();
+std::u16string side::CreatePrivateFolder(std::u16string_view parent, std::u16string_view prefix) {
   // Full control for the user and SYSTEM, nothing inherited from the parent (P): the system's
   // temporary folder lets every user create entries and passes that on to new folders.
   LPWSTR user_text = nullptr;
@@ -206,8 +205,7 @@ bool SetCurrentDirectoryW(const char16_t* path) {
   return ::SetCurrentDirectoryW(W(path)) != 0;
 }
 
-bool CopyFileW(const char16_t* source, const char16_t* destination, bool fail_if_exists) {
-  if (fault::Hit(fault::Op::kCopyFile)) return false;
+bool side::CopyFileW(const char16_t* source, const char16_t* destination, bool fail_if_exists) {
   return ::CopyFileW(W(source), W(destination), fail_if_exists ? TRUE : FALSE) != 0;
 }
 
