@@ -8,9 +8,10 @@
 #include <cstring>
 #include <string>
 
+#include "base/text.h"
+#include "base/utf8.h"
 #include "os/codepage.h"
 #include "os/posix/cp1252.h"
-#include "os/posix/utf8.h"
 #include "os/types.h"
 
 namespace os {
@@ -166,30 +167,7 @@ struct Sink {
 // ---- UTF-8 --------------------------------------------------------------------------------------
 
 void Utf16ToUtf8(const char16_t* s, std::size_t n, Sink<char>& out) {
-  for (std::size_t i = 0; i < n; ++i) {
-    char32_t c = s[i];
-    if (c < 0x80) {
-      out.Put(static_cast<char>(c));
-      continue;
-    }
-    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < n && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF) {
-      c = 0x10000 + ((c - 0xD800) << 10) + (s[i + 1] - 0xDC00);
-      ++i;
-    } else if (c >= 0xD800 && c <= 0xDFFF) {
-      c = 0xFFFD;  // an unpaired surrogate
-    }
-    if (c < 0x800) {
-      out.Put(static_cast<char>(0xC0 | (c >> 6)));
-    } else if (c < 0x10000) {
-      out.Put(static_cast<char>(0xE0 | (c >> 12)));
-      out.Put(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    } else {
-      out.Put(static_cast<char>(0xF0 | (c >> 18)));
-      out.Put(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-      out.Put(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    }
-    out.Put(static_cast<char>(0x80 | (c & 0x3F)));
-  }
+  for (char c : base::Narrow(std::u16string_view(s, n))) out.Put(c);
 }
 
 // ---- iconv -------------------------------------------------------------------------------
@@ -293,8 +271,7 @@ int MultiByteToWideChar(std::uint32_t code_page, const char* source, int source_
 
   std::size_t count = 0;
   if (cp == kCpUtf8) {
-    bool invalid = false;
-    if (!posix::Utf8ToUtf16(s, n, capacity ? target : nullptr, capacity, false, &count, &invalid))
+    if (!base::Utf8ToUtf16(s, n, capacity ? target : nullptr, capacity, &count))
       return Fail(kErrorInsufficientBuffer);
   } else {
     Sink<char16_t> out{target, capacity};
