@@ -251,18 +251,4 @@ struct VolumeHolders {
 // named within a time limit). The caller is never listed.
 VolumeHolders ProcessesUsingVolumes(const std::vector<std::u16string>& roots);
 
-// For tests only: while an object lives, the named disk ("/dev/loop3") counts as removable
-// even though its device does not say so. A loop device never does, and is the only disk a
-// test can make. No effect on Windows.
-class ScopedRemovableDiskForTests {
- public:
-  explicit ScopedRemovableDiskForTests(std::u16string disk);
-  ~ScopedRemovableDiskForTests();
-  ScopedRemovableDiskForTests(const ScopedRemovableDiskForTests&) = delete;
-  ScopedRemovableDiskForTests& operator=(const ScopedRemovableDiskForTests&) = delete;
-
- private:
-  std::u16string previous_;
-};
-
 }  // namespace os

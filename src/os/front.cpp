@@ -3,6 +3,7 @@
 // told here, once, before the side (os/side.h) is reached.
 #include <utility>
 
+#include "os/apps.h"
 #include "os/fault.h"
 #include "os/files.h"
 #include "os/locale.h"
@@ -158,6 +159,16 @@ bool DeviceIoControl(const File& device, std::uint32_t code, const void* in, std
   if (returned) *returned = 0;
   return !Hit(Op::kDeviceQuery) &&
          side::DeviceIoControl(device.get(), code, in, in_size, out, out_size, returned);
+}
+
+bool QueryStorageDevice(std::u16string_view root, StorageDevice* device) {
+  if (!side::QueryStorageDevice(root, device)) return false;
+  const std::u16string disk = fault::RemovableDisk();
+  if (!disk.empty() && disk == device->disk) {
+    if (!device->chain.empty()) device->chain[0].removable = true;
+    if (device->drive_type == kDriveFixed) device->drive_type = kDriveRemovable;
+  }
+  return true;
 }
 
 std::u16string GetLocaleInfoW(std::uint32_t locale, std::uint32_t type) {

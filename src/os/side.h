@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "os/apps.h"
 #include "os/files.h"
 #include "os/process.h"
 #include "os/types.h"
@@ -69,6 +70,8 @@ Handle LoadLibraryW(const char16_t* name);
 void FreeLibrary(Handle module);
 
 std::int32_t MessageBoxIndirectW(const MessageBoxParams& params);
+
+bool QueryStorageDevice(std::u16string_view root, StorageDevice* device);
 
 // The ShellExecuteW result (at most 32) that stands for a failure with this error number.
 std::intptr_t ShellResultFromError(std::uint32_t error);

@@ -7,6 +7,7 @@
 
 #include "base/text.h"
 #include "os/apps.h"
+#include "os/fault.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
 #include "support/pid_namespace.h"
@@ -112,7 +113,7 @@ TEST_F(OsLoopVolume, DescribesTheLoopDeviceAndTellsWhyItIsNotRemovable) {
   EXPECT_EQ(plan.target, sys::EjectTarget::kNotRemovable);
   EXPECT_NE(plan.rule.find(u"fixed disk"), std::u16string::npos) << base::Narrow(plan.rule);
 
-  os::ScopedRemovableDiskForTests hook(drive_.device());
+  os::fault::ScopedRemovableDisk hook(drive_.device());
   ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
   EXPECT_TRUE(device.chain[0].removable);
   EXPECT_EQ(device.drive_type, os::kDriveRemovable);
@@ -157,7 +158,7 @@ TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
   for (const auto& h : holders.processes)
     EXPECT_TRUE(h.closable) << h.process.pid << ": the test's own may be asked to close";
 
-  os::ScopedRemovableDiskForTests hook(drive_.device());
+  os::fault::ScopedRemovableDisk hook(drive_.device());
   os::StorageDevice device;
   ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
   os::EjectAnswer answer;
