@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "base/utf8.h"
 #include "base/utf8_scan.h"
-#include "os/posix/utf8.h"
 #include "text/encoding.h"
 #include "text/utf8.h"
 
@@ -36,14 +36,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   // The whole bytes (zeros included) through the fast and the general UTF-8 decoders.
   std::size_t fast_count = 0, careful_count = 0;
-  bool invalid = false;
-  os::posix::Utf8ToUtf16(s, bytes.size(), nullptr, 0, false, &fast_count, &invalid);
-  os::posix::Utf8ToUtf16Careful(s, bytes.size(), nullptr, 0, false, &careful_count, &invalid);
+  base::Utf8ToUtf16(s, bytes.size(), nullptr, 0, &fast_count);
+  base::Utf8ToUtf16Careful(s, bytes.size(), nullptr, 0, &careful_count);
   if (fast_count != careful_count) std::abort();
   std::u16string fast(fast_count, u'\0'), careful(careful_count, u'\0');
-  os::posix::Utf8ToUtf16(s, bytes.size(), fast.data(), fast.size(), false, &fast_count, &invalid);
-  os::posix::Utf8ToUtf16Careful(s, bytes.size(), careful.data(), careful.size(), false,
-                                &careful_count, &invalid);
+  base::Utf8ToUtf16(s, bytes.size(), fast.data(), fast.size(), &fast_count);
+  base::Utf8ToUtf16Careful(s, bytes.size(), careful.data(), careful.size(), &careful_count);
   if (fast != careful) std::abort();
   return 0;
 }

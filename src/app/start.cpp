@@ -21,7 +21,8 @@
 namespace app {
 namespace {
 
-os::Handle shell_library = 0;
+// Kept loaded for the run, from the start until the run ends.
+os::Library shell_library;
 
 constexpr std::u16string_view kIntroDefault =
     u"Tarvel USB Eject ferme tous les programmes du p\u00E9riph\u00E9rique USB !";
@@ -44,10 +45,7 @@ std::int32_t Box(const std::u16string& text, std::int32_t flags) {
 }  // namespace
 
 void FreeShellLibrary() {
-  if (shell_library != 0) {
-    os::FreeLibrary(shell_library);
-    shell_library = 0;
-  }
+  shell_library = os::Library();
 }
 
 std::int32_t ParseCount(std::u16string_view text) {

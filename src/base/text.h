@@ -11,7 +11,8 @@
 
 namespace base {
 
-// UTF-8 to UTF-16 and back (invalid sequences become U+FFFD; lone surrogates become U+FFFD).
+// UTF-8 to UTF-16 and back: invalid sequences become U+FFFD as Windows replaces them
+// (base/utf8.h), and so do lone surrogates.
 std::u16string Widen(std::string_view utf8);
 std::string Narrow(std::u16string_view text);
 

@@ -82,15 +82,14 @@ bool GetDriveInfo(std::u16string_view drive, std::u16string& label, std::uint32_
 
     // No read or write rights are asked, so that no administrator rights are needed.
     std::u16string device_path = u"\\\\.\\" + std::u16string(1, letter) + u":";
-    os::Handle device = os::CreateFileW(
+    const os::File device = os::CreateFileW(
         device_path.c_str(), 0, os::kFileShareRead | os::kFileShareWrite, os::kOpenExisting, 0);
-    if (device == os::kInvalidHandle) return false;
+    if (!device) return false;
     const unsigned char query[12] = {};  // the device property, a standard query
     std::string descriptor(kDescriptorSize, '\0');
     std::uint32_t returned = 0;
     bool answered = os::DeviceIoControl(device, os::kIoctlStorageQueryProperty, query, sizeof query,
                                         descriptor.data(), kDescriptorSize, &returned);
-    os::CloseFile(device);
     if (!answered) return false;
     ReadDeviceTexts(descriptor, vendor, product, revision, serial_number);
     return true;

@@ -14,7 +14,7 @@ namespace {
 
 // The one open search of FindFile, continued by the calls with an empty pattern.
 struct SearchState {
-  os::Handle handle = 0;
+  os::FileSearch handle;
   std::uint32_t filter = 0;
 };
 
@@ -24,9 +24,7 @@ SearchState& Search() {
 }
 
 void CloseSearch() {
-  SearchState& s = Search();
-  if (s.handle) os::FindClose(s.handle);
-  s.handle = 0;
+  Search().handle = os::FileSearch();
 }
 
 bool Skipped(const os::FindData& entry, std::uint32_t filter) {
@@ -93,9 +91,7 @@ bool FileExists(std::u16string_view name, double& size, base::Date& date) {
   return base::Trap(base::DansFunction(u"mFileUtils.FileExists"), false, [&] {
     if (name.empty()) return false;
     os::FindData entry;
-    os::Handle search = os::FindFirstFileW(LongPath(name).c_str(), &entry);
-    if (search == os::kInvalidHandle) return false;
-    os::FindClose(search);
+    if (!os::FindFirstFileW(LongPath(name).c_str(), &entry)) return false;
     size = entry.size_high * 4294967296.0 + entry.size_low;
     date = DateOf(entry.last_write_time);
     return (entry.attributes & os::kAttributeDirectory) == 0;
@@ -175,9 +171,8 @@ std::u16string FindFile(std::u16string_view pattern, std::uint32_t filter) {
         return label;
       }
       s.filter = filter;
-      os::Handle h = os::FindFirstFileW(LongPath(pattern).c_str(), &entry);
-      if (h == os::kInvalidHandle) return std::u16string();
-      s.handle = h;
+      s.handle = os::FindFirstFileW(LongPath(pattern).c_str(), &entry);
+      if (!s.handle) return std::u16string();
     } else {
       if (!s.handle) return std::u16string();
       if (!os::FindNextFileW(s.handle, &entry)) {

@@ -99,30 +99,25 @@ std::int32_t LoadFile(std::u16string_view FileName, std::string& Data, std::int3
   return base::Trap(base::DansFunction(u"mglobal.LoadFile"), std::int32_t{0}, [&] {
     if (!mFileUtils::FileExists(FileName)) return std::int32_t{0};
     const std::u16string name(FileName);
-    os::Handle file =
+    const os::File file =
         os::CreateFileW(name.c_str(), os::kGenericRead, os::kFileShareRead, os::kOpenExisting, 0);
-    if (file == os::kInvalidHandle) return std::int32_t{0};
+    if (!file) return std::int32_t{0};
     double count = Length;
     if (Length < 1) {
       std::uint32_t high = 0;
       std::uint32_t low = os::GetFileSize(file, &high);
       count = static_cast<double>(high) * 4294967296.0 + low;
     }
-    if (count > 2147483647.0) {
-      os::CloseFile(file);
-      base::Raise(base::kOverflow);
-    }
+    if (count > 2147483647.0) base::Raise(base::kOverflow);
     if (Offset > 0) os::SetFilePointer(file, Offset, nullptr, os::kFileBegin);
     const auto n = static_cast<std::int32_t>(count);
     if (n > 0) {
       Data.assign(static_cast<std::size_t>(n), '\0');
       std::uint32_t done = 0;
       if (!os::ReadFile(file, Data.data(), static_cast<std::uint32_t>(n), &done)) {
-        os::CloseFile(file);
         return std::int32_t{0};
       }
     }
-    os::CloseFile(file);
     return n;
   });
 }
@@ -266,8 +261,8 @@ Leftovers FindLeftovers(const std::u16string& name) {
   std::map<std::uint64_t, std::u16string> marks;
   os::FindData entry;
   const std::u16string pattern = mFileUtils::LongPath(name + u".*");
-  os::Handle search = os::FindFirstFileW(pattern.c_str(), &entry);
-  if (search == os::kInvalidHandle) {
+  const os::FileSearch search = os::FindFirstFileW(pattern.c_str(), &entry);
+  if (!search) {
     const std::uint32_t error = os::GetLastError();
     found.listed = error == os::kErrorFileNotFound || error == os::kErrorPathNotFound;
     return found;
@@ -295,9 +290,7 @@ Leftovers FindLeftovers(const std::u16string& name) {
       marks[number] = path;
     }
   } while (os::FindNextFileW(search, &entry));
-  const bool complete = os::GetLastError() == kErrorNoMoreFiles;
-  os::FindClose(search);
-  found.listed = complete;
+  found.listed = os::GetLastError() == kErrorNoMoreFiles;
   for (const auto& [number, copy] : copies) {
     auto mark = marks.find(number);
     if (mark == marks.end()) {
@@ -321,16 +314,17 @@ std::u16string MarkOf(const std::u16string& copy) {
 // Leaves the mark that makes a safety copy stale, on the device before the caller goes on.
 bool MarkStale(const std::u16string& copy) {
   const std::u16string mark = MarkOf(copy);
-  os::Handle file =
-      os::CreateFileW(mark.c_str(), os::kGenericWrite, 0, os::kCreateAlways, os::kAttributeNormal);
-  if (file == os::kInvalidHandle) return false;
-  // The mark counts by its presence; the line is for whoever finds it in the folder.
-  static constexpr std::string_view kNote =
-      "The safety copy next to this mark is older than the file it comes from, which was saved "
-      "since: both may be deleted.\r\n";
-  std::uint32_t done = 0;
-  os::WriteFile(file, kNote.data(), static_cast<std::uint32_t>(kNote.size()), &done);
-  os::CloseFile(file);
+  {
+    const os::File file = os::CreateFileW(mark.c_str(), os::kGenericWrite, 0, os::kCreateAlways,
+                                          os::kAttributeNormal);
+    if (!file) return false;
+    // The mark counts by its presence; the line is for whoever finds it in the folder.
+    static constexpr std::string_view kNote =
+        "The safety copy next to this mark is older than the file it comes from, which was saved "
+        "since: both may be deleted.\r\n";
+    std::uint32_t done = 0;
+    os::WriteFile(file, kNote.data(), static_cast<std::uint32_t>(kNote.size()), &done);
+  }
   return FlushFolderOf(copy);
 }
 
@@ -389,160 +383,201 @@ RecoveryResult Recover(const std::u16string& name) {
   return result;
 }
 
+// ---- The steps of a save ----------------------------------------------------------------------
+
+// What a save was asked to do.
+struct SaveJob {
+  std::u16string name;
+  std::u16string folder;  // FolderOf(name)
+  bool append;
+  std::int32_t backup_count;
+  std::u16string_view backup_folder;
+  std::int32_t backup_days;
+  std::int32_t backup_minutes;
+};
+
+// Where the old content went when it was set aside: a backup or the safety copy.
+struct SetAside {
+  std::u16string backup_name;
+  std::u16string temp_name;
+};
+
+// An interrupted save's copy is put back before anything else: beside it, a second copy would
+// leave the next load two to choose from, and once this save completed the older copy would undo
+// it.
+bool SettleInterruptedSave(const std::u16string& name) {
+  const Leftovers found = FindLeftovers(name);
+  if (found.listed && found.unmarked.empty() && found.lone_marks.empty()) return true;
+  if (Recover(name).settled) return true;
+  DebugLog(u"Error while restoring an interrupted save: " + name);
+  return false;
+}
+
+// The backup the old file becomes: numbered (backup_count), dated (backup_days, at most one each
+// backup_minutes), or "" for none. False when the folder of numbered backups cannot be made.
+bool ChooseBackup(const SaveJob& job, std::u16string* backup_name) {
+  std::u16string target_folder;
+  if (!job.backup_folder.empty())
+    target_folder = job.folder + u"\\" + std::u16string(job.backup_folder);
+  const std::u16string in_target =
+      target_folder.empty() ? job.name : target_folder + u"\\" + mFileUtils::FileNameOnly(job.name);
+  if (job.backup_count >= 1) {
+    if (!target_folder.empty() && !mFileUtils::CreateFolder(target_folder)) return false;
+    *backup_name = BackupFileName(in_target, job.backup_count, u".bak");
+  } else if (job.backup_days > 0) {
+    if (!target_folder.empty() && !mFileUtils::CreateFolder(target_folder)) {
+      DebugLog(u"Error while creating backups folder (" + target_folder + u")");
+    }
+    *backup_name = BackupDateFileName(in_target, job.backup_days, u"yyyy-mm-dd_hh-nn-ss", true);
+    if (job.backup_minutes > 0) {
+      base::Date last = LastBackupDate(in_target, u"yyyy-mm-dd_hh-nn-ss");
+      if (base::MinutesBetween(last, Now()) < job.backup_minutes) {
+        DebugLog(u"Skip file backup [" + job.name + u"] (recent backup date: " +
+                 base::FormatDate(last, u"yyyy/mm/dd hh:nn:ss") + u")");
+        backup_name->clear();
+      }
+    }
+  }
+  return true;
+}
+
+// Moves the old file out of the way: to its backup, else to the safety copy "name.NNN.tmp" that
+// is deleted once the new content is on the device. False when it stays where it is.
+bool SetOldFileAside(const SaveJob& job, SetAside& aside) {
+  std::u16string backup_name;
+  if (!ChooseBackup(job, &backup_name)) return false;
+  if (!backup_name.empty()) {
+    DebugLog(u"Backup previous file in " + std::u16string(job.backup_folder) + u"\\" +
+             mFileUtils::FileNameOnly(backup_name));
+    if (!mFileUtils::MoveFileTo(job.name, backup_name)) {
+      DebugLog(u"Error while moving file : " + job.name + u" => " + backup_name);
+      return false;
+    }
+    aside.backup_name = backup_name;
+    return true;
+  }
+  const std::u16string temp_name = BackupFileName(job.name, 99999, u".tmp");
+  if (!mFileUtils::MoveFileTo(job.name, temp_name)) {
+    DebugLog(u"Error while moving file: " + job.name + u" => " + temp_name);
+    return false;
+  }
+  aside.temp_name = temp_name;
+  return true;
+}
+
+// Opens the file for the new content (at its end when appending); empty when it cannot be.
+os::File OpenForWriting(const SaveJob& job) {
+  os::File file = os::CreateFileW(job.name.c_str(), os::kGenericWrite, 0, os::kOpenAlways,
+                                  std::uint32_t{os::kAttributeNormal} | os::kFileFlagRandomAccess);
+  if (!file) return file;
+  // OPEN_ALWAYS does not truncate: a file standing under the name here was not set aside (the
+  // look for it failed on a flaky device, or it came back meanwhile), and the new bytes would
+  // land over its start and leave its tail behind. It is left as it is and the save fails.
+  if (!job.append && os::GetLastError() == os::kErrorAlreadyExists) {
+    file = os::File();
+    DebugLog(u"Error while saving file, the previous file was not set aside: " + job.name);
+    return file;
+  }
+  if (job.append &&
+      os::SetFilePointer(file, 0, nullptr, os::kFileEnd) == os::kInvalidSetFilePointer) {
+    std::uint32_t error = os::GetLastError();
+    DebugLog(u"Error while setting file pointer to FILE_END => " + ToText(error) + u" : " +
+             mFileUtils::SystemErrorText(error));
+    file = os::File();
+    mFileUtils::KillFile(job.name, 20);
+  }
+  return file;
+}
+
+// The content in one pinned block of exactly its size, so that the text is not paged out
+// half-way through its one write. Empty when no block could be had.
+os::LockedBlock PinnedCopy(const std::string& bytes) {
+  os::LockedBlock block(bytes.size());
+  if (block) std::memcpy(block.data(), bytes.data(), bytes.size());
+  return block;
+}
+
+// Writes the content and has it on the device before the old one is let go: 0 when done, else
+// the error number.
+std::uint32_t WriteAndFlush(const os::File& file, const os::LockedBlock& block, std::size_t size) {
+  std::uint32_t written = 0;
+  if (size > 0 && !(os::WriteFile(file, block.data(), static_cast<std::uint32_t>(size), &written) &&
+                    written == size)) {
+    return WriteError();
+  }
+  return os::FlushFileBuffers(file) ? 0 : WriteError();
+}
+
+// Has the folder's entry of the new file on the device: 0 when done, else the error number.
+std::uint32_t FlushFolderEntry(const std::u16string& folder) {
+  return folder.empty() || os::FlushFolder(folder.c_str()) ? 0 : WriteError();
+}
+
+// Lets the safety copy go once the new content is on the device: deleted, or when it cannot be,
+// marked stale. False when it can be neither: without its mark the next load would put it back,
+// so a save whose copy stays unmarked has not completed.
+bool LetSafetyCopyGo(const std::u16string& name, const std::u16string& temp_name) {
+  if (temp_name.empty()) return true;
+  if (mFileUtils::KillFile(temp_name, 20)) {
+    // Gone for good before success is reported, or a power cut could bring it back.
+    FlushFolderOf(name);
+    return true;
+  }
+  DebugLog(u"Error while deleting file automatic backup: " + temp_name);
+  if (MarkStale(temp_name)) return true;
+  DebugLog(u"Error while marking file automatic backup as stale: " + temp_name);
+  return false;
+}
+
 // The saver behind both forms of SaveFile; make_bytes runs under its trap.
 bool Save(std::u16string_view FileName, const std::function<std::string()>& make_bytes, bool IsText,
           std::int32_t Encoding, std::int32_t BackupCount, bool Append,
           std::u16string_view BackupFolder, std::int32_t BackupDays, std::int32_t BackupMinutes) {
-  std::u16string backup_name;
-  std::u16string temp_name;
+  const std::u16string name(FileName);
+  const SaveJob job{name,         FolderOf(name), Append,       BackupCount,
+                    BackupFolder, BackupDays,     BackupMinutes};
+  SetAside aside;
   bool restore_needed = false;
   bool result = false;
-  const std::u16string name(FileName);
   bool completed = base::Trap(base::DansFonction(u"SaveFile"), [&] {
     const std::string bytes = make_bytes();
     if (IsText && !Append) {
       DebugLog(u"Save text file as " + EncodingName(Encoding) + u" : " + name);
     }
-
-    const std::u16string folder = FolderOf(name);
-    if (!folder.empty() && !mFileUtils::CreateFolder(folder)) return;
-
-    // An interrupted save's copy is put back before anything else: beside it, a second copy
-    // would leave the next load two to choose from, and once this save completed the older copy
-    // would undo it.
-    const Leftovers found = FindLeftovers(name);
-    if (!found.listed || !found.unmarked.empty() || !found.lone_marks.empty()) {
-      if (!Recover(name).settled) {
-        DebugLog(u"Error while restoring an interrupted save: " + name);
-        return;
-      }
-    }
-
-    if (!Append && mFileUtils::FileExists(name)) {
-      std::u16string target_folder;
-      if (!BackupFolder.empty()) target_folder = folder + u"\\" + std::u16string(BackupFolder);
-      const std::u16string in_target =
-          target_folder.empty() ? name : target_folder + u"\\" + mFileUtils::FileNameOnly(name);
-      if (BackupCount >= 1) {
-        if (!target_folder.empty() && !mFileUtils::CreateFolder(target_folder)) return;
-        backup_name = BackupFileName(in_target, BackupCount, u".bak");
-      } else if (BackupDays > 0) {
-        if (!target_folder.empty() && !mFileUtils::CreateFolder(target_folder)) {
-          DebugLog(u"Error while creating backups folder (" + target_folder + u")");
-        }
-        backup_name = BackupDateFileName(in_target, BackupDays, u"yyyy-mm-dd_hh-nn-ss", true);
-        if (BackupMinutes > 0) {
-          base::Date last = LastBackupDate(in_target, u"yyyy-mm-dd_hh-nn-ss");
-          if (base::MinutesBetween(last, Now()) < BackupMinutes) {
-            DebugLog(u"Skip file backup [" + name + u"] (recent backup date: " +
-                     base::FormatDate(last, u"yyyy/mm/dd hh:nn:ss") + u")");
-            backup_name.clear();
-          }
-        }
-      }
-      if (!backup_name.empty()) {
-        DebugLog(u"Backup previous file in " + std::u16string(BackupFolder) + u"\\" +
-                 mFileUtils::FileNameOnly(backup_name));
-        if (!mFileUtils::MoveFileTo(name, backup_name)) {
-          DebugLog(u"Error while moving file : " + name + u" => " + backup_name);
-          return;
-        }
-      } else {
-        temp_name = BackupFileName(name, 99999, u".tmp");
-        if (!mFileUtils::MoveFileTo(name, temp_name)) {
-          DebugLog(u"Error while moving file: " + name + u" => " + temp_name);
-          temp_name.clear();
-          return;
-        }
-      }
-    }
+    if (!job.folder.empty() && !mFileUtils::CreateFolder(job.folder)) return;
+    if (!SettleInterruptedSave(name)) return;
+    if (!Append && mFileUtils::FileExists(name) && !SetOldFileAside(job, aside)) return;
 
     // From here on a failure puts the old file back.
     restore_needed = true;
-    os::Handle file =
-        os::CreateFileW(name.c_str(), os::kGenericWrite, 0, os::kOpenAlways,
-                        std::uint32_t{os::kAttributeNormal} | os::kFileFlagRandomAccess);
-    if (file == os::kInvalidHandle) return;
-    // OPEN_ALWAYS does not truncate: a file standing under the name here was not set aside (the
-    // look for it failed on a flaky device, or it came back meanwhile), and the new bytes would
-    // land over its start and leave its tail behind. It is left as it is and the save fails.
-    if (!Append && os::GetLastError() == os::kErrorAlreadyExists) {
-      os::CloseFile(file);
-      DebugLog(u"Error while saving file, the previous file was not set aside: " + name);
-      return;
-    }
-
-    if (Append &&
-        os::SetFilePointer(file, 0, nullptr, os::kFileEnd) == os::kInvalidSetFilePointer) {
-      std::uint32_t error = os::GetLastError();
-      DebugLog(u"Error while setting file pointer to FILE_END => " + ToText(error) + u" : " +
-               mFileUtils::SystemErrorText(error));
-      os::CloseFile(file);
-      mFileUtils::KillFile(name, 20);
-      return;
-    }
-
-    const std::size_t size = bytes.size();
-    void* block = nullptr;
-    if (size > 0) {
-      // One write from one pinned block of exactly the content's size, so that the text is not
-      // paged out half-way through the write.
-      block = os::VirtualAlloc(size);
-      if (block && !os::VirtualLock(block, size)) {
-        os::VirtualFree(block, size);
-        block = nullptr;
+    std::uint32_t error = 0;
+    {
+      const os::File file = OpenForWriting(job);
+      if (!file) return;
+      os::LockedBlock block;
+      if (!bytes.empty()) {
+        block = PinnedCopy(bytes);
+        // Without a block the new, empty file stays under the name: the restore below cannot
+        // put the safety copy over it, and the copy is put back at the next load.
+        if (!block) return;
       }
-      // Without a block the handle stays open and the restore below meets the new, empty file;
-      // the safety copy then stays beside it and is put back at the next load.
-      if (!block) return;
-      std::memcpy(block, bytes.data(), size);
-    }
-
-    std::uint32_t written = 0;
-    bool ok =
-        size == 0 ||
-        (os::WriteFile(file, block, static_cast<std::uint32_t>(size), &written) && written == size);
-    std::uint32_t error = ok ? 0 : WriteError();
-    // The new content must be on the device before the old one is let go.
-    if (ok && !os::FlushFileBuffers(file)) {
-      ok = false;
-      error = WriteError();
-    }
-    if (block) {
-      os::VirtualUnlock(block, size);
-      os::VirtualFree(block, size);
-    }
-    os::CloseFile(file);
-    if (ok && !folder.empty() && !os::FlushFolder(folder.c_str())) {
-      ok = false;
-      error = WriteError();
-    }
-    if (!ok) {
+      error = WriteAndFlush(file, block, bytes.size());
+    }  // the block released, then the file closed
+    if (error == 0) error = FlushFolderEntry(job.folder);
+    if (error != 0) {
       DebugLog(u"Error WriteFile " + ToText(error) + u" : " + mFileUtils::SystemErrorText(error));
       mFileUtils::KillFile(name, 20);
       return;
     }
-
-    if (!temp_name.empty()) {
-      if (mFileUtils::KillFile(temp_name, 20)) {
-        // Gone for good before success is reported, or a power cut could bring it back.
-        FlushFolderOf(name);
-      } else {
-        DebugLog(u"Error while deleting file automatic backup: " + temp_name);
-        // The copy stays beside the new content: without its mark the next load would put it
-        // back. A save whose copy can be neither deleted nor marked has not completed.
-        if (!MarkStale(temp_name)) {
-          DebugLog(u"Error while marking file automatic backup as stale: " + temp_name);
-          mFileUtils::KillFile(name, 20);
-          return;
-        }
-      }
+    if (!LetSafetyCopyGo(name, aside.temp_name)) {
+      mFileUtils::KillFile(name, 20);
+      return;
     }
     restore_needed = false;
     result = true;
   });
   if (result) return true;
-  if (restore_needed || !completed) Restore(FileName, backup_name, temp_name);
+  if (restore_needed || !completed) Restore(FileName, aside.backup_name, aside.temp_name);
   return false;
 }
 

@@ -120,9 +120,6 @@ enum : std::uint32_t {
 // none can be found (last error set). path need not exist: its nearest existing folder counts.
 std::u16string GetVolumePathNameW(std::u16string_view path);
 
-// GetDriveTypeW of a volume root (kDriveFixed ...).
-std::uint32_t GetDriveTypeW(std::u16string_view root);
-
 // What kind of disk a volume sits on. Windows numbers disks, floppies and optical drives
 // separately (STORAGE_DEVICE_NUMBER is unique only within a class): a number means nothing
 // without its class.
@@ -253,19 +250,5 @@ struct VolumeHolders {
 // loaded modules, the current folder and every open file handle of the system's handle list,
 // named within a time limit). The caller is never listed.
 VolumeHolders ProcessesUsingVolumes(const std::vector<std::u16string>& roots);
-
-// For tests only: while an object lives, the named disk ("/dev/loop3") counts as removable
-// even though its device does not say so. A loop device never does, and is the only disk a
-// test can make. No effect on Windows.
-class ScopedRemovableDiskForTests {
- public:
-  explicit ScopedRemovableDiskForTests(std::u16string disk);
-  ~ScopedRemovableDiskForTests();
-  ScopedRemovableDiskForTests(const ScopedRemovableDiskForTests&) = delete;
-  ScopedRemovableDiskForTests& operator=(const ScopedRemovableDiskForTests&) = delete;
-
- private:
-  std::u16string previous_;
-};
 
 }  // namespace os

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <mutex>
 #include <utility>
 
 #include "os/types.h"
@@ -40,7 +41,32 @@ std::function<std::int32_t(const MessageBoxParams&)>& BoxAnswer() {
   return answer;
 }
 
+std::mutex& DiskMutex() {
+  static std::mutex m;
+  return m;
+}
+
+std::u16string& Disk() {
+  static std::u16string disk;
+  return disk;
+}
+
 }  // namespace
+
+ScopedRemovableDisk::ScopedRemovableDisk(std::u16string disk) {
+  std::lock_guard<std::mutex> lock(DiskMutex());
+  previous_ = std::exchange(Disk(), std::move(disk));
+}
+
+ScopedRemovableDisk::~ScopedRemovableDisk() {
+  std::lock_guard<std::mutex> lock(DiskMutex());
+  Disk() = previous_;
+}
+
+std::u16string RemovableDisk() {
+  std::lock_guard<std::mutex> lock(DiskMutex());
+  return Disk();
+}
 
 void Arm(Op op, std::uint32_t error, int nth, int times) {
   Slot& slot = Slots()[static_cast<int>(op)];

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 
 namespace os {
 struct MessageBoxParams;
@@ -74,6 +75,22 @@ void Notify(Event event, std::intptr_t value = 0);
 void SetMessageBoxAnswer(std::function<std::int32_t(const MessageBoxParams&)> answer);
 // For the seam: true when a test answered the box; *result then holds the answer.
 bool AnswerMessageBox(const MessageBoxParams& params, std::int32_t* result);
+
+// While an object lives, the named disk ("/dev/loop3") counts as removable (QueryStorageDevice)
+// even though its device does not say so. A loop device never does, and is the only disk a test
+// can make.
+class ScopedRemovableDisk {
+ public:
+  explicit ScopedRemovableDisk(std::u16string disk);
+  ~ScopedRemovableDisk();
+  ScopedRemovableDisk(const ScopedRemovableDisk&) = delete;
+  ScopedRemovableDisk& operator=(const ScopedRemovableDisk&) = delete;
+
+ private:
+  std::u16string previous_;
+};
+// For the seam: the disk named by the living ScopedRemovableDisk, "" when none.
+std::u16string RemovableDisk();
 
 // Disarms everything (failures, clock, observer, message-box answer) when it goes out of scope.
 class Scope {

@@ -2,13 +2,12 @@
 // creation, the system's error texts, file handles and a locked memory block.
 //
 // Paths are the program's UTF-16 paths. Both "\" and "/" separate folders; a path may carry the
-// "\\?\" prefix that Windows uses for long paths.
+// "\\?\" prefix that Windows uses for long paths. Searches, files and blocks are owned objects:
+// each is closed or released when it goes.
 //
 //   os::FindData entry;
-//   os::Handle search = os::FindFirstFileW(u"C:\\data\\*.xml", &entry);
-//   if (search != os::kInvalidHandle) {
+//   if (os::FileSearch search = os::FindFirstFileW(u"C:\\data\\*.xml", &entry)) {
 //     do { ... entry.name ... } while (os::FindNextFileW(search, &entry));
-//     os::FindClose(search);
 //   }
 #pragma once
 
@@ -50,14 +49,22 @@ struct FindData {
   std::u16string name;  // the entry's name, without its folder
 };
 
+namespace detail {
+void FindClose(Handle search);
+void CloseFile(Handle file);
+}  // namespace detail
+
+// An open directory search, closed (FindClose) when it goes.
+using FileSearch = Owned<&detail::FindClose, kInvalidHandle>;
+// An open file or device, closed (CloseHandle) when it goes.
+using File = Owned<&detail::CloseFile, kInvalidHandle>;
+
 // FindFirstFileW: opens a search for pattern (a folder, then a name that may hold "*" and "?",
 // compared without regard to case; "*.*" matches every name) and fills the first entry.
-// Returns kInvalidHandle on failure (2 nothing matches, 3 the folder does not exist).
-Handle FindFirstFileW(const char16_t* pattern, FindData* entry);
+// Empty on failure (2 nothing matches, 3 the folder does not exist).
+FileSearch FindFirstFileW(const char16_t* pattern, FindData* entry);
 // FindNextFileW: the next entry; false with error 18 (ERROR_NO_MORE_FILES) at the end.
-bool FindNextFileW(Handle search, FindData* entry);
-// FindClose.
-bool FindClose(Handle search);
+bool FindNextFileW(const FileSearch& search, FindData* entry);
 
 // GetFileAttributesW: the attribute bits, or kInvalidFileAttributes with the last error set.
 std::uint32_t GetFileAttributesW(const char16_t* path);
@@ -69,8 +76,8 @@ bool SetFileAttributesW(const char16_t* path, std::uint32_t attributes);
 // file cannot be opened.
 std::u16string VolumeIdentity(std::u16string_view path);
 
-// DeleteFileW: fails with 5 for a read-only file or a folder, 32 while the file is open without
-// delete sharing.
+// DeleteFileW: fails with 5 for a read-only file or a folder (32 on Windows while the file is
+// open without delete sharing).
 bool DeleteFileW(const char16_t* path);
 // MoveFileW: renames a file or folder; never replaces an existing destination (183).
 bool MoveFileW(const char16_t* source, const char16_t* destination);
@@ -90,49 +97,55 @@ enum : std::uint32_t {
   kGenericWrite = 0x40000000,
   kFileShareRead = 0x1,
   kFileShareWrite = 0x2,
-  kFileShareDelete = 0x4,
   kCreateNew = 1,
   kCreateAlways = 2,
   kOpenExisting = 3,
   kOpenAlways = 4,
-  kTruncateExisting = 5,
   kFileFlagRandomAccess = 0x10000000,
   kFileBegin = 0,
-  kFileCurrent = 1,
   kFileEnd = 2,
   kInvalidSetFilePointer = 0xFFFFFFFF,
 };
 
 // CreateFileW: opens or creates a file with the given access, sharing and disposition. A
-// device path "\\.\X:" with access 0 opens the volume's device for DeviceIoControl. Returns
-// kInvalidHandle on failure (32 when another opener's sharing forbids it).
-Handle CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t share,
-                   std::uint32_t disposition, std::uint32_t flags_and_attributes);
+// device path "\\.\X:" with access 0 opens the volume's device for DeviceIoControl. Empty on
+// failure (32 on Windows when another opener's sharing forbids it).
+File CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t share,
+                 std::uint32_t disposition, std::uint32_t flags_and_attributes);
 // ReadFile / WriteFile: synchronous, the count done written to *done.
-bool ReadFile(Handle file, void* buffer, std::uint32_t size, std::uint32_t* done);
-bool WriteFile(Handle file, const void* buffer, std::uint32_t size, std::uint32_t* done);
+bool ReadFile(const File& file, void* buffer, std::uint32_t size, std::uint32_t* done);
+bool WriteFile(const File& file, const void* buffer, std::uint32_t size, std::uint32_t* done);
 // SetFilePointer: moves by distance (high part through *distance_high when given) from the
 // start, the current position or the end. Returns the new position's low part (and its high
 // part in *distance_high), or kInvalidSetFilePointer with the last error set.
-std::uint32_t SetFilePointer(Handle file, std::int32_t distance, std::int32_t* distance_high,
+std::uint32_t SetFilePointer(const File& file, std::int32_t distance, std::int32_t* distance_high,
                              std::uint32_t method);
 // GetFileSize: the low part of the size, the high part into *size_high when given.
-std::uint32_t GetFileSize(Handle file, std::uint32_t* size_high);
+std::uint32_t GetFileSize(const File& file, std::uint32_t* size_high);
 // FlushFileBuffers: the file's data on the disk.
-bool FlushFileBuffers(Handle file);
+bool FlushFileBuffers(const File& file);
 // Makes a folder's entries (files created, renamed or deleted in it) durable on the device.
 // POSIX needs this after a rename or a creation (fsync of the folder); Windows' file systems
 // keep their own metadata journal, so there it does nothing and answers true.
 bool FlushFolder(const char16_t* path);
-// CloseHandle for a file or device handle from CreateFileW.
-// Note: process handles are closed with CloseHandle of os/process.h.
-bool CloseFile(Handle file);
 
-// A committed read-write memory block (VirtualAlloc with MEM_COMMIT and PAGE_READWRITE), null on
-// failure; VirtualLock / VirtualUnlock pin it in memory; VirtualFree releases it (MEM_RELEASE).
-void* VirtualAlloc(std::size_t size);
-bool VirtualLock(void* block, std::size_t size);
-bool VirtualUnlock(void* block, std::size_t size);
-bool VirtualFree(void* block, std::size_t size);
+// A committed read-write memory block pinned in memory (VirtualAlloc with MEM_COMMIT and
+// PAGE_READWRITE, then VirtualLock), unpinned and released when it goes (VirtualUnlock,
+// VirtualFree). False when it could not be had: allocated or pinned.
+class LockedBlock {
+ public:
+  LockedBlock() = default;
+  explicit LockedBlock(std::size_t size);
+  LockedBlock(LockedBlock&& other) noexcept;
+  LockedBlock& operator=(LockedBlock&& other) noexcept;
+  ~LockedBlock();
+  explicit operator bool() const { return data_ != nullptr; }
+  char* data() const { return data_; }
+  std::size_t size() const { return size_; }
+
+ private:
+  char* data_ = nullptr;
+  std::size_t size_ = 0;
+};
 
 }  // namespace os

@@ -6,9 +6,8 @@
 
 namespace os {
 
-// Locales the program asks about: the user's and the system's default.
+// The locale the program asks about: the user's default.
 inline constexpr std::uint32_t kLocaleUserDefault = 0x400;
-inline constexpr std::uint32_t kLocaleSystemDefault = 0x800;
 
 // The two kinds of information the program reads.
 inline constexpr std::uint32_t kLocaleILanguage = 1;        // LOCALE_ILANGUAGE: "0409"

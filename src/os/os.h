@@ -4,12 +4,11 @@
 // Each function keeps the Windows contract the program is written against (what the Win32
 // call of the same name answers). os/win32/ calls the real API; os/posix/ gives the same
 // answers from POSIX, and writes down in os/posix/README.md where it can only come close.
-// Tests can make seam operations fail on demand through os/fault.h.
+// Tests make seam operations fail on demand through os/fault.h, which the program never includes.
 #pragma once
 
 #include "os/apps.h"
 #include "os/codepage.h"
-#include "os/fault.h"
 #include "os/files.h"
 #include "os/locale.h"
 #include "os/process.h"

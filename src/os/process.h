@@ -40,18 +40,10 @@ struct ShellExecuteInfo {
 // ShellExecuteExW. Returns the platform's success flag.
 bool ShellExecuteExW(ShellExecuteInfo& info);
 
-// The arguments a program started with these parameters receives, split by the Windows rules
-// (CommandLineToArgvW): blanks separate, quotes group, 2n backslashes before a quote give n and
-// the quote groups, 2n+1 give n and a literal quote, other backslashes stay as they are.
-std::vector<std::u16string> SplitCommandLine(std::u16string_view parameters);
-
 inline constexpr std::uint32_t kStillActive = 259;
 
 // GetExitCodeProcess: kStillActive while the process runs, its exit code once it ended.
 bool GetExitCodeProcess(Handle process, std::uint32_t* exit_code);
-
-// CloseHandle for a process handle.
-bool CloseHandle(Handle handle);
 
 // One pass of the thread's message loop (PeekMessage / DispatchMessage until empty).
 void PumpMessages();
@@ -76,9 +68,15 @@ std::u16string ModuleFileName();
 // program calls it first. Nothing to do where a program's folder is never searched (POSIX).
 void RestrictLibrarySearch();
 
-// LoadLibraryW / FreeLibrary (the program keeps "shell32.dll" loaded for its run).
-Handle LoadLibraryW(const char16_t* name);
+namespace detail {
 void FreeLibrary(Handle module);
+}  // namespace detail
+
+// A loaded library, freed (FreeLibrary) when it goes.
+using Library = Owned<&detail::FreeLibrary, 0>;
+
+// LoadLibraryW (the program keeps "shell32.dll" loaded for its run).
+Library LoadLibraryW(const char16_t* name);
 
 // InitCommonControlsEx with the structure size and class set given; returns its result.
 bool InitCommonControls(std::uint32_t size, std::uint32_t classes);

@@ -23,9 +23,6 @@ std::vector<std::u16string> ProgramArguments();
 // GetEnvironmentVariableW: the variable's value, "" when it is not set.
 std::u16string GetEnvironmentVariableW(const char16_t* name);
 
-// GetTempPathW: the user's temporary folder, with a trailing separator; "" on failure.
-std::u16string GetTempPathW();
-
 // The folders where the program may keep files of its own for a while, the preferred first, each
 // with a trailing separator; a place that is not an existing folder is left out, and none is
 // named twice. Windows: the temporary folder (GetTempPathW), the user's local application data
@@ -52,8 +49,7 @@ struct PathFacts {
 };
 PathFacts GetPathFacts(std::u16string_view path);
 
-// GetCurrentDirectoryW / SetCurrentDirectoryW.
-std::u16string GetCurrentDirectoryW();
+// SetCurrentDirectoryW.
 bool SetCurrentDirectoryW(const char16_t* path);
 
 // CopyFileW: copies a file with its contents and attributes (an executable stays executable).

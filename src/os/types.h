@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 namespace os {
 
@@ -9,6 +10,32 @@ namespace os {
 // kInvalidHandle for failure, as CreateFileW and FindFirstFileW do.
 using Handle = std::intptr_t;
 inline constexpr Handle kInvalidHandle = -1;
+
+// A handle owned from the moment the seam hands it over: closed (by Close, the seam's own
+// closing call for its kind) when it goes, moved but never copied. False when the call that
+// made it failed.
+template <void (*Close)(Handle), Handle kNone>
+class Owned {
+ public:
+  Owned() = default;
+  explicit Owned(Handle handle) : handle_(handle) {}
+  Owned(Owned&& other) noexcept : handle_(other.release()) {}
+  Owned& operator=(Owned&& other) noexcept {
+    Owned taken(std::move(other));
+    std::swap(handle_, taken.handle_);
+    return *this;
+  }
+  ~Owned() {
+    if (handle_ != kNone) Close(handle_);
+  }
+  explicit operator bool() const { return handle_ != kNone; }
+  Handle get() const { return handle_; }
+  // Gives the handle up unclosed, for a caller that keeps it on purpose.
+  Handle release() { return std::exchange(handle_, kNone); }
+
+ private:
+  Handle handle_ = kNone;
+};
 
 // Windows error numbers, as GetLastError answers them on both sides of the seam.
 enum : std::uint32_t {

@@ -1,13 +1,13 @@
 // Volumes and storage devices: a volume's label, serial number and file system, and the
 // identity of the device behind it.
 //
-//   os::Handle device = os::CreateFileW(u"\\\\.\\E:", 0, 3, os::kOpenExisting, 0);
+//   os::File device = os::CreateFileW(u"\\\\.\\E:", 0, 3, os::kOpenExisting, 0);
 //   os::DeviceIoControl(device, os::kIoctlStorageQueryProperty, query, 12, out, 554, &n);
-//   os::CloseFile(device);
 #pragma once
 
 #include <cstdint>
 
+#include "os/files.h"
 #include "os/types.h"
 
 namespace os {
@@ -28,7 +28,7 @@ bool GetVolumeInformationW(const char16_t* root, char16_t* label, std::uint32_t 
 inline constexpr std::uint32_t kIoctlStorageQueryProperty = 0x2D1400;
 
 // DeviceIoControl on a device opened with CreateFileW; *returned gets the bytes written to out.
-bool DeviceIoControl(Handle device, std::uint32_t code, const void* in, std::uint32_t in_size,
+bool DeviceIoControl(const File& device, std::uint32_t code, const void* in, std::uint32_t in_size,
                      void* out, std::uint32_t out_size, std::uint32_t* returned);
 
 }  // namespace os

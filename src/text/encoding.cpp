@@ -70,27 +70,26 @@ std::u16string StrDataToUnicode(const std::string& StrData, std::int32_t& Encodi
 // Both conversions read their source as zero-terminated (length -1), as the program always
 // has: std::string and std::u16string keep a terminator after their data.
 std::u16string StrCodePageToUnicode(const std::string& bytes, std::uint32_t code_page) {
-  return base::Trap(
-      base::DansFunction(u"mStringTools.StrCodePageToUnicode"), std::u16string(), [&] {
-        if (bytes.empty()) return std::u16string();
-        int n = os::MultiByteToWideChar(code_page, 0, bytes.c_str(), -1, nullptr, 0);
-        if (n <= 0) return std::u16string();
-        std::u16string text(static_cast<std::size_t>(n), u'\0');
-        int m = os::MultiByteToWideChar(code_page, 0, bytes.c_str(), -1, text.data(), n);
-        if (m <= 0) return std::u16string();
-        text.resize(static_cast<std::size_t>(m - 1));
-        return text;
-      });
+  return base::Trap(base::DansFunction(u"mStringTools.StrCodePageToUnicode"), std::u16string(),
+                    [&] {
+                      if (bytes.empty()) return std::u16string();
+                      int n = os::MultiByteToWideChar(code_page, bytes.c_str(), -1, nullptr, 0);
+                      if (n <= 0) return std::u16string();
+                      std::u16string text(static_cast<std::size_t>(n), u'\0');
+                      int m = os::MultiByteToWideChar(code_page, bytes.c_str(), -1, text.data(), n);
+                      if (m <= 0) return std::u16string();
+                      text.resize(static_cast<std::size_t>(m - 1));
+                      return text;
+                    });
 }
 
 std::string StrUnicodeToCodePage(const std::u16string& text, std::uint32_t code_page) {
   return base::Trap(base::DansFunction(u"mStringTools.StrUnicodeToCodePage"), std::string(), [&] {
     if (text.empty()) return std::string();
-    int n = os::WideCharToMultiByte(code_page, 0, text.c_str(), -1, nullptr, 0, nullptr, nullptr);
+    int n = os::WideCharToMultiByte(code_page, text.c_str(), -1, nullptr, 0);
     if (n <= 0) return std::string();
     std::string bytes(static_cast<std::size_t>(n), '\0');
-    int m =
-        os::WideCharToMultiByte(code_page, 0, text.c_str(), -1, bytes.data(), n, nullptr, nullptr);
+    int m = os::WideCharToMultiByte(code_page, text.c_str(), -1, bytes.data(), n);
     if (m <= 0) return std::string();
     bytes.resize(static_cast<std::size_t>(m - 1));
     return bytes;
@@ -127,12 +126,10 @@ std::string StrToAnsiBytes(std::u16string_view text) {
   return base::Trap(base::DansFunction(u"mStringTools.StrToAnsiBytes"), std::string(), [&] {
     if (text.empty()) return std::string();
     int length = Length(text.size());
-    int n =
-        os::WideCharToMultiByte(os::kCpAcp, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    int n = os::WideCharToMultiByte(os::kCpAcp, text.data(), length, nullptr, 0);
     if (n <= 0) return std::string();
     std::string bytes(static_cast<std::size_t>(n), '\0');
-    int m = os::WideCharToMultiByte(os::kCpAcp, 0, text.data(), length, bytes.data(), n, nullptr,
-                                    nullptr);
+    int m = os::WideCharToMultiByte(os::kCpAcp, text.data(), length, bytes.data(), n);
     bytes.resize(m > 0 ? static_cast<std::size_t>(m) : 0);
     return bytes;
   });
@@ -142,10 +139,10 @@ std::u16string AnsiBytesToStr(std::string_view bytes) {
   return base::Trap(base::DansFunction(u"mStringTools.AnsiBytesToStr"), std::u16string(), [&] {
     if (bytes.empty()) return std::u16string();
     int length = Length(bytes.size());
-    int n = os::MultiByteToWideChar(os::kCpAcp, 0, bytes.data(), length, nullptr, 0);
+    int n = os::MultiByteToWideChar(os::kCpAcp, bytes.data(), length, nullptr, 0);
     if (n <= 0) return std::u16string();
     std::u16string text(static_cast<std::size_t>(n), u'\0');
-    int m = os::MultiByteToWideChar(os::kCpAcp, 0, bytes.data(), length, text.data(), n);
+    int m = os::MultiByteToWideChar(os::kCpAcp, bytes.data(), length, text.data(), n);
     text.resize(m > 0 ? static_cast<std::size_t>(m) : 0);
     return text;
   });

@@ -7,6 +7,7 @@
 #include "base/text.h"
 #include "os/codepage.h"
 #include "os/fault.h"
+#include "support/ansi.h"
 
 namespace {
 
@@ -119,7 +120,7 @@ TEST(DriveInfo, DeviceTexts) {
               row.expected)
         << row.label;
   }
-  if (os::GetACP() == 1252) {
+  if (testing_support::AnsiIs1252()) {
     const std::uint32_t offsets[4] = {40, 0, 0, 0};
     const std::string texts[4] = {"Caf\xE9 \x80", "", "", ""};
     std::u16string vendor, product, revision, serial_number;

@@ -76,10 +76,9 @@ TEST_F(FileUtils, FileExists) {
   // Names are taken as they are: a trailing dot or blank belongs to the name. (The files are
   // made through the marked path, which Windows too takes as it stands.)
   for (const char16_t* name : {u"a.", u"b ", u"c"}) {
-    os::Handle h = os::CreateFileW(mFileUtils::LongPath(P(name)).c_str(), os::kGenericWrite, 0,
-                                   os::kCreateNew, 0);
-    ASSERT_NE(h, os::kInvalidHandle) << base::Narrow(name);
-    os::CloseFile(h);
+    ASSERT_TRUE(os::CreateFileW(mFileUtils::LongPath(P(name)).c_str(), os::kGenericWrite, 0,
+                                os::kCreateNew, 0))
+        << base::Narrow(name);
   }
   // Only a "/"-rooted path is sure to take "c." as it stands: Windows' search through the
   // marked path varies (Wine finds "c").
@@ -183,15 +182,12 @@ TEST_F(FileUtils, KillFileRetriesWhileTheSystemRefuses) {
 }
 
 TEST_F(FileUtils, KillFileOfAFileHeldOpenGivesUpAfter21Attempts) {
-  // On Windows another program's handle refuses the delete; on Linux the seam enforces the
-  // sharing of handles opened in this process only, which this test uses.
+  // Another program's handle refuses every delete.
   dir.Write(u"held", "x");
-  os::Handle h = os::CreateFileW(P(u"held").c_str(), os::kGenericWrite, 0, os::kOpenExisting, 0);
-  ASSERT_NE(h, os::kInvalidHandle);
+  os::fault::Arm(os::fault::Op::kDeleteFile, os::kErrorSharingViolation, 1, 0);
   auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(mFileUtils::KillFile(P(u"held"), 20));
   auto waited = std::chrono::steady_clock::now() - start;
-  os::CloseFile(h);
   EXPECT_TRUE(dir.Exists(u"held"));
   // Twenty waits of 200 ms between the 21 attempts.
   EXPECT_GE(waited, std::chrono::milliseconds(3800));

@@ -17,18 +17,17 @@ namespace {
 // zero byte, terminator included in the answer).
 std::u16string Decode(std::uint32_t cp, const std::string& bytes, bool whole = false) {
   int length = whole ? static_cast<int>(bytes.size()) : -1;
-  int n = os::MultiByteToWideChar(cp, 0, bytes.c_str(), length, nullptr, 0);
+  int n = os::MultiByteToWideChar(cp, bytes.c_str(), length, nullptr, 0);
   std::u16string out(static_cast<std::size_t>(n > 0 ? n : 0), u'\0');
-  int m = n > 0 ? os::MultiByteToWideChar(cp, 0, bytes.c_str(), length, out.data(), n) : 0;
+  int m = n > 0 ? os::MultiByteToWideChar(cp, bytes.c_str(), length, out.data(), n) : 0;
   EXPECT_EQ(m, n) << "sizing and conversion disagree";
   return out;
 }
 
-std::string Encode(std::uint32_t cp, const std::u16string& text, bool* used = nullptr) {
-  int n = os::WideCharToMultiByte(cp, 0, text.c_str(), -1, nullptr, 0, nullptr, nullptr);
+std::string Encode(std::uint32_t cp, const std::u16string& text) {
+  int n = os::WideCharToMultiByte(cp, text.c_str(), -1, nullptr, 0);
   std::string out(static_cast<std::size_t>(n > 0 ? n : 0), '\0');
-  int m =
-      n > 0 ? os::WideCharToMultiByte(cp, 0, text.c_str(), -1, out.data(), n, nullptr, used) : 0;
+  int m = n > 0 ? os::WideCharToMultiByte(cp, text.c_str(), -1, out.data(), n) : 0;
   EXPECT_EQ(m, n);
   return out;
 }
@@ -99,19 +98,6 @@ TEST(CodePage, Utf8DecodingReplacesBrokenSequencesAsWindowsDoes) {
   }
 }
 
-TEST(CodePage, Utf8EncodingReplacesUnpairedSurrogates) {
-  std::u16string lone = u"a";
-  lone += char16_t(0xD800);
-  lone += u'b';
-  lone += char16_t(0xDC00);
-  EXPECT_EQ(Encode(os::kCpUtf8, lone), std::string("a\xEF\xBF\xBD"
-                                                   "b\xEF\xBF\xBD",
-                                                   8) +
-                                           '\0');
-  EXPECT_EQ(Encode(os::kCpUtf8, u"\U0001F600\u00E9"),
-            std::string("\xF0\x9F\x98\x80\xC3\xA9", 6) + '\0');
-}
-
 TEST(CodePage, Windows1252RoundTripsEveryByte) {
   // Bytes 0x80..0x9F as Windows maps them; the five it leaves undefined pass through.
   const char16_t high[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
@@ -121,45 +107,36 @@ TEST(CodePage, Windows1252RoundTripsEveryByte) {
   for (int b = 0; b < 256; ++b) {
     const char byte = static_cast<char>(b);
     char16_t unit = 0;
-    ASSERT_EQ(os::MultiByteToWideChar(1252, 0, &byte, 1, &unit, 1), 1) << b;
+    ASSERT_EQ(os::MultiByteToWideChar(1252, &byte, 1, &unit, 1), 1) << b;
     const char16_t expected = b >= 0x80 && b < 0xA0 ? high[b - 0x80] : char16_t(b);
     EXPECT_EQ(unit, expected) << "byte " << b;
     char back = 0;
-    bool used = true;
-    ASSERT_EQ(os::WideCharToMultiByte(1252, 0, &unit, 1, &back, 1, nullptr, &used), 1) << b;
+    ASSERT_EQ(os::WideCharToMultiByte(1252, &unit, 1, &back, 1), 1) << b;
     EXPECT_EQ(static_cast<unsigned char>(back), b);
-    EXPECT_FALSE(used) << b;
   }
 }
 
-TEST(CodePage, Windows1252BestFitAndDefaultCharacter) {
-  struct Row {
+TEST(CodePage, EncodingFallsBackToLookAlikesThenQuestionMarks) {
+  std::u16string lone = u"a";
+  lone += char16_t(0xD800);
+  lone += u'b';
+  const struct {
+    std::uint32_t cp;
     std::u16string text;
     std::string bytes;
-    bool used_default;
   } rows[] = {
-      {u"\u0100\u0141", "AL", false},  // Ā Ł written as similar letters
-      {u"\uFF21\u2033", "A?", true},   // full-width A; double prime has no match
-      {u"\u4E00", "?", true},          // a CJK character
-      {u"\u20AC\u00E9\u0081", "\x80\xE9\x81", false},
-      {u"\U0001F600", "??", true},  // each half of the pair on its own
+      {1252, u"\u0100\u0141", "AL"},  // Ā Ł written as similar letters
+      {1252, u"\uFF21\u2033", "A?"},  // full-width A; double prime has no match
+      {1252, u"\u4E00", "?"},         // a CJK character
+      {1252, u"\u20AC\u00E9\u0081", "\x80\xE9\x81"},
+      {1252, u"\U0001F600", "??"},  // each half of the pair on its own
+      {65001, lone,
+       "a\xEF\xBF\xBD"
+       "b"},
+      {65001, u"\U0001F600\u00E9", "\xF0\x9F\x98\x80\xC3\xA9"},
   };
-  for (const Row& row : rows) {
-    bool used = false;
-    EXPECT_EQ(Encode(1252, row.text, &used), row.bytes + '\0') << Hex(row.text);
-    EXPECT_EQ(used, row.used_default) << Hex(row.text);
-  }
-  // A default character of the caller's, and the flag that refuses look-alikes.
-  const std::u16string text = u"a\u4E00\u0100";
-  char out[8] = {};
-  bool used = false;
-  EXPECT_EQ(os::WideCharToMultiByte(1252, 0, text.c_str(), 3, out, 8, "#", &used), 3);
-  EXPECT_EQ(std::string(out, 3), "a#A");
-  EXPECT_TRUE(used);
-  EXPECT_EQ(
-      os::WideCharToMultiByte(1252, os::kWcNoBestFitChars, text.c_str(), 3, out, 8, "#", nullptr),
-      3);
-  EXPECT_EQ(std::string(out, 3), "a##");
+  for (const auto& row : rows)
+    EXPECT_EQ(Encode(row.cp, row.text), row.bytes + '\0') << Hex(row.text);
 }
 
 TEST(CodePage, SizesAndRefusals) {
@@ -167,7 +144,6 @@ TEST(CodePage, SizesAndRefusals) {
   struct Row {
     const char* label;
     std::uint32_t cp;
-    std::uint32_t flags;
     const char* source;
     int length;
     char16_t* target;
@@ -175,33 +151,27 @@ TEST(CodePage, SizesAndRefusals) {
     int result;
     std::uint32_t error;  // checked when result is 0
   } rows[] = {
-      {"size of a -1 source counts the terminator", 1252, 0, "abc", -1, nullptr, 0, 4, 0},
-      {"size of an explicit length does not", 1252, 0, "abc", 3, nullptr, 0, 3, 0},
-      {"zero-length source", 65001, 0, "abc", 0, nullptr, 0, 0, os::kErrorInvalidParameter},
-      {"target too small", 1252, 0, "abc", -1, small, 2, 0, os::kErrorInsufficientBuffer},
-      {"unknown code page", 12345, 0, "abc", -1, nullptr, 0, 0, os::kErrorInvalidParameter},
-      {"UTF-16 is no multi-byte code page", 1200, 0, "abc", -1, nullptr, 0, 0,
+      {"size of a -1 source counts the terminator", 1252, "abc", -1, nullptr, 0, 4, 0},
+      {"size of an explicit length does not", 1252, "abc", 3, nullptr, 0, 3, 0},
+      {"zero-length source", 65001, "abc", 0, nullptr, 0, 0, os::kErrorInvalidParameter},
+      {"target too small", 1252, "abc", -1, small, 2, 0, os::kErrorInsufficientBuffer},
+      {"unknown code page", 12345, "abc", -1, nullptr, 0, 0, os::kErrorInvalidParameter},
+      {"UTF-16 is no multi-byte code page", 1200, "abc", -1, nullptr, 0, 0,
        os::kErrorInvalidParameter},
-      {"null source", 0, 0, nullptr, -1, nullptr, 0, 0, os::kErrorInvalidParameter},
-      {"unknown flag", 1252, 0x80, "a", -1, nullptr, 0, 0, 1004},
-      {"strict UTF-8 refuses a broken sequence", 65001, os::kMbErrInvalidChars, "a\xC3", -1,
-       nullptr, 0, 0, 1113},
-      {"strict UTF-8 takes a valid one", 65001, os::kMbErrInvalidChars, "a\xC3\xA9", -1, nullptr, 0,
-       3, 0},
+      {"null source", 0, nullptr, -1, nullptr, 0, 0, os::kErrorInvalidParameter},
   };
   for (const Row& row : rows) {
     os::SetLastError(0);
-    int r = os::MultiByteToWideChar(row.cp, row.flags, row.source, row.length, row.target,
-                                    row.target_length);
+    int r = os::MultiByteToWideChar(row.cp, row.source, row.length, row.target, row.target_length);
     EXPECT_EQ(r, row.result) << row.label;
     if (row.result == 0) {
       EXPECT_EQ(os::GetLastError(), row.error) << row.label;
     }
   }
   char bytes[2];
-  EXPECT_EQ(os::WideCharToMultiByte(1252, 0, u"abc", -1, bytes, 2, nullptr, nullptr), 0);
+  EXPECT_EQ(os::WideCharToMultiByte(1252, u"abc", -1, bytes, 2), 0);
   EXPECT_EQ(os::GetLastError(), os::kErrorInsufficientBuffer);
-  EXPECT_EQ(os::WideCharToMultiByte(1252, 0, u"abc", 3, nullptr, 0, nullptr, nullptr), 3);
+  EXPECT_EQ(os::WideCharToMultiByte(1252, u"abc", 3, nullptr, 0), 3);
 }
 
 TEST(CodePage, OtherCodePagesConvertTheirOwnLetters) {
@@ -268,19 +238,6 @@ TEST(CodePage, IsTextUnicodeStatisticsAndSignature) {
         << row.label;
     EXPECT_EQ(tests, row.passed) << row.label;
   }
-}
-
-TEST(CodePage, IsTextUnicodeWithEveryTest) {
-  const std::string english = Utf16(u"Hello world");
-  int tests = 0xFFFF;
-  EXPECT_FALSE(os::IsTextUnicode(english.data(), 21, &tests)) << "an odd length is not UTF-16";
-  EXPECT_EQ(tests, os::kIsTextUnicodeNullBytes | os::kIsTextUnicodeOddLength |
-                       os::kIsTextUnicodeControls | os::kIsTextUnicodeStatistics);
-  EXPECT_TRUE(os::IsTextUnicode(english.data(), 22, nullptr));
-  const std::string reversed("\0H\0e\0l\0l\0o\0 \0w", 14);
-  tests = os::kIsTextUnicodeReverseControls | os::kIsTextUnicodeControls;
-  EXPECT_FALSE(os::IsTextUnicode(reversed.data(), 14, &tests));
-  EXPECT_EQ(tests, os::kIsTextUnicodeReverseControls);
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -33,13 +35,12 @@ class Files : public ::testing::Test {
 std::vector<std::string> List(const std::u16string& pattern, std::uint32_t* error = nullptr) {
   std::vector<std::string> names;
   os::FindData entry;
-  os::Handle h = os::FindFirstFileW(pattern.c_str(), &entry);
+  const os::FileSearch search = os::FindFirstFileW(pattern.c_str(), &entry);
   if (error) *error = os::GetLastError();
-  if (h == os::kInvalidHandle) return names;
+  if (!search) return names;
   do names.push_back(base::Narrow(entry.name));
-  while (os::FindNextFileW(h, &entry));
+  while (os::FindNextFileW(search, &entry));
   EXPECT_EQ(os::GetLastError(), 18u) << "a listing ends with ERROR_NO_MORE_FILES";
-  EXPECT_TRUE(os::FindClose(h));
   std::sort(names.begin(), names.end());
   return names;
 }
@@ -82,7 +83,7 @@ TEST_F(Files, SearchPatterns) {
   }
   // A name with a trailing dot, made and found through the marked path.
   const std::u16string dot = u"\\\\?\\" + drive + u"\\dot.";
-  os::CloseFile(os::CreateFileW(dot.c_str(), os::kGenericWrite, 0, os::kCreateNew, 0));
+  os::CreateFileW(dot.c_str(), os::kGenericWrite, 0, os::kCreateNew, 0);
   EXPECT_EQ(List(dot), V{"dot."});
   // A "/"-rooted path is a POSIX path: the pattern's trailing dot belongs to the name.
   if (drive != dir.u16()) {
@@ -117,22 +118,16 @@ TEST_F(Files, VolumeIdentityIsTheVolumesWhateverTheName) {
 TEST_F(Files, SearchEntryCarriesSizeAndAttributes) {
   dir.Write(u"five.bin", "12345");
   os::FindData entry;
-  os::Handle h = os::FindFirstFileW(P(u"five.bin").c_str(), &entry);
-  ASSERT_NE(h, os::kInvalidHandle);
-  os::FindClose(h);
+  ASSERT_TRUE(os::FindFirstFileW(P(u"five.bin").c_str(), &entry));
   EXPECT_EQ(entry.name, u"five.bin");
   EXPECT_EQ(entry.size_low, 5u);
-  EXPECT_EQ(entry.size_high, 0u);
   EXPECT_EQ(entry.attributes, os::kAttributeArchive);
   // A write time within a day of now (100 ns steps since 1601).
   const auto now = std::chrono::system_clock::now().time_since_epoch();
-  const std::uint64_t now_ticks =
-      static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(now).count() +
-                                 11644473600LL) *
-      10000000u;
-  const std::uint64_t day = 864000000000u;
-  EXPECT_LT(entry.last_write_time, now_ticks + day);
-  EXPECT_GT(entry.last_write_time, now_ticks - day);
+  const std::int64_t now_ticks =
+      (std::chrono::duration_cast<std::chrono::seconds>(now).count() + 11644473600LL) * 10000000;
+  EXPECT_LT(std::llabs(static_cast<std::int64_t>(entry.last_write_time) - now_ticks),
+            864000000000LL);
 }
 
 TEST_F(Files, AttributesDeleteMoveAndFolders) {
@@ -204,58 +199,37 @@ TEST_F(Files, AttributesDeleteMoveAndFolders) {
   EXPECT_FALSE(dir.Exists(u"locked"));
 }
 
-TEST_F(Files, HandlesReadWriteSeekAndShare) {
+TEST_F(Files, HandlesReadWriteAndSeek) {
   const std::u16string path = P(u"data.bin");
-  os::SetLastError(77);
-  os::Handle w = os::CreateFileW(path.c_str(), os::kGenericWrite, os::kFileShareRead,
-                                 os::kOpenAlways, os::kAttributeNormal);
-  ASSERT_NE(w, os::kInvalidHandle);
-  EXPECT_EQ(os::GetLastError(), 0u) << "OPEN_ALWAYS of a new file";
-  std::uint32_t done = 0;
-  ASSERT_TRUE(os::WriteFile(w, "hello world", 11, &done));
-  EXPECT_EQ(done, 11u);
-  EXPECT_TRUE(os::FlushFileBuffers(w));
-  std::uint32_t high = 99;
-  EXPECT_EQ(os::GetFileSize(w, &high), 11u);
-  EXPECT_EQ(high, 0u);
-
-  // Another writer is refused while this one shares only reading; a reader that shares
-  // writing is let in, and an open without data access always is.
-  EXPECT_EQ(os::CreateFileW(path.c_str(), os::kGenericWrite,
-                            os::kFileShareRead | os::kFileShareWrite, os::kOpenExisting, 0),
-            os::kInvalidHandle);
-  EXPECT_EQ(os::GetLastError(), os::kErrorSharingViolation);
-  EXPECT_EQ(
-      os::CreateFileW(path.c_str(), os::kGenericRead, os::kFileShareRead, os::kOpenExisting, 0),
-      os::kInvalidHandle)
-      << "a reader must share the writer's writing";
-  os::Handle r = os::CreateFileW(path.c_str(), os::kGenericRead,
-                                 os::kFileShareRead | os::kFileShareWrite, os::kOpenExisting, 0);
-  ASSERT_NE(r, os::kInvalidHandle);
-  os::Handle none = os::CreateFileW(path.c_str(), 0, 0, os::kOpenExisting, 0);
-  ASSERT_NE(none, os::kInvalidHandle);
-  EXPECT_FALSE(os::DeleteFileW(path.c_str()));
-  EXPECT_EQ(os::GetLastError(), os::kErrorSharingViolation);
-  EXPECT_FALSE(os::MoveFileW(path.c_str(), P(u"moved.bin").c_str()));
-  EXPECT_EQ(os::GetLastError(), os::kErrorSharingViolation);
-
-  EXPECT_EQ(os::SetFilePointer(r, 6, nullptr, os::kFileBegin), 6u);
-  char buf[16] = {};
-  ASSERT_TRUE(os::ReadFile(r, buf, 16, &done));
-  EXPECT_EQ(done, 5u);
-  EXPECT_EQ(std::string(buf, done), "world");
-  EXPECT_EQ(os::SetFilePointer(r, -5, nullptr, os::kFileEnd), 6u);
-  EXPECT_EQ(os::SetFilePointer(r, -1, nullptr, os::kFileCurrent), 5u);
-  std::int32_t seek_high = 0;
-  EXPECT_EQ(os::SetFilePointer(r, 0, &seek_high, os::kFileEnd), 11u);
-  EXPECT_EQ(seek_high, 0);
-  EXPECT_EQ(os::SetFilePointer(r, -20, nullptr, os::kFileBegin), os::kInvalidSetFilePointer);
-  EXPECT_EQ(os::GetLastError(), 131u) << "ERROR_NEGATIVE_SEEK";
-  EXPECT_FALSE(os::WriteFile(r, "x", 1, &done)) << "a read-only handle";
-  EXPECT_TRUE(os::CloseFile(r));
-  EXPECT_TRUE(os::CloseFile(none));
-  EXPECT_TRUE(os::CloseFile(w));
-  EXPECT_FALSE(os::CloseFile(w));
+  {
+    os::SetLastError(77);
+    const os::File w = os::CreateFileW(path.c_str(), os::kGenericWrite, os::kFileShareRead,
+                                       os::kOpenAlways, os::kAttributeNormal);
+    ASSERT_TRUE(w);
+    EXPECT_EQ(os::GetLastError(), 0u) << "OPEN_ALWAYS of a new file";
+    std::uint32_t done = 0;
+    ASSERT_TRUE(os::WriteFile(w, "hello world", 11, &done));
+    EXPECT_EQ(done, 11u);
+    EXPECT_TRUE(os::FlushFileBuffers(w));
+    std::uint32_t high = 99;
+    EXPECT_EQ(os::GetFileSize(w, &high), 11u);
+    EXPECT_EQ(high, 0u);
+    const os::File r =
+        os::CreateFileW(path.c_str(), os::kGenericRead, os::kFileShareRead | os::kFileShareWrite,
+                        os::kOpenExisting, 0);
+    ASSERT_TRUE(r);
+    EXPECT_EQ(os::SetFilePointer(r, 6, nullptr, os::kFileBegin), 6u);
+    char buf[16] = {};
+    ASSERT_TRUE(os::ReadFile(r, buf, 16, &done));
+    EXPECT_EQ(std::string(buf, done), "world");
+    EXPECT_EQ(os::SetFilePointer(r, -5, nullptr, os::kFileEnd), 6u);
+    std::int32_t seek_high = 0;
+    EXPECT_EQ(os::SetFilePointer(r, 0, &seek_high, os::kFileEnd), 11u);
+    EXPECT_EQ(seek_high, 0);
+    EXPECT_EQ(os::SetFilePointer(r, -20, nullptr, os::kFileBegin), os::kInvalidSetFilePointer);
+    EXPECT_EQ(os::GetLastError(), 131u) << "ERROR_NEGATIVE_SEEK";
+    EXPECT_FALSE(os::WriteFile(r, "x", 1, &done)) << "a read-only handle";
+  }
 
   struct Open {
     const char* label;
@@ -277,20 +251,17 @@ TEST_F(Files, HandlesReadWriteSeekAndShare) {
   };
   for (const Open& row : opens) {
     os::SetLastError(77);
-    os::Handle h = os::CreateFileW(row.path.c_str(), row.access, 0, row.disposition, 0);
+    const bool opened =
+        static_cast<bool>(os::CreateFileW(row.path.c_str(), row.access, 0, row.disposition, 0));
     EXPECT_EQ(os::GetLastError(), row.error) << row.label;
-    if (h != os::kInvalidHandle) {
-      EXPECT_EQ(row.error, os::kErrorAlreadyExists) << row.label;
-      os::CloseFile(h);
-    }
+    EXPECT_EQ(opened, row.error == os::kErrorAlreadyExists) << row.label;
   }
   EXPECT_EQ(dir.Read(u"data.bin"), "") << "CREATE_ALWAYS emptied the file";
 #ifndef _WIN32
   // Windows refuses a writer into a read-only file. Wine run as root lets it in (the missing
   // permission bits do not stop root), so this row is checked on the POSIX side only.
   MakeReadOnly(u"data.bin");
-  EXPECT_EQ(os::CreateFileW(path.c_str(), os::kGenericWrite, 0, os::kOpenExisting, 0),
-            os::kInvalidHandle);
+  EXPECT_FALSE(os::CreateFileW(path.c_str(), os::kGenericWrite, 0, os::kOpenExisting, 0));
   EXPECT_EQ(os::GetLastError(), os::kErrorAccessDenied);
 #endif
 }
@@ -310,19 +281,21 @@ TEST_F(Files, FaultsFailOperationsOnDemand) {
   EXPECT_FALSE(os::DeleteFileW(f.c_str()));
   EXPECT_EQ(os::GetLastError(), os::kErrorSharingViolation);
 
-  os::fault::Arm(Op::kShortWrite, 0);
-  os::Handle h = os::CreateFileW(P(u"short").c_str(), os::kGenericWrite, 0, os::kCreateAlways, 0);
-  std::uint32_t done = 0;
-  EXPECT_TRUE(os::WriteFile(h, "abcd", 4, &done));
-  EXPECT_EQ(done, 3u);
-  os::fault::Arm(Op::kWrite, os::kErrorDiskFull);
-  EXPECT_FALSE(os::WriteFile(h, "abcd", 4, &done));
-  EXPECT_EQ(os::GetLastError(), os::kErrorDiskFull);
-  os::fault::Arm(Op::kFlush, os::kErrorIoDevice);
-  EXPECT_FALSE(os::FlushFileBuffers(h));
-  os::fault::Arm(Op::kSeek, os::kErrorInvalidParameter);
-  EXPECT_EQ(os::SetFilePointer(h, 0, nullptr, os::kFileEnd), os::kInvalidSetFilePointer);
-  os::CloseFile(h);
+  {
+    os::fault::Arm(Op::kShortWrite, 0);
+    const os::File h =
+        os::CreateFileW(P(u"short").c_str(), os::kGenericWrite, 0, os::kCreateAlways, 0);
+    std::uint32_t done = 0;
+    EXPECT_TRUE(os::WriteFile(h, "abcd", 4, &done));
+    EXPECT_EQ(done, 3u);
+    os::fault::Arm(Op::kWrite, os::kErrorDiskFull);
+    EXPECT_FALSE(os::WriteFile(h, "abcd", 4, &done));
+    EXPECT_EQ(os::GetLastError(), os::kErrorDiskFull);
+    os::fault::Arm(Op::kFlush, os::kErrorIoDevice);
+    EXPECT_FALSE(os::FlushFileBuffers(h));
+    os::fault::Arm(Op::kSeek, os::kErrorInvalidParameter);
+    EXPECT_EQ(os::SetFilePointer(h, 0, nullptr, os::kFileEnd), os::kInvalidSetFilePointer);
+  }
   EXPECT_EQ(dir.Read(u"short"), "abc");
 
   struct Armed {
@@ -337,10 +310,10 @@ TEST_F(Files, FaultsFailOperationsOnDemand) {
        [](const std::u16string& p) { return os::CreateDirectoryW((p + u"d").c_str()); }},
       {Op::kOpenFile,
        [](const std::u16string& p) {
-         os::Handle h = os::CreateFileW(p.c_str(), os::kGenericRead, 0, os::kOpenExisting, 0);
-         if (h != os::kInvalidHandle) os::CloseFile(h);
-         return h != os::kInvalidHandle;
+         return static_cast<bool>(
+             os::CreateFileW(p.c_str(), os::kGenericRead, 0, os::kOpenExisting, 0));
        }},
+      {Op::kFlush, [](const std::u16string& p) { return os::FlushFolder(p.c_str()); }},
       {Op::kFindFile, [](const std::u16string& p) { return !List(p).empty(); }},
       {Op::kFullPathName,
        [](const std::u16string& p) {
@@ -353,14 +326,13 @@ TEST_F(Files, FaultsFailOperationsOnDemand) {
     EXPECT_FALSE(row.call(f)) << static_cast<int>(row.op);
     EXPECT_EQ(os::GetLastError(), os::kErrorWriteFault) << static_cast<int>(row.op);
   }
+  // Allocation and pinning count one call each: the second fails, and the block with it.
   os::fault::Arm(Op::kAlloc, os::kErrorNotEnoughMemory, 2);
-  void* block = os::VirtualAlloc(100);
-  ASSERT_NE(block, nullptr);
-  EXPECT_FALSE(os::VirtualLock(block, 100)) << "the second call of the block's operations";
-  EXPECT_TRUE(os::VirtualLock(block, 100));
-  static_cast<char*>(block)[99] = 'x';
-  EXPECT_TRUE(os::VirtualUnlock(block, 100));
-  EXPECT_TRUE(os::VirtualFree(block, 100));
+  EXPECT_FALSE(os::LockedBlock(100));
+  os::LockedBlock block(100);
+  ASSERT_TRUE(block);
+  EXPECT_EQ(block.size(), 100u);
+  block.data()[99] = 'x';
 }
 
 TEST(FilesSeam, FullPathBufferAndMessages) {

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "base/text.h"
-#include "os/fault.h"
 #include "os/types.h"
 #include "support/scoped_env.h"
 
@@ -28,14 +27,6 @@ TEST(GetLocaleInfoW, AnswersForAGivenIdentifier) {
     EXPECT_EQ(os::GetLocaleInfoW(row.locale, os::kLocaleSAbbrevLangName), row.abbreviation)
         << base::Narrow(row.id);
   }
-}
-
-TEST(GetLocaleInfoW, AnArmedFaultGivesNoAnswerAndItsError) {
-  os::fault::Scope faults;
-  os::fault::Arm(os::fault::Op::kLocaleInfo, os::kErrorInvalidParameter);
-  EXPECT_EQ(os::GetLocaleInfoW(os::kLocaleUserDefault, os::kLocaleILanguage), u"");
-  EXPECT_EQ(os::GetLastError(), os::kErrorInvalidParameter);
-  EXPECT_FALSE(os::GetLocaleInfoW(os::kLocaleUserDefault, os::kLocaleILanguage).empty());
 }
 
 // The POSIX side reads the user's locale from LC_ALL, LC_MESSAGES and LANG. Windows keeps the

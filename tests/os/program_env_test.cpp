@@ -73,17 +73,12 @@ TEST(OsProgramEnv, ACopiedProgramStillRuns) {
 }
 
 TEST(OsProgramEnv, FoldersAndEnvironment) {
-  const std::u16string tmp = os::GetTempPathW();
-  ASSERT_FALSE(tmp.empty());
-  EXPECT_TRUE(tmp.back() == u'\\' || tmp.back() == u'/') << base::Narrow(tmp);
-  EXPECT_NE(os::GetFileAttributesW(tmp.c_str()) & os::kAttributeDirectory, 0u);
-
   TempDir temp;
-  const std::u16string here = os::GetCurrentDirectoryW();
+  const std::filesystem::path here = std::filesystem::current_path();
   ASSERT_TRUE(os::SetCurrentDirectoryW(temp.u16().c_str()));
-  EXPECT_EQ(os::GetCurrentDirectoryW(), temp.u16());
+  EXPECT_TRUE(std::filesystem::equivalent(std::filesystem::current_path(), temp.path()));
   EXPECT_FALSE(os::SetCurrentDirectoryW(temp.u16(u"missing").c_str()));
-  ASSERT_TRUE(os::SetCurrentDirectoryW(here.c_str()));
+  std::filesystem::current_path(here);
 
   testing_support::ScopedEnv env({{"TVEJECT_PROBE", "some value"}, {"TVEJECT_NONE", nullptr}});
   EXPECT_EQ(os::GetEnvironmentVariableW(u"TVEJECT_PROBE"), u"some value");

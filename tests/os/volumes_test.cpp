@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "companions/disk_ejector/drive_eject.h"
 #include "os/apps.h"
+#include "os/fault.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
 #include "support/pid_namespace.h"
@@ -73,7 +74,6 @@ TEST(OsVolumes, TheTemporaryFolderIsOnAFixedDrive) {
   EXPECT_FALSE(sys::Ejects(plan)) << base::Narrow(plan.rule);
   EXPECT_FALSE(plan.rule.empty());
   EXPECT_NE(device.drive_type, os::kDriveRemovable);
-  EXPECT_EQ(os::GetDriveTypeW(root), device.drive_type);
 }
 
 TEST(OsVolumes, NoVolumeBehindANonexistentRoot) {
@@ -113,7 +113,7 @@ TEST_F(OsLoopVolume, DescribesTheLoopDeviceAndTellsWhyItIsNotRemovable) {
   EXPECT_EQ(plan.target, sys::EjectTarget::kNotRemovable);
   EXPECT_NE(plan.rule.find(u"fixed disk"), std::u16string::npos) << base::Narrow(plan.rule);
 
-  os::ScopedRemovableDiskForTests hook(drive_.device());
+  os::fault::ScopedRemovableDisk hook(drive_.device());
   ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
   EXPECT_TRUE(device.chain[0].removable);
   EXPECT_EQ(device.drive_type, os::kDriveRemovable);
@@ -158,7 +158,7 @@ TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
   for (const auto& h : holders.processes)
     EXPECT_TRUE(h.closable) << h.process.pid << ": the test's own may be asked to close";
 
-  os::ScopedRemovableDiskForTests hook(drive_.device());
+  os::fault::ScopedRemovableDisk hook(drive_.device());
   os::StorageDevice device;
   ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
   os::EjectAnswer answer;

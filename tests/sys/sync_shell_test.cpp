@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "os/fault.h"
 #include "os/os.h"
 #include "support/scoped_env.h"
 #include "support/temp_dir.h"
@@ -114,7 +115,6 @@ std::uint32_t ExitCode(os::Handle process) {
 void StopChild(const TempDir& dir, os::Handle process) {
   dir.Write(u"stop", "");
   EXPECT_TRUE(WaitUntil([&] { return ExitCode(process) != os::kStillActive; }));
-  os::CloseHandle(process);
 }
 
 // The parameters of a child that runs until the test stops it.
@@ -170,7 +170,6 @@ TEST(SyncShell, ProgramThatHasEndedTakesOneTurn) {
   EXPECT_EQ(watch.Count(Event::kMessagesPumped), 1);
   EXPECT_EQ(watch.Count(Event::kSlept), 1);
   EXPECT_EQ(watch.Last(Event::kSlept), 10);
-  os::CloseHandle(watch.process);
 }
 
 TEST(SyncShell, TimeOutZeroLeavesTheProgramRunning) {
@@ -195,7 +194,6 @@ TEST(SyncShell, AnyEndingCountsAsCompletion) {
         << "exit code " << code;
     EXPECT_EQ(error, u"untouched");
     EXPECT_EQ(watch.Last(Event::kExitCodeRead), code);
-    os::CloseHandle(watch.process);
   }
 }
 
@@ -213,7 +211,6 @@ TEST(SyncShell, ExitCode259LooksLikeARunningProgram) {
   EXPECT_TRUE(ended);
   EXPECT_EQ(error, u"untouched");
 #endif
-  os::CloseHandle(watch.process);
 }
 
 TEST(SyncShell, RefusedStartLeavesTheErrorTextAlone) {
@@ -306,8 +303,6 @@ TEST(SyncShell, ParametersReachTheProgramAsTheyWereQuoted) {
       {u"\"h\u00e9llo w\u00f6rld\" \u65e5\u672c", {u"h\u00e9llo w\u00f6rld", u"\u65e5\u672c"}},
   };
   for (const auto& row : rows) {
-    EXPECT_EQ(os::SplitCommandLine(row.parameters), row.args) << base::Narrow(row.parameters);
-
     TempDir dir;
     SeamWatch watch;
     std::u16string error;
@@ -318,7 +313,6 @@ TEST(SyncShell, ParametersReachTheProgramAsTheyWereQuoted) {
     ASSERT_GE(m.args.size(), 2u);
     std::vector<std::u16string> received(m.args.begin() + 2, m.args.end());
     EXPECT_EQ(received, row.args) << base::Narrow(row.parameters);
-    os::CloseHandle(watch.process);
   }
 }
 
@@ -344,18 +338,16 @@ TEST(SyncShell, WorkingFolderIsTheOneGiven) {
     Marker m = ReadMarker(dir, u"m");
     EXPECT_TRUE(fs::equivalent(fs::path(m.cwd), row.expected))
         << base::Narrow(m.cwd) << " vs " << row.expected;
-    os::CloseHandle(watch.process);
   }
 }
 
-TEST(ShellExecEx, HandleIsAboveThirtyTwoAndClosesOnce) {
+TEST(ShellExecEx, HandleIsAboveThirtyTwo) {
   SeamWatch watch;
   os::Handle process = 0;
   ASSERT_TRUE(mSyncShell::ShellExecEx(HelperProgram(u"child"), 0, u"--exit 3", std::nullopt, u"", 0,
                                       process));
   EXPECT_GE(static_cast<std::int32_t>(process), 33);
   EXPECT_TRUE(WaitUntil([&] { return ExitCode(process) == 3; }));
-  EXPECT_TRUE(os::CloseHandle(process));
 }
 
 #ifndef _WIN32
@@ -399,25 +391,22 @@ TEST(ShellExecPosix, VerbsOtherThanOpenHaveNoAssociation) {
   std::u16string error;
   EXPECT_TRUE(
       mSyncShell::SyncShell(HelperProgram(u"child"), u"", std::nullopt, 1, error, 20000, u"OPEN"));
-  os::CloseHandle(watch.process);
 }
 
-// However a child is started and whatever becomes of its handle, it is reaped when it ends.
+// However a child is started and whoever holds its handle, it is reaped when it ends.
 TEST(ShellExecPosix, EndedChildrenAreNeverLeftZombies) {
-  enum class Way { kNoHandle, kHandleClosedEarly, kHandleLeftOpen };
-  for (Way way : {Way::kNoHandle, Way::kHandleClosedEarly, Way::kHandleLeftOpen}) {
+  enum class Way { kNoHandle, kHandleKept, kHandleLeftOpen };
+  for (Way way : {Way::kNoHandle, Way::kHandleKept, Way::kHandleLeftOpen}) {
     TempDir dir;
     SeamWatch watch;
     if (way == Way::kNoHandle) {
       std::int32_t result = 0;
       ASSERT_TRUE(mSyncShell::ShellExec(HelperProgram(u"child"), 0, RunningChild(dir), std::nullopt,
                                         u"", 0, result));
-    } else if (way == Way::kHandleClosedEarly) {
+    } else if (way == Way::kHandleKept) {
       os::Handle process = 0;
       ASSERT_TRUE(mSyncShell::ShellExecEx(HelperProgram(u"child"), 0, RunningChild(dir),
                                           std::nullopt, u"", 0, process));
-      EXPECT_TRUE(os::CloseHandle(process));
-      EXPECT_FALSE(os::CloseHandle(process));
     } else {
       std::u16string error;
       EXPECT_FALSE(mSyncShell::SyncShell(HelperProgram(u"child"), RunningChild(dir), std::nullopt,

@@ -7,6 +7,7 @@
 
 #include "base/text.h"
 #include "base/trap.h"
+#include "os/fault.h"
 #include "os/os.h"
 #include "support/log_capture.h"
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "os/codepage.h"
+#include "support/ansi.h"
 #include "text/encoding.h"
 
 namespace {
@@ -60,7 +61,7 @@ TEST(Utf8, DecodeAndEncodeModes) {
   EXPECT_EQ(mUTF8::UTF8_Decode(cafe, 0), u"caf\u00E9") << "raw bytes are not UTF-16";
   EXPECT_EQ(mUTF8::UTF8_Decode("", 1), u"");
   EXPECT_EQ(mUTF8::UTF8_Decode(std::string("ab\0cd", 5), 1), u"ab");
-  if (os::GetACP() == 1252) {
+  if (testing_support::AnsiIs1252()) {
     // One character per byte: the UTF-8 bytes as a 1252 text ("cafÃ©"), held as UTF-16.
     const std::string widened = mStringTools::StrToBytes(u"caf\u00C3\u00A9");
     EXPECT_EQ(mUTF8::UTF8_Decode(widened, 2), u"caf\u00E9");

@@ -21,9 +21,8 @@ bool OwnLogFile(const std::u16string& file) {
   if (!facts.exists) {
     const std::u16string folder = sys::ParentFolder(file);
     if (!folder.empty()) mFileUtils::CreateFolder(folder);
-    const os::Handle created =
-        os::CreateFileW(file.c_str(), os::kGenericWrite, os::kFileShareRead, os::kCreateNew, 0);
-    if (created != os::kInvalidHandle) os::CloseFile(created);
+    // Made and closed at once: only the file matters here.
+    os::CreateFileW(file.c_str(), os::kGenericWrite, os::kFileShareRead, os::kCreateNew, 0);
     facts = os::GetPathFacts(file);
   }
   return facts.exists && !facts.link && !facts.folder && facts.own;

@@ -42,7 +42,7 @@ struct EjectorCommand {
 EjectorCommand ParseEjectorArguments(const std::vector<std::u16string>& args);
 
 // A parameter text that the system splits back into exactly these arguments
-// (os::SplitCommandLine): blanks and quotes quoted, backslashes before a quote doubled.
+// (CommandLineToArgvW): blanks and quotes quoted, backslashes before a quote doubled.
 std::u16string JoinArguments(const std::vector<std::u16string>& args);
 
 // What the user is told: a box's text and style flags.

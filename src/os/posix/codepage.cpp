@@ -3,20 +3,20 @@
 // go through iconv.
 #include <iconv.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
 
+#include "base/text.h"
+#include "base/utf8.h"
 #include "os/codepage.h"
 #include "os/posix/cp1252.h"
-#include "os/posix/utf8.h"
 #include "os/types.h"
 
 namespace os {
 namespace {
 
-constexpr std::uint32_t kErrorInvalidFlags = 1004;
-constexpr std::uint32_t kErrorNoUnicodeTranslation = 1113;
 constexpr std::uint32_t kAnsiCodePage = 1252;
 constexpr std::uint32_t kOemCodePage = 437;
 constexpr std::uint32_t kMacCodePage = 10000;
@@ -167,30 +167,7 @@ struct Sink {
 // ---- UTF-8 --------------------------------------------------------------------------------------
 
 void Utf16ToUtf8(const char16_t* s, std::size_t n, Sink<char>& out) {
-  for (std::size_t i = 0; i < n; ++i) {
-    char32_t c = s[i];
-    if (c < 0x80) {
-      out.Put(static_cast<char>(c));
-      continue;
-    }
-    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < n && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF) {
-      c = 0x10000 + ((c - 0xD800) << 10) + (s[i + 1] - 0xDC00);
-      ++i;
-    } else if (c >= 0xD800 && c <= 0xDFFF) {
-      c = 0xFFFD;  // an unpaired surrogate
-    }
-    if (c < 0x800) {
-      out.Put(static_cast<char>(0xC0 | (c >> 6)));
-    } else if (c < 0x10000) {
-      out.Put(static_cast<char>(0xE0 | (c >> 12)));
-      out.Put(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    } else {
-      out.Put(static_cast<char>(0xF0 | (c >> 18)));
-      out.Put(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-      out.Put(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    }
-    out.Put(static_cast<char>(0x80 | (c & 0x3F)));
-  }
+  for (char c : base::Narrow(std::u16string_view(s, n))) out.Put(c);
 }
 
 // ---- iconv -------------------------------------------------------------------------------
@@ -236,10 +213,9 @@ class Iconv {
   iconv_t cd_;
 };
 
-bool IconvToWide(const char* name, const char* s, std::size_t n, Sink<char16_t>& out, bool strict) {
+bool IconvToWide(const char* name, const char* s, std::size_t n, Sink<char16_t>& out) {
   Iconv cd("UTF-16LE", name);
   if (!cd.ok()) return false;
-  bool invalid = false;
   cd.Run(
       s, n, 1,
       [&](const char* bytes, std::size_t size) {
@@ -248,15 +224,11 @@ bool IconvToWide(const char* name, const char* s, std::size_t n, Sink<char16_t>&
                                         (static_cast<unsigned char>(bytes[i + 1]) << 8)));
         }
       },
-      [&](const char*, std::size_t) {
-        invalid = true;
-        out.Put(0xFFFD);
-      });
-  return !(strict && invalid);
+      [&](const char*, std::size_t) { out.Put(0xFFFD); });
+  return true;
 }
 
-bool IconvToBytes(const char* name, const char16_t* s, std::size_t n, Sink<char>& out,
-                  char default_char, bool* used_default) {
+bool IconvToBytes(const char* name, const char16_t* s, std::size_t n, Sink<char>& out) {
   Iconv cd(name, "UTF-16LE");
   if (!cd.ok()) return false;
   std::string bytes(n * 2, '\0');
@@ -269,10 +241,7 @@ bool IconvToBytes(const char* name, const char16_t* s, std::size_t n, Sink<char>
       [&](const char* b, std::size_t size) {
         for (std::size_t i = 0; i < size; ++i) out.Put(b[i]);
       },
-      [&](const char*, std::size_t) {
-        out.Put(default_char);
-        if (used_default) *used_default = true;
-      });
+      [&](const char*, std::size_t) { out.Put('?'); });
   return true;
 }
 
@@ -288,15 +257,13 @@ std::size_t Length16(const char16_t* s) {
 
 }  // namespace
 
-int MultiByteToWideChar(std::uint32_t code_page, std::uint32_t flags, const char* source,
-                        int source_length, char16_t* target, int target_length) {
+int MultiByteToWideChar(std::uint32_t code_page, const char* source, int source_length,
+                        char16_t* target, int target_length) {
   if (!source || source_length == 0 || target_length < 0 || (target_length > 0 && !target)) {
     return Fail(kErrorInvalidParameter);
   }
   const std::uint32_t cp = Resolve(code_page);
   if (!Known(cp)) return Fail(kErrorInvalidParameter);
-  if (flags & ~0xFu) return Fail(kErrorInvalidFlags);
-  const bool strict = (flags & kMbErrInvalidChars) != 0;
   const std::size_t n =
       source_length < 0 ? std::strlen(source) + 1 : static_cast<std::size_t>(source_length);
   const auto* s = reinterpret_cast<const unsigned char*>(source);
@@ -304,24 +271,14 @@ int MultiByteToWideChar(std::uint32_t code_page, std::uint32_t flags, const char
 
   std::size_t count = 0;
   if (cp == kCpUtf8) {
-    bool invalid = false;
-    bool ok =
-        posix::Utf8ToUtf16(s, n, capacity ? target : nullptr, capacity, strict, &count, &invalid);
-    if (!ok) {
-      // Strict mode refuses any invalid sequence; otherwise only a full target stops it.
-      if (strict) {
-        std::size_t unused;
-        bool bad = !posix::Utf8ToUtf16(s, n, nullptr, 0, true, &unused, &invalid);
-        if (bad) return Fail(kErrorNoUnicodeTranslation);
-      }
+    if (!base::Utf8ToUtf16(s, n, capacity ? target : nullptr, capacity, &count))
       return Fail(kErrorInsufficientBuffer);
-    }
   } else {
     Sink<char16_t> out{target, capacity};
     if (cp == 1252) {
       for (std::size_t i = 0; i < n; ++i) out.Put(posix::Cp1252ToUnicode(s[i]));
-    } else if (!IconvToWide(IconvName(cp), source, n, out, strict)) {
-      return Fail(strict ? kErrorNoUnicodeTranslation : kErrorInvalidParameter);
+    } else if (!IconvToWide(IconvName(cp), source, n, out)) {
+      return Fail(kErrorInvalidParameter);
     }
     if (out.overflow) return Fail(kErrorInsufficientBuffer);
     count = out.count;
@@ -330,9 +287,8 @@ int MultiByteToWideChar(std::uint32_t code_page, std::uint32_t flags, const char
   return static_cast<int>(count);
 }
 
-int WideCharToMultiByte(std::uint32_t code_page, std::uint32_t flags, const char16_t* source,
-                        int source_length, char* target, int target_length,
-                        const char* default_char, bool* used_default) {
+int WideCharToMultiByte(std::uint32_t code_page, const char16_t* source, int source_length,
+                        char* target, int target_length) {
   if (!source || source_length == 0 || target_length < 0 || (target_length > 0 && !target)) {
     return Fail(kErrorInvalidParameter);
   }
@@ -341,23 +297,15 @@ int WideCharToMultiByte(std::uint32_t code_page, std::uint32_t flags, const char
   const std::size_t n =
       source_length < 0 ? Length16(source) + 1 : static_cast<std::size_t>(source_length);
   Sink<char> out{target, static_cast<std::size_t>(target_length)};
-  if (used_default) *used_default = false;
-  const char fallback = default_char ? default_char[0] : '?';
 
   if (cp == kCpUtf8) {
     Utf16ToUtf8(source, n, out);
   } else if (cp == 1252) {
-    const bool best_fit = (flags & kWcNoBestFitChars) == 0;
     for (std::size_t i = 0; i < n; ++i) {
-      int b = posix::UnicodeToCp1252(source[i], best_fit);
-      if (b < 0) {
-        if (used_default) *used_default = true;
-        out.Put(fallback);
-      } else {
-        out.Put(static_cast<char>(b));
-      }
+      int b = posix::UnicodeToCp1252(source[i]);
+      out.Put(b < 0 ? '?' : static_cast<char>(b));
     }
-  } else if (!IconvToBytes(IconvName(cp), source, n, out, fallback, used_default)) {
+  } else if (!IconvToBytes(IconvName(cp), source, n, out)) {
     return Fail(kErrorInvalidParameter);
   }
   if (out.overflow) return Fail(kErrorInsufficientBuffer);
@@ -365,57 +313,26 @@ int WideCharToMultiByte(std::uint32_t code_page, std::uint32_t flags, const char
   return static_cast<int>(out.count);
 }
 
-// The statistics and signature tests as the Windows build answers them under Wine: only the
-// first 256 units are looked at, a zero last byte is left out (so "A" NUL is not UTF-16 "A"),
-// the signature is U+FEFF in the first unit, and the statistics test passes when more than half
-// of the units are below U+0100.
+// The statistics and signature tests (the only ones the program asks for) as the Windows build
+// answers them under Wine: only the first 256 units are looked at, a zero last byte is left out
+// (so "A" NUL is not UTF-16 "A"), the signature is U+FEFF in the first unit, and the statistics
+// test passes when more than half of the units are below U+0100.
 bool IsTextUnicode(const void* data, int size, int* tests) {
-  if (!data || size < 2) {
-    if (tests) *tests = 0;
-    return false;
-  }
-  const auto* bytes = static_cast<const unsigned char*>(data);
+  const int wanted = tests ? *tests : kIsTextUnicodeStatistics | kIsTextUnicodeSignature;
   int passed = 0;
-  if (size & 1) passed |= kIsTextUnicodeOddLength;
-  int length = size;
-  if (bytes[length - 1] == 0) --length;
-  int units = length / 2;
-  if (units > 256) units = 256;
-  auto unit = [&](int i) { return static_cast<char16_t>(bytes[2 * i] | (bytes[2 * i + 1] << 8)); };
-
-  const int wanted = tests ? *tests : ~0;
-  if (unit(0) == 0xFEFF) passed |= kIsTextUnicodeSignature;
-  if (unit(0) == 0xFFFE) passed |= kIsTextUnicodeReverseSignature;
-  if (wanted & kIsTextUnicodeStatistics) {
+  if (data && size >= 2) {
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    const int length = bytes[size - 1] == 0 ? size - 1 : size;
+    const int units = std::min(length / 2, 256);
+    auto unit = [&](int i) { return char16_t(bytes[2 * i] | (bytes[2 * i + 1] << 8)); };
+    if (unit(0) == 0xFEFF) passed |= kIsTextUnicodeSignature;
     int low = 0;
     for (int i = 0; i < units; ++i) low += unit(i) < 0x100;
     if (low > units / 2) passed |= kIsTextUnicodeStatistics;
   }
-  for (int i = 0; i < units; ++i) {
-    char16_t u = unit(i);
-    if ((wanted & kIsTextUnicodeNullBytes) && ((u & 0xFF) == 0 || (u >> 8) == 0)) {
-      passed |= kIsTextUnicodeNullBytes;
-    }
-    if ((wanted & kIsTextUnicodeControls) &&
-        (u == u'\r' || u == u'\n' || u == u'\t' || u == u' ' || u == 0x3000)) {
-      passed |= kIsTextUnicodeControls;
-    }
-    if ((wanted & kIsTextUnicodeReverseControls) &&
-        (u == 0x0D00 || u == 0x0A00 || u == 0x0900 || u == 0x2000)) {
-      passed |= kIsTextUnicodeReverseControls;
-    }
-  }
-  if (tests) {
-    passed &= *tests;
-    *tests = passed;
-  }
-  if (passed & (kIsTextUnicodeReverseMask | kIsTextUnicodeNotUnicodeMask)) return false;
-  if (passed & kIsTextUnicodeNotAsciiMask) return true;
-  return (passed & kIsTextUnicodeUnicodeMask) != 0;
-}
-
-std::uint32_t GetACP() {
-  return kAnsiCodePage;
+  passed &= wanted;
+  if (tests) *tests = passed;
+  return passed != 0;
 }
 
 }  // namespace os

@@ -124,10 +124,10 @@ char16_t Cp1252ToUnicode(unsigned char byte) {
   return byte >= 0x80 && byte < 0xA0 ? kHigh[byte - 0x80] : char16_t{byte};
 }
 
-int UnicodeToCp1252(char16_t unit, bool best_fit) {
+int UnicodeToCp1252(char16_t unit) {
   std::uint16_t entry = Reverse()[unit];
   if (entry == kNone) return -1;
-  if (entry >= kBest) return best_fit ? entry - kBest : -1;
+  if (entry >= kBest) return entry - kBest;
   return entry;
 }
 

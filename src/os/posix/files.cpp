@@ -16,11 +16,11 @@
 #include <vector>
 
 #include "base/text.h"
-#include "os/fault.h"
 #include "os/files.h"
 #include "os/posix/file_table.h"
 #include "os/posix/native.h"
 #include "os/posix/paths.h"
+#include "os/side.h"
 #include "os/types.h"
 
 namespace os {
@@ -160,8 +160,7 @@ FindData Entry(const struct stat& st, const std::string& name) {
 
 }  // namespace
 
-Handle FindFirstFileW(const char16_t* pattern, FindData* entry) {
-  if (fault::Hit(fault::Op::kFindFile)) return kInvalidHandle;
+Handle side::FindFirstFileW(const char16_t* pattern, FindData* entry) {
   std::u16string_view p(pattern ? pattern : u"");
   std::size_t cut = p.find_last_of(u"\\/");
   std::u16string_view folder = cut == std::u16string_view::npos ? u"" : p.substr(0, cut + 1);
@@ -212,7 +211,7 @@ Handle FindFirstFileW(const char16_t* pattern, FindData* entry) {
   return h;
 }
 
-bool FindNextFileW(Handle handle, FindData* entry) {
+bool side::FindNextFileW(Handle handle, FindData* entry) {
   Searches& all = OpenSearches();
   std::lock_guard<std::mutex> lock(all.mutex);
   auto it = all.open.find(handle);
@@ -223,7 +222,7 @@ bool FindNextFileW(Handle handle, FindData* entry) {
   return true;
 }
 
-bool FindClose(Handle handle) {
+bool side::FindClose(Handle handle) {
   Searches& all = OpenSearches();
   std::lock_guard<std::mutex> lock(all.mutex);
   if (all.open.erase(handle) == 0) return Fail(kErrorInvalidHandle);
@@ -240,8 +239,7 @@ std::u16string VolumeIdentity(std::u16string_view path) {
   return base::Widen(std::to_string(static_cast<unsigned long long>(st.st_dev)));
 }
 
-std::uint32_t GetFileAttributesW(const char16_t* path) {
-  if (fault::Hit(fault::Op::kGetAttributes)) return kInvalidFileAttributes;
+std::uint32_t side::GetFileAttributesW(const char16_t* path) {
   std::string p;
   if (!posix::SystemPath(path ? path : u"", &p)) return kInvalidFileAttributes;
   struct stat st;
@@ -254,8 +252,7 @@ std::uint32_t GetFileAttributesW(const char16_t* path) {
 
 // Only the read-only bit can be kept: hidden follows the name, and the archive and system bits
 // have no place in a POSIX file system.
-bool SetFileAttributesW(const char16_t* path, std::uint32_t attributes) {
-  if (fault::Hit(fault::Op::kSetAttributes)) return false;
+bool side::SetFileAttributesW(const char16_t* path, std::uint32_t attributes) {
   std::string p;
   if (!posix::SystemPath(path ? path : u"", &p)) return false;
   struct stat st;
@@ -274,8 +271,7 @@ bool SetFileAttributesW(const char16_t* path, std::uint32_t attributes) {
   return true;
 }
 
-bool DeleteFileW(const char16_t* path) {
-  if (fault::Hit(fault::Op::kDeleteFile)) return false;
+bool side::DeleteFileW(const char16_t* path) {
   std::string p;
   if (!posix::SystemPath(path ? path : u"", &p)) return false;
   struct stat st;
@@ -287,7 +283,6 @@ bool DeleteFileW(const char16_t* path) {
   if (S_ISDIR(st.st_mode) || (S_ISREG(st.st_mode) && !(st.st_mode & S_IWUSR))) {
     return Fail(kErrorAccessDenied);
   }
-  if (posix::DeleteConflict(st.st_dev, st.st_ino)) return Fail(kErrorSharingViolation);
   if (unlink(p.c_str()) != 0) {
     SetErrorFor(p);
     return false;
@@ -295,8 +290,7 @@ bool DeleteFileW(const char16_t* path) {
   return true;
 }
 
-bool MoveFileW(const char16_t* source, const char16_t* destination) {
-  if (fault::Hit(fault::Op::kMoveFile)) return false;
+bool side::MoveFileW(const char16_t* source, const char16_t* destination) {
   std::string from, to;
   if (!posix::SystemPath(source ? source : u"", &from)) return false;
   if (!posix::SystemPath(destination ? destination : u"", &to)) return false;
@@ -305,7 +299,6 @@ bool MoveFileW(const char16_t* source, const char16_t* destination) {
     SetErrorFor(from);
     return false;
   }
-  if (posix::DeleteConflict(st.st_dev, st.st_ino)) return Fail(kErrorSharingViolation);
   if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
     return true;
   }
@@ -321,8 +314,7 @@ bool MoveFileW(const char16_t* source, const char16_t* destination) {
   return false;
 }
 
-bool CreateDirectoryW(const char16_t* path) {
-  if (fault::Hit(fault::Op::kCreateFolder)) return false;
+bool side::CreateDirectoryW(const char16_t* path) {
   std::string p;
   if (!posix::SystemPath(path ? path : u"", &p)) return false;
   if (mkdir(p.c_str(), 0777) == 0) return true;
@@ -331,8 +323,7 @@ bool CreateDirectoryW(const char16_t* path) {
   return false;
 }
 
-bool RemoveDirectoryW(const char16_t* path) {
-  if (fault::Hit(fault::Op::kDeleteFile)) return false;
+bool side::RemoveDirectoryW(const char16_t* path) {
   std::string p;
   if (!posix::SystemPath(path ? path : u"", &p)) return false;
   // rmdir refuses a link (ENOTDIR): what it points to is never touched.
@@ -395,18 +386,16 @@ std::uint32_t FormatMessageA(std::uint32_t error, char* buffer, std::uint32_t bu
 
 // ---- file handles ------------------------------------------------------------------------
 
-Handle CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t share,
-                   std::uint32_t disposition, std::uint32_t flags_and_attributes) {
-  if (fault::Hit(fault::Op::kOpenFile)) return kInvalidHandle;
+Handle side::CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t share,
+                         std::uint32_t disposition, std::uint32_t flags_and_attributes) {
   std::u16string_view name(path ? path : u"");
   if (char16_t letter = posix::DeviceLetter(name)) {
     auto device = std::make_shared<posix::OpenFile>();
     if (!posix::VolumeBlockDevice(letter, &device->sysfs)) return kInvalidHandle;
     device->access = access;
-    device->share = share;
     return posix::AddOpenFile(std::move(device));
   }
-  if (disposition < kCreateNew || disposition > kTruncateExisting) {
+  if (disposition < kCreateNew || disposition > kOpenAlways) {
     Fail(kErrorInvalidParameter);
     return kInvalidHandle;
   }
@@ -425,16 +414,12 @@ Handle CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t sha
       Fail(kErrorFileExists);
       return kInvalidHandle;
     }
-    const bool truncates = disposition == kCreateAlways || disposition == kTruncateExisting;
+    const bool truncates = disposition == kCreateAlways;
     if ((writes || truncates) && ReadOnly(st)) {
       Fail(kErrorAccessDenied);
       return kInvalidHandle;
     }
-    if (posix::SharingConflict(st.st_dev, st.st_ino, access, share)) {
-      Fail(kErrorSharingViolation);
-      return kInvalidHandle;
-    }
-  } else if (disposition == kOpenExisting || disposition == kTruncateExisting) {
+  } else if (disposition == kOpenExisting) {
     errno = ENOENT;
     SetErrorFor(p);
     return kInvalidHandle;
@@ -457,19 +442,14 @@ Handle CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t sha
     SetErrorFor(p);
     return kInvalidHandle;
   }
-  if (existed && (disposition == kCreateAlways || disposition == kTruncateExisting) &&
-      ftruncate(fd, 0) != 0) {
+  if (existed && (disposition == kCreateAlways) && ftruncate(fd, 0) != 0) {
     posix::SetLastErrorFromErrno();
     close(fd);
     return kInvalidHandle;
   }
   auto file = std::make_shared<posix::OpenFile>();
-  fstat(fd, &st);
   file->fd = fd;
-  file->device = st.st_dev;
-  file->inode = st.st_ino;
   file->access = access;
-  file->share = share;
   Handle h = posix::AddOpenFile(std::move(file));
   // CREATE_ALWAYS and OPEN_ALWAYS tell the caller that the file was already there.
   SetLastError(existed && (disposition == kCreateAlways || disposition == kOpenAlways)
@@ -493,9 +473,8 @@ std::shared_ptr<posix::OpenFile> DataFile(Handle file, std::uint32_t needed_acce
 }
 }  // namespace
 
-bool ReadFile(Handle file, void* buffer, std::uint32_t size, std::uint32_t* done) {
+bool side::ReadFile(Handle file, void* buffer, std::uint32_t size, std::uint32_t* done) {
   if (done) *done = 0;
-  if (fault::Hit(fault::Op::kReadFile)) return false;
   auto f = DataFile(file, kGenericRead);
   if (!f) return false;
   std::uint32_t total = 0;
@@ -514,11 +493,8 @@ bool ReadFile(Handle file, void* buffer, std::uint32_t size, std::uint32_t* done
   return true;
 }
 
-bool WriteFile(Handle file, const void* buffer, std::uint32_t size, std::uint32_t* done) {
+bool side::WriteFile(Handle file, const void* buffer, std::uint32_t size, std::uint32_t* done) {
   if (done) *done = 0;
-  if (fault::Hit(fault::Op::kWrite)) return false;
-  // A short write: the disk took only part of the data and still reported success.
-  if (size > 0 && fault::Hit(fault::Op::kShortWrite)) size -= 1;
   auto f = DataFile(file, kGenericWrite);
   if (!f) return false;
   std::uint32_t total = 0;
@@ -536,9 +512,8 @@ bool WriteFile(Handle file, const void* buffer, std::uint32_t size, std::uint32_
   return true;
 }
 
-std::uint32_t SetFilePointer(Handle file, std::int32_t distance, std::int32_t* distance_high,
-                             std::uint32_t method) {
-  if (fault::Hit(fault::Op::kSeek)) return kInvalidSetFilePointer;
+std::uint32_t side::SetFilePointer(Handle file, std::int32_t distance, std::int32_t* distance_high,
+                                   std::uint32_t method) {
   auto f = DataFile(file, 0);
   if (!f) return kInvalidSetFilePointer;
   std::int64_t move =
@@ -549,7 +524,7 @@ std::uint32_t SetFilePointer(Handle file, std::int32_t distance, std::int32_t* d
     Fail(kErrorInvalidParameter);
     return kInvalidSetFilePointer;
   }
-  const int whence = method == kFileBegin ? SEEK_SET : method == kFileCurrent ? SEEK_CUR : SEEK_END;
+  const int whence = method == kFileBegin ? SEEK_SET : method == kFileEnd ? SEEK_END : SEEK_CUR;
   off_t at = lseek(f->fd, 0, SEEK_CUR);
   if (whence == SEEK_END) {
     struct stat st;
@@ -572,7 +547,7 @@ std::uint32_t SetFilePointer(Handle file, std::int32_t distance, std::int32_t* d
   return static_cast<std::uint32_t>(result);
 }
 
-std::uint32_t GetFileSize(Handle file, std::uint32_t* size_high) {
+std::uint32_t side::GetFileSize(Handle file, std::uint32_t* size_high) {
   auto f = DataFile(file, 0);
   struct stat st;
   if (!f || fstat(f->fd, &st) != 0) {
@@ -585,8 +560,7 @@ std::uint32_t GetFileSize(Handle file, std::uint32_t* size_high) {
   return static_cast<std::uint32_t>(size);
 }
 
-bool FlushFolder(const char16_t* path) {
-  if (fault::Hit(fault::Op::kFlush)) return false;
+bool side::FlushFolder(const char16_t* path) {
   int fd = open(posix::NativePath(path ? path : u"").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) {
     posix::SetLastErrorFromErrno();
@@ -598,8 +572,7 @@ bool FlushFolder(const char16_t* path) {
   return ok;
 }
 
-bool FlushFileBuffers(Handle file) {
-  if (fault::Hit(fault::Op::kFlush)) return false;
+bool side::FlushFileBuffers(Handle file) {
   auto f = DataFile(file, kGenericWrite);
   if (!f) return false;
   if (fsync(f->fd) != 0) {
@@ -609,7 +582,7 @@ bool FlushFileBuffers(Handle file) {
   return true;
 }
 
-bool CloseFile(Handle file) {
+bool side::CloseFile(Handle file) {
   auto f = posix::RemoveOpenFile(file);
   if (!f) return Fail(kErrorInvalidHandle);
   if (f->fd >= 0) close(f->fd);
@@ -618,8 +591,7 @@ bool CloseFile(Handle file) {
 
 // ---- locked memory block -----------------------------------------------------------------
 
-void* VirtualAlloc(std::size_t size) {
-  if (fault::Hit(fault::Op::kAlloc)) return nullptr;
+void* side::VirtualAlloc(std::size_t size) {
   if (size == 0) {
     Fail(kErrorInvalidParameter);
     return nullptr;
@@ -632,18 +604,17 @@ void* VirtualAlloc(std::size_t size) {
   return block;
 }
 
-bool VirtualLock(void* block, std::size_t size) {
-  if (fault::Hit(fault::Op::kAlloc)) return false;
+bool side::VirtualLock(void* block, std::size_t size) {
   if (mlock(block, size) != 0) return Fail(kErrorWorkingSetQuota);
   return true;
 }
 
-bool VirtualUnlock(void* block, std::size_t size) {
+bool side::VirtualUnlock(void* block, std::size_t size) {
   if (munlock(block, size) != 0) return Fail(kErrorInvalidParameter);
   return true;
 }
 
-bool VirtualFree(void* block, std::size_t size) {
+bool side::VirtualFree(void* block, std::size_t size) {
   if (!block || munmap(block, size) != 0) return Fail(kErrorInvalidParameter);
   return true;
 }

@@ -7,8 +7,8 @@
 
 #include "base/catalogue.h"
 #include "base/text.h"
-#include "os/fault.h"
 #include "os/locale.h"
+#include "os/side.h"
 #include "os/types.h"
 
 namespace os {
@@ -137,15 +137,14 @@ std::u16string Answer(const CatalogueRow* row, const Locale& locale, std::uint32
 
 }  // namespace
 
-std::u16string GetLocaleInfoW(std::uint32_t locale, std::uint32_t type) {
-  if (fault::Hit(fault::Op::kLocaleInfo)) return std::u16string();
+std::u16string side::GetLocaleInfoW(std::uint32_t locale, std::uint32_t type) {
   if (type != kLocaleILanguage && type != kLocaleSAbbrevLangName) {
     SetLastError(kErrorInvalidParameter);
     return std::u16string();
   }
   std::vector<CatalogueRow> rows = mLang::CatalogueRows();
-  // There is no separate system locale: both defaults are the user's environment.
-  if (locale == kLocaleUserDefault || locale == kLocaleSystemDefault) {
+  // The user's default is the environment's locale.
+  if (locale == kLocaleUserDefault) {
     Locale user = ParseLocaleName(UserLocaleName());
     return Answer(FindRow(rows, user), user, type);
   }

@@ -66,9 +66,6 @@ bool DescribeBlockDevice(dev_t dev, BlockDevice* out);
 // The device numbers of a disk and of each of its partitions.
 std::vector<dev_t> DiskAndPartitions(const BlockDevice& device);
 
-// The disk named by the test hook of os/apps.h, "" when none.
-std::u16string RemovableDiskForTests();
-
 // What udisks2 did with a device.
 enum class UdisksStatus {
   kUnavailable,  // no system bus, or the service neither runs nor can be started

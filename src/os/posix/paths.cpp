@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "base/text.h"
-#include "os/fault.h"
 #include "os/files.h"
 #include "os/posix/native.h"
+#include "os/side.h"
 #include "os/types.h"
 
 namespace os {
@@ -168,8 +168,8 @@ char16_t DeviceLetter(std::u16string_view path) {
 
 }  // namespace posix
 
-std::uint32_t GetFullPathNameW(const char16_t* path, std::uint32_t buffer_size, char16_t* buffer) {
-  if (fault::Hit(fault::Op::kFullPathName)) return 0;
+std::uint32_t side::GetFullPathNameW(const char16_t* path, std::uint32_t buffer_size,
+                                     char16_t* buffer) {
   if (!path || !*path) {
     SetLastError(kErrorInvalidName);
     return 0;

@@ -19,10 +19,10 @@
 #include <vector>
 
 #include "base/text.h"
-#include "os/fault.h"
 #include "os/posix/native.h"
 #include "os/posix/spawn.h"
 #include "os/process.h"
+#include "os/side.h"
 #include "os/types.h"
 
 namespace os {
@@ -30,8 +30,6 @@ namespace {
 
 // What ShellExecuteW answers on success; Windows answers 42 as well.
 constexpr std::intptr_t kStarted = 42;
-constexpr std::intptr_t kNoAssociation = 31;  // SE_ERR_NOASSOC
-constexpr std::intptr_t kShareError = 26;     // SE_ERR_SHARE
 
 // A child and, once it ended, its exit code. Shared by the handle table and the waiter.
 struct Child {
@@ -89,17 +87,9 @@ void WatchChild(const std::shared_ptr<Child>& child) {
   }
 }
 
-// The ShellExecuteW result for a failure reported through GetLastError.
-std::intptr_t ResultFromError(std::uint32_t error) {
-  if (error == kErrorNoAssociation) return kNoAssociation;
-  if (error == kErrorSharingViolation) return kShareError;
-  if (error <= 32) return static_cast<std::intptr_t>(error);
-  return 0;
-}
-
 std::intptr_t Fail(std::uint32_t error) {
   SetLastError(error);
-  return ResultFromError(error);
+  return side::ShellResultFromError(error);
 }
 
 bool IsDefaultVerb(const char16_t* verb) {
@@ -158,8 +148,6 @@ std::uint32_t ErrorFromSpawn(int error) {
 std::intptr_t Start(const char16_t* verb, const char16_t* file, const char16_t* parameters,
                     const char16_t* directory, int show_command, Handle* process) {
   if (process) *process = 0;
-  fault::Notify(fault::Event::kShellExecute, show_command);
-  if (fault::Hit(fault::Op::kShellExecute)) return ResultFromError(GetLastError());
   if (!IsDefaultVerb(verb)) return Fail(kErrorNoAssociation);
   if (file == nullptr || *file == u'\0') return Fail(kErrorFileNotFound);
 
@@ -172,14 +160,14 @@ std::intptr_t Start(const char16_t* verb, const char16_t* file, const char16_t* 
     if (errno == ENOENT) return Fail(MissingFileError(path));
     if (errno == ENOTDIR) return Fail(kErrorPathNotFound);
     posix::SetLastErrorFromErrno();
-    return ResultFromError(GetLastError());
+    return side::ShellResultFromError(GetLastError());
   }
 
   std::vector<std::string> argv;
   if (S_ISREG(st.st_mode) && access(path.c_str(), X_OK) == 0) {
     argv.push_back(path);
     if (parameters) {
-      for (const std::u16string& arg : SplitCommandLine(parameters)) {
+      for (const std::u16string& arg : posix::SplitCommandLine(parameters)) {
         argv.push_back(base::Narrow(arg));
       }
     }
@@ -208,14 +196,13 @@ std::intptr_t Start(const char16_t* verb, const char16_t* file, const char16_t* 
     table.emplace(*process, child);
   }
   WatchChild(child);
-  if (process) fault::Notify(fault::Event::kProcessStarted, *process);
   SetLastError(kErrorSuccess);
   return kStarted;
 }
 
 }  // namespace
 
-std::vector<std::u16string> SplitCommandLine(std::u16string_view line) {
+std::vector<std::u16string> posix::SplitCommandLine(std::u16string_view line) {
   std::vector<std::u16string> args;
   std::u16string current;
   bool in_argument = false;
@@ -264,13 +251,13 @@ std::vector<std::u16string> SplitCommandLine(std::u16string_view line) {
   return args;
 }
 
-std::intptr_t ShellExecuteW(Handle owner, const char16_t* verb, const char16_t* file,
-                            const char16_t* parameters, const char16_t* directory,
-                            int show_command) {
+std::intptr_t side::ShellExecuteW(Handle owner, const char16_t* verb, const char16_t* file,
+                                  const char16_t* parameters, const char16_t* directory,
+                                  int show_command) {
   return Start(verb, file, parameters, directory, show_command, nullptr);
 }
 
-bool ShellExecuteExW(ShellExecuteInfo& info) {
+bool side::ShellExecuteExW(ShellExecuteInfo& info) {
   Handle process = 0;
   bool want_handle = (info.mask & kSeeMaskNoCloseProcess) != 0;
   info.inst_app = Start(info.verb, info.file, info.parameters, info.directory, info.show,
@@ -279,7 +266,7 @@ bool ShellExecuteExW(ShellExecuteInfo& info) {
   return info.inst_app > 32;
 }
 
-bool GetExitCodeProcess(Handle process, std::uint32_t* exit_code) {
+bool side::GetExitCodeProcess(Handle process, std::uint32_t* exit_code) {
   std::shared_ptr<Child> child = Lookup(process);
   if (!child || exit_code == nullptr) {
     SetLastError(kErrorInvalidHandle);
@@ -290,22 +277,10 @@ bool GetExitCodeProcess(Handle process, std::uint32_t* exit_code) {
     child->Poll();
     *exit_code = child->exit_code;
   }
-  fault::Notify(fault::Event::kExitCodeRead, *exit_code);
-  return true;
-}
-
-bool CloseHandle(Handle handle) {
-  std::lock_guard<std::mutex> lock(table_mutex);
-  if (table.erase(handle) == 0) {
-    SetLastError(kErrorInvalidHandle);
-    return false;
-  }
   return true;
 }
 
 // There is no message queue on this side; the pass only tells a watching test.
-void PumpMessages() {
-  fault::Notify(fault::Event::kMessagesPumped);
-}
+void side::PumpMessages() {}
 
 }  // namespace os

@@ -13,9 +13,9 @@
 #include <string>
 
 #include "base/text.h"
-#include "os/fault.h"
 #include "os/posix/native.h"
 #include "os/program_env.h"
+#include "os/side.h"
 #include "os/types.h"
 
 namespace os {
@@ -69,6 +69,9 @@ std::u16string GetEnvironmentVariableW(const char16_t* name) {
   return value ? base::Widen(value) : std::u16string();
 }
 
+namespace {
+
+// The user's temporary folder, with a trailing separator.
 std::u16string GetTempPathW() {
   // As GetTempPathW takes TMP or TEMP, the POSIX convention is TMPDIR; a value that names no
   // folder is passed over rather than handed back.
@@ -78,6 +81,8 @@ std::u16string GetTempPathW() {
   if (folder.back() != '/') folder += '/';
   return base::Widen(folder);
 }
+
+}  // namespace
 
 std::vector<std::u16string> ScratchFolders() {
   std::vector<std::string> candidates;
@@ -102,8 +107,7 @@ std::vector<std::u16string> ScratchFolders() {
   return folders;
 }
 
-std::u16string CreatePrivateFolder(std::u16string_view parent, std::u16string_view prefix) {
-  if (fault::Hit(fault::Op::kCreateFolder)) return std::u16string();
+std::u16string side::CreatePrivateFolder(std::u16string_view parent, std::u16string_view prefix) {
   std::string path = posix::NativePath(parent);
   if (!path.empty() && path.back() != '/') path += '/';
   path += posix::NativePath(prefix) + "XXXXXX";
@@ -135,15 +139,6 @@ PathFacts GetPathFacts(std::u16string_view path) {
   return facts;
 }
 
-std::u16string GetCurrentDirectoryW() {
-  char buf[PATH_MAX + 1];
-  if (!getcwd(buf, sizeof buf)) {
-    posix::SetLastErrorFromErrno();
-    return std::u16string();
-  }
-  return base::Widen(buf);
-}
-
 bool SetCurrentDirectoryW(const char16_t* path) {
   if (chdir(posix::NativePath(path).c_str()) != 0) {
     posix::SetLastErrorFromErrno();
@@ -152,8 +147,7 @@ bool SetCurrentDirectoryW(const char16_t* path) {
   return true;
 }
 
-bool CopyFileW(const char16_t* source, const char16_t* destination, bool fail_if_exists) {
-  if (fault::Hit(fault::Op::kCopyFile)) return false;
+bool side::CopyFileW(const char16_t* source, const char16_t* destination, bool fail_if_exists) {
   Fd in, out;
   in.fd = open(posix::NativePath(source).c_str(), O_RDONLY | O_CLOEXEC);
   struct stat st;

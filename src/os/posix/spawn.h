@@ -39,6 +39,11 @@ struct SpawnResult {
 // failed.
 SpawnResult Spawn(const std::vector<std::string>& argv, const SpawnOptions& options);
 
+// The arguments a program started with these parameters receives, split by the Windows rules
+// (CommandLineToArgvW): blanks separate, quotes group, 2n backslashes before a quote give n and
+// the quote groups, 2n+1 give n and a literal quote, other backslashes stay as they are.
+std::vector<std::u16string> SplitCommandLine(std::u16string_view parameters);
+
 // Waits for a child to end and returns its exit code: the status it passed to exit, or 128 +
 // the signal that ended it. -1 when the child cannot be waited for.
 int WaitForExit(pid_t pid);

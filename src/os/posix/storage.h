@@ -1,21 +1,9 @@
-// The POSIX side's view of volumes and storage devices: the mount table and sysfs.
+// The POSIX side's view of storage devices in sysfs, and the names of file systems.
 #pragma once
 
 #include <string>
 
 namespace os::posix {
-
-// One line of /proc/self/mountinfo.
-struct Mount {
-  std::string mount_point;
-  std::string type;    // "vfat", "ext4" ...
-  std::string source;  // "/dev/sdb1"
-  unsigned major = 0;
-  unsigned minor = 0;
-};
-
-// The mount whose mount point is exactly `path` (the latest one when several are stacked).
-bool FindMount(const std::string& path, Mount* mount);
 
 // The file-system name Windows would give for a Linux file-system type ("vfat" is "FAT32").
 std::string FileSystemName(const std::string& type);

@@ -7,9 +7,9 @@
 #include <string>
 
 #include "base/text.h"
-#include "os/fault.h"
 #include "os/posix/native.h"
 #include "os/process.h"
+#include "os/side.h"
 #include "os/types.h"
 
 namespace os {
@@ -24,17 +24,14 @@ void SetLastError(std::uint32_t error) {
   last_error = error;
 }
 
-void Sleep(std::uint32_t milliseconds) {
-  fault::Notify(fault::Event::kSlept, milliseconds);
+void side::Sleep(std::uint32_t milliseconds) {
   timespec ts{static_cast<time_t>(milliseconds / 1000),
               static_cast<long>(milliseconds % 1000) * 1000000L};
   while (nanosleep(&ts, &ts) == -1 && errno == EINTR) {
   }
 }
 
-std::uint32_t TimeGetTime() {
-  std::uint32_t now;
-  if (fault::ClockOverridden(&now)) return now;
+std::uint32_t side::TimeGetTime() {
   timespec ts;
   clock_gettime(CLOCK_MONOTONIC, &ts);
   return static_cast<std::uint32_t>(static_cast<std::uint64_t>(ts.tv_sec) * 1000u +
@@ -61,10 +58,10 @@ void RestrictLibrarySearch() {}
 
 // There is no shared library to pin and no common-controls library on POSIX: the handle is a
 // token that only FreeLibrary takes back.
-Handle LoadLibraryW(const char16_t* name) {
+Handle side::LoadLibraryW(const char16_t* name) {
   return name && *name ? 1 : 0;
 }
-void FreeLibrary(Handle) {}
+void side::FreeLibrary(Handle) {}
 bool InitCommonControls(std::uint32_t size, std::uint32_t) {
   return size == 8;
 }

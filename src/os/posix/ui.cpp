@@ -34,8 +34,8 @@
 
 #include "base/debug_log.h"
 #include "base/text.h"
-#include "os/fault.h"
 #include "os/posix/spawn.h"
+#include "os/side.h"
 #include "os/types.h"
 #include "os/ui.h"
 
@@ -522,9 +522,7 @@ void NotShown(const MessageBoxParams& params) {
 
 }  // namespace
 
-std::int32_t MessageBoxIndirectW(const MessageBoxParams& params) {
-  std::int32_t answer = 0;
-  if (fault::AnswerMessageBox(params, &answer)) return answer;
+std::int32_t side::MessageBoxIndirectW(const MessageBoxParams& params) {
   std::vector<Button> buttons = ButtonsOf(params.style);
   if (buttons.empty()) {
     SetLastError(kErrorInvalidMessageBoxStyle);
@@ -538,7 +536,7 @@ std::int32_t MessageBoxIndirectW(const MessageBoxParams& params) {
   }
   int fd = open(hooked ? tty_hook : "/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
   if (fd >= 0) {
-    answer = TerminalBox(fd, params, buttons);
+    const std::int32_t answer = TerminalBox(fd, params, buttons);
     close(fd);
     return answer;
   }

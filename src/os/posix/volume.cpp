@@ -15,11 +15,12 @@
 #include <string>
 
 #include "base/text.h"
-#include "os/fault.h"
 #include "os/posix/file_table.h"
+#include "os/posix/mounts.h"
 #include "os/posix/native.h"
 #include "os/posix/paths.h"
 #include "os/posix/storage.h"
+#include "os/side.h"
 #include "os/types.h"
 #include "os/volume.h"
 
@@ -29,20 +30,6 @@ namespace {
 
 constexpr std::uint32_t kErrorInvalidFunction = 1;
 constexpr std::uint32_t kErrorDirNotRoot = 144;
-
-// Mount points in mountinfo escape blanks and a few others as \ooo.
-std::string Unescape(const std::string& s) {
-  std::string out;
-  for (std::size_t i = 0; i < s.size(); ++i) {
-    if (s[i] == '\\' && i + 3 < s.size() && s[i + 1] >= '0' && s[i + 1] <= '3') {
-      out += static_cast<char>(std::stoi(s.substr(i + 1, 3), nullptr, 8));
-      i += 3;
-    } else {
-      out += s[i];
-    }
-  }
-  return out;
-}
 
 // udev writes unsafe characters of labels as \xHH.
 std::string UnescapeHex(const std::string& s) {
@@ -123,31 +110,18 @@ void Put32(std::string& b, std::size_t at, std::uint32_t v) {
   for (int k = 0; k < 4; ++k) b[at + k] = static_cast<char>((v >> (8 * k)) & 0xFF);
 }
 
-}  // namespace
-
-bool FindMount(const std::string& path, Mount* mount) {
-  std::ifstream in("/proc/self/mountinfo");
-  std::string line;
+// The mount whose mount point is exactly path (the one on top when several are stacked).
+bool FindMountAt(const std::string& path, MountEntry* mount) {
   bool found = false;
-  while (std::getline(in, line)) {
-    std::istringstream fields(line);
-    std::string id, parent, numbers, root, point, options, field;
-    fields >> id >> parent >> numbers >> root >> point >> options;
-    while (fields >> field && field != "-") {
-    }
-    Mount m;
-    fields >> m.type >> m.source;
-    m.mount_point = Unescape(point);
-    if (m.mount_point != path) continue;
-    std::size_t colon = numbers.find(':');
-    if (colon == std::string::npos) continue;
-    m.major = static_cast<unsigned>(std::stoul(numbers.substr(0, colon)));
-    m.minor = static_cast<unsigned>(std::stoul(numbers.substr(colon + 1)));
-    *mount = m;
+  for (MountEntry& entry : ReadMountTable()) {
+    if (entry.mount_point != path) continue;
+    *mount = std::move(entry);
     found = true;
   }
   return found;
 }
+
+}  // namespace
 
 std::string FileSystemName(const std::string& type) {
   if (type == "vfat") return "FAT32";
@@ -210,13 +184,13 @@ std::string StorageDescriptor(const std::string& block) {
 }
 
 bool VolumeBlockDevice(char16_t letter, std::string* sysfs) {
-  Mount m;
+  MountEntry m;
   if (letter != u'Z') {
     SetLastError(kErrorFileNotFound);
     return false;
   }
   // A virtual or network file system has no device behind it.
-  if (!FindMount("/", &m) || m.major == 0) {
+  if (!FindMountAt("/", &m) || m.major == 0) {
     SetLastError(kErrorAccessDenied);
     return false;
   }
@@ -234,16 +208,15 @@ bool VolumeBlockDevice(char16_t letter, std::string* sysfs) {
 
 }  // namespace posix
 
-bool GetVolumeInformationW(const char16_t* root, char16_t* label, std::uint32_t label_size,
-                           std::uint32_t* serial, std::uint32_t* max_component_length,
-                           std::uint32_t* flags, char16_t* file_system,
-                           std::uint32_t file_system_size) {
-  if (fault::Hit(fault::Op::kVolumeInfo)) return false;
+bool side::GetVolumeInformationW(const char16_t* root, char16_t* label, std::uint32_t label_size,
+                                 std::uint32_t* serial, std::uint32_t* max_component_length,
+                                 std::uint32_t* flags, char16_t* file_system,
+                                 std::uint32_t file_system_size) {
   std::string path;
   if (!posix::SystemPath(root ? root : u"", &path)) return false;
   while (path.size() > 1 && path.back() == '/') path.pop_back();
-  posix::Mount mount;
-  if (!posix::FindMount(path, &mount)) {
+  posix::MountEntry mount;
+  if (!posix::FindMountAt(path, &mount)) {
     struct stat st;
     SetLastError(stat(path.c_str(), &st) == 0 ? posix::kErrorDirNotRoot : kErrorPathNotFound);
     return false;
@@ -257,7 +230,7 @@ bool GetVolumeInformationW(const char16_t* root, char16_t* label, std::uint32_t 
       posix::UnescapeHex(posix::DiskLinkName("by-label", mount.major, mount.minor));
   std::string uuid = posix::DiskLinkName("by-uuid", mount.major, mount.minor);
   if (!posix::PutText(label_text, label, label_size) ||
-      !posix::PutText(posix::FileSystemName(mount.type), file_system, file_system_size)) {
+      !posix::PutText(posix::FileSystemName(mount.fs_type), file_system, file_system_size)) {
     SetLastError(kErrorInsufficientBuffer);
     return false;
   }
@@ -269,10 +242,9 @@ bool GetVolumeInformationW(const char16_t* root, char16_t* label, std::uint32_t 
   return true;
 }
 
-bool DeviceIoControl(Handle device, std::uint32_t code, const void* in, std::uint32_t in_size,
-                     void* out, std::uint32_t out_size, std::uint32_t* returned) {
+bool side::DeviceIoControl(Handle device, std::uint32_t code, const void* in, std::uint32_t in_size,
+                           void* out, std::uint32_t out_size, std::uint32_t* returned) {
   if (returned) *returned = 0;
-  if (fault::Hit(fault::Op::kDeviceQuery)) return false;
   auto file = posix::FindOpenFile(device);
   if (!file) {
     SetLastError(kErrorInvalidHandle);

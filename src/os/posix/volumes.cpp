@@ -29,20 +29,12 @@
 #include "os/apps.h"
 #include "os/posix/mounts.h"
 #include "os/posix/native.h"
+#include "os/side.h"
 
 extern char** environ;
 
 namespace os {
 namespace {
-
-std::mutex& HookMutex() {
-  static std::mutex m;
-  return m;
-}
-std::u16string& HookDisk() {
-  static std::u16string disk;
-  return disk;
-}
 
 std::u16string RootText(const std::string& mount_point) {
   return base::Widen(mount_point == "/" ? mount_point : mount_point + "/");
@@ -254,12 +246,7 @@ std::u16string GetVolumePathNameW(std::u16string_view path) {
   return RootText(table[i].mount_point);
 }
 
-std::uint32_t GetDriveTypeW(std::u16string_view root) {
-  StorageDevice device;
-  return QueryStorageDevice(root, &device) ? device.drive_type : kDriveNoRootDir;
-}
-
-bool QueryStorageDevice(std::u16string_view root, StorageDevice* out) {
+bool side::QueryStorageDevice(std::u16string_view root, StorageDevice* out) {
   StorageDevice d;
   d.root = std::u16string(root);
   auto table = posix::ReadMountTable();
@@ -304,10 +291,8 @@ bool QueryStorageDevice(std::u16string_view root, StorageDevice* out) {
   }
 
   // What is ejected is the whole disk: it stands for the device that may be unplugged when it
-  // is on the usb bus (or a test says so).
-  const std::u16string hook = posix::RemovableDiskForTests();
-  const bool hooked = !hook.empty() && hook == d.disk;
-  d.chain.push_back(DeviceNode{d.disk, block.usb || hooked, false});
+  // is on the usb bus.
+  d.chain.push_back(DeviceNode{d.disk, block.usb, false});
 
   // Every mounted volume of the same disk, the one asked about first.
   auto devs = posix::DiskAndPartitions(block);
@@ -321,9 +306,9 @@ bool QueryStorageDevice(std::u16string_view root, StorageDevice* out) {
     }
   }
 
-  d.drive_type = optical                                         ? kDriveCdrom
-                 : (block.removable_flag || block.usb || hooked) ? kDriveRemovable
-                                                                 : kDriveFixed;
+  d.drive_type = optical                               ? kDriveCdrom
+                 : (block.removable_flag || block.usb) ? kDriveRemovable
+                                                       : kDriveFixed;
   *out = std::move(d);
   return true;
 }
@@ -432,24 +417,4 @@ VolumeHolders ProcessesUsingVolumes(const std::vector<std::u16string>& roots) {
   return out;
 }
 
-ScopedRemovableDiskForTests::ScopedRemovableDiskForTests(std::u16string disk) {
-  std::lock_guard<std::mutex> lock(HookMutex());
-  previous_ = HookDisk();
-  HookDisk() = std::move(disk);
-}
-
-ScopedRemovableDiskForTests::~ScopedRemovableDiskForTests() {
-  std::lock_guard<std::mutex> lock(HookMutex());
-  HookDisk() = previous_;
-}
-
 }  // namespace os
-
-namespace os::posix {
-
-std::u16string RemovableDiskForTests() {
-  std::lock_guard<std::mutex> lock(HookMutex());
-  return HookDisk();
-}
-
-}  // namespace os::posix

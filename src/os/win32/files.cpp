@@ -2,8 +2,8 @@
 // Each call goes straight to the API; the fault hooks let tests make any of them fail.
 #include <windows.h>
 
-#include "os/fault.h"
 #include "os/files.h"
+#include "os/side.h"
 
 namespace os {
 namespace {
@@ -32,13 +32,12 @@ HANDLE H(Handle h) {
 
 }  // namespace
 
-std::uint32_t GetFullPathNameW(const char16_t* path, std::uint32_t buffer_size, char16_t* buffer) {
-  if (fault::Hit(fault::Op::kFullPathName)) return 0;
+std::uint32_t side::GetFullPathNameW(const char16_t* path, std::uint32_t buffer_size,
+                                     char16_t* buffer) {
   return ::GetFullPathNameW(W(path), buffer_size, reinterpret_cast<wchar_t*>(buffer), nullptr);
 }
 
-Handle FindFirstFileW(const char16_t* pattern, FindData* entry) {
-  if (fault::Hit(fault::Op::kFindFile)) return kInvalidHandle;
+Handle side::FindFirstFileW(const char16_t* pattern, FindData* entry) {
   WIN32_FIND_DATAW data;
   HANDLE h = ::FindFirstFileW(W(pattern), &data);
   if (h == INVALID_HANDLE_VALUE) return kInvalidHandle;
@@ -46,14 +45,14 @@ Handle FindFirstFileW(const char16_t* pattern, FindData* entry) {
   return reinterpret_cast<Handle>(h);
 }
 
-bool FindNextFileW(Handle search, FindData* entry) {
+bool side::FindNextFileW(Handle search, FindData* entry) {
   WIN32_FIND_DATAW data;
   if (!::FindNextFileW(H(search), &data)) return false;
   Fill(data, entry);
   return true;
 }
 
-bool FindClose(Handle search) {
+bool side::FindClose(Handle search) {
   return ::FindClose(H(search)) != FALSE;
 }
 
@@ -74,33 +73,27 @@ std::u16string VolumeIdentity(std::u16string_view path) {
   return std::u16string(text, 8);
 }
 
-std::uint32_t GetFileAttributesW(const char16_t* path) {
-  if (fault::Hit(fault::Op::kGetAttributes)) return kInvalidFileAttributes;
+std::uint32_t side::GetFileAttributesW(const char16_t* path) {
   return ::GetFileAttributesW(W(path));
 }
 
-bool SetFileAttributesW(const char16_t* path, std::uint32_t attributes) {
-  if (fault::Hit(fault::Op::kSetAttributes)) return false;
+bool side::SetFileAttributesW(const char16_t* path, std::uint32_t attributes) {
   return ::SetFileAttributesW(W(path), attributes) != FALSE;
 }
 
-bool DeleteFileW(const char16_t* path) {
-  if (fault::Hit(fault::Op::kDeleteFile)) return false;
+bool side::DeleteFileW(const char16_t* path) {
   return ::DeleteFileW(W(path)) != FALSE;
 }
 
-bool MoveFileW(const char16_t* source, const char16_t* destination) {
-  if (fault::Hit(fault::Op::kMoveFile)) return false;
+bool side::MoveFileW(const char16_t* source, const char16_t* destination) {
   return ::MoveFileW(W(source), W(destination)) != FALSE;
 }
 
-bool CreateDirectoryW(const char16_t* path) {
-  if (fault::Hit(fault::Op::kCreateFolder)) return false;
+bool side::CreateDirectoryW(const char16_t* path) {
   return ::CreateDirectoryW(W(path), nullptr) != FALSE;
 }
 
-bool RemoveDirectoryW(const char16_t* path) {
-  if (fault::Hit(fault::Op::kDeleteFile)) return false;
+bool side::RemoveDirectoryW(const char16_t* path) {
   return ::RemoveDirectoryW(W(path)) != FALSE;
 }
 
@@ -109,76 +102,67 @@ std::uint32_t FormatMessageA(std::uint32_t error, char* buffer, std::uint32_t bu
                           error, 0, buffer, buffer_size, nullptr);
 }
 
-Handle CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t share,
-                   std::uint32_t disposition, std::uint32_t flags_and_attributes) {
-  if (fault::Hit(fault::Op::kOpenFile)) return kInvalidHandle;
+Handle side::CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t share,
+                         std::uint32_t disposition, std::uint32_t flags_and_attributes) {
   HANDLE h =
       ::CreateFileW(W(path), access, share, nullptr, disposition, flags_and_attributes, nullptr);
   return h == INVALID_HANDLE_VALUE ? kInvalidHandle : reinterpret_cast<Handle>(h);
 }
 
-bool ReadFile(Handle file, void* buffer, std::uint32_t size, std::uint32_t* done) {
-  if (fault::Hit(fault::Op::kReadFile)) return false;
+bool side::ReadFile(Handle file, void* buffer, std::uint32_t size, std::uint32_t* done) {
   DWORD n = 0;
   BOOL ok = ::ReadFile(H(file), buffer, size, &n, nullptr);
   if (done) *done = n;
   return ok != FALSE;
 }
 
-bool WriteFile(Handle file, const void* buffer, std::uint32_t size, std::uint32_t* done) {
-  if (fault::Hit(fault::Op::kWrite)) return false;
-  // A short write: the disk took only part of the data and still reported success.
-  if (size > 0 && fault::Hit(fault::Op::kShortWrite)) size -= 1;
+bool side::WriteFile(Handle file, const void* buffer, std::uint32_t size, std::uint32_t* done) {
   DWORD n = 0;
   BOOL ok = ::WriteFile(H(file), buffer, size, &n, nullptr);
   if (done) *done = n;
   return ok != FALSE;
 }
 
-std::uint32_t SetFilePointer(Handle file, std::int32_t distance, std::int32_t* distance_high,
-                             std::uint32_t method) {
-  if (fault::Hit(fault::Op::kSeek)) return kInvalidSetFilePointer;
+std::uint32_t side::SetFilePointer(Handle file, std::int32_t distance, std::int32_t* distance_high,
+                                   std::uint32_t method) {
   LONG high = distance_high ? *distance_high : 0;
   DWORD low = ::SetFilePointer(H(file), distance, distance_high ? &high : nullptr, method);
   if (distance_high) *distance_high = high;
   return low;
 }
 
-std::uint32_t GetFileSize(Handle file, std::uint32_t* size_high) {
+std::uint32_t side::GetFileSize(Handle file, std::uint32_t* size_high) {
   DWORD high = 0;
   DWORD low = ::GetFileSize(H(file), &high);
   if (size_high) *size_high = high;
   return low;
 }
 
-bool FlushFolder(const char16_t*) {
-  return !fault::Hit(fault::Op::kFlush);
+bool side::FlushFolder(const char16_t*) {
+  return true;
 }
 
-bool FlushFileBuffers(Handle file) {
-  if (fault::Hit(fault::Op::kFlush)) return false;
+bool side::FlushFileBuffers(Handle file) {
   return ::FlushFileBuffers(H(file)) != FALSE;
 }
 
-bool CloseFile(Handle file) {
+bool side::CloseFile(Handle file) {
   return ::CloseHandle(H(file)) != FALSE;
 }
 
-void* VirtualAlloc(std::size_t size) {
-  if (fault::Hit(fault::Op::kAlloc)) return nullptr;
+void* side::VirtualAlloc(std::size_t size) {
   return ::VirtualAlloc(nullptr, size, MEM_COMMIT, PAGE_READWRITE);
 }
 
-bool VirtualLock(void* block, std::size_t size) {
-  if (fault::Hit(fault::Op::kAlloc)) return false;
+bool side::VirtualLock(void* block, std::size_t size) {
   return ::VirtualLock(block, size) != FALSE;
 }
 
-bool VirtualUnlock(void* block, std::size_t size) {
+bool side::VirtualUnlock(void* block, std::size_t size) {
   return ::VirtualUnlock(block, size) != FALSE;
 }
 
-bool VirtualFree(void* block, std::size_t) {
+bool side::VirtualFree(void* block, std::size_t) {
   return ::VirtualFree(block, 0, MEM_RELEASE) != FALSE;
 }
 

@@ -3,13 +3,12 @@
 
 #include <string>
 
-#include "os/fault.h"
 #include "os/locale.h"
+#include "os/side.h"
 
 namespace os {
 
-std::u16string GetLocaleInfoW(std::uint32_t locale, std::uint32_t type) {
-  if (fault::Hit(fault::Op::kLocaleInfo)) return std::u16string();
+std::u16string side::GetLocaleInfoW(std::uint32_t locale, std::uint32_t type) {
   wchar_t buffer[500];
   int n = ::GetLocaleInfoW(locale, type, buffer, 500);
   if (n <= 0) return std::u16string();

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "os/fault.h"
 #include "os/process.h"
+#include "os/side.h"
 #include "os/types.h"
 
 namespace os {
@@ -16,14 +16,6 @@ namespace {
 
 const wchar_t* W(const char16_t* text) {
   return reinterpret_cast<const wchar_t*>(text);
-}
-
-// The ShellExecuteW result for a failure armed by a test.
-std::intptr_t ResultFromError(std::uint32_t error) {
-  if (error == kErrorNoAssociation) return SE_ERR_NOASSOC;
-  if (error == kErrorSharingViolation) return SE_ERR_SHARE;
-  if (error <= 32) return static_cast<std::intptr_t>(error);
-  return 0;
 }
 
 // The shell may hand a start to an extension that is a COM object, and asks its callers to
@@ -37,41 +29,16 @@ void InitializeComForShell() {
 
 }  // namespace
 
-std::vector<std::u16string> SplitCommandLine(std::u16string_view line) {
-  std::vector<std::u16string> args;
-  // CommandLineToArgvW reads the first word as the program name, by rules of its own; a
-  // placeholder name keeps every real argument under the argument rules.
-  std::wstring text = L"x ";
-  text.append(reinterpret_cast<const wchar_t*>(line.data()), line.size());
-  int count = 0;
-  LPWSTR* argv = ::CommandLineToArgvW(text.c_str(), &count);
-  if (argv == nullptr) return args;
-  for (int i = 1; i < count; ++i) {
-    args.emplace_back(reinterpret_cast<const char16_t*>(argv[i]));
-  }
-  ::LocalFree(argv);
-  return args;
-}
-
-std::intptr_t ShellExecuteW(Handle owner, const char16_t* verb, const char16_t* file,
-                            const char16_t* parameters, const char16_t* directory,
-                            int show_command) {
-  fault::Notify(fault::Event::kShellExecute, show_command);
-  if (fault::Hit(fault::Op::kShellExecute)) return ResultFromError(GetLastError());
+std::intptr_t side::ShellExecuteW(Handle owner, const char16_t* verb, const char16_t* file,
+                                  const char16_t* parameters, const char16_t* directory,
+                                  int show_command) {
   InitializeComForShell();
   HINSTANCE result = ::ShellExecuteW(reinterpret_cast<HWND>(owner), W(verb), W(file), W(parameters),
                                      W(directory), show_command);
   return reinterpret_cast<std::intptr_t>(result);
 }
 
-bool ShellExecuteExW(ShellExecuteInfo& info) {
-  info.inst_app = 0;
-  info.process = 0;
-  fault::Notify(fault::Event::kShellExecute, info.show);
-  if (fault::Hit(fault::Op::kShellExecute)) {
-    info.inst_app = ResultFromError(GetLastError());
-    return false;
-  }
+bool side::ShellExecuteExW(ShellExecuteInfo& info) {
   // The program's record says 60 bytes, the size of the 32-bit structure it was written
   // against; the 64-bit SHELLEXECUTEINFOW is 112 bytes and the shell rejects any other size,
   // so the real size goes to the API and the program's number stays in its own record.
@@ -88,24 +55,17 @@ bool ShellExecuteExW(ShellExecuteInfo& info) {
   BOOL ok = ::ShellExecuteExW(&sei);
   info.inst_app = reinterpret_cast<std::intptr_t>(sei.hInstApp);
   info.process = reinterpret_cast<Handle>(sei.hProcess);
-  if (info.process != 0) fault::Notify(fault::Event::kProcessStarted, info.process);
   return ok != FALSE;
 }
 
-bool GetExitCodeProcess(Handle process, std::uint32_t* exit_code) {
+bool side::GetExitCodeProcess(Handle process, std::uint32_t* exit_code) {
   DWORD code = 0;
   if (!::GetExitCodeProcess(reinterpret_cast<HANDLE>(process), &code)) return false;
   *exit_code = code;
-  fault::Notify(fault::Event::kExitCodeRead, code);
   return true;
 }
 
-bool CloseHandle(Handle handle) {
-  return ::CloseHandle(reinterpret_cast<HANDLE>(handle)) != FALSE;
-}
-
-void PumpMessages() {
-  fault::Notify(fault::Event::kMessagesPumped);
+void side::PumpMessages() {
   MSG msg;
   while (::PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
     if (msg.message == WM_QUIT) {

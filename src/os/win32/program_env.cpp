@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "os/fault.h"
 #include "os/program_env.h"
+#include "os/side.h"
 #include "os/types.h"
 #include "os/win32/handle.h"
 
@@ -101,9 +101,13 @@ std::u16string GetEnvironmentVariableW(const char16_t* name) {
       [&](DWORD size, wchar_t* buf) { return ::GetEnvironmentVariableW(W(name), buf, size); });
 }
 
+namespace {
+
 std::u16string GetTempPathW() {
   return GrowingBuffer([](DWORD size, wchar_t* buf) { return ::GetTempPathW(size, buf); });
 }
+
+}  // namespace
 
 std::vector<std::u16string> ScratchFolders() {
   std::vector<std::wstring> candidates;
@@ -138,8 +142,7 @@ std::vector<std::u16string> ScratchFolders() {
   return folders;
 }
 
-std::u16string CreatePrivateFolder(std::u16string_view parent, std::u16string_view prefix) {
-  if (fault::Hit(fault::Op::kCreateFolder)) return std::u16string();
+std::u16string side::CreatePrivateFolder(std::u16string_view parent, std::u16string_view prefix) {
   // Full control for the user and SYSTEM, nothing inherited from the parent (P): the system's
   // temporary folder lets every user create entries and passes that on to new folders.
   LPWSTR user_text = nullptr;
@@ -198,16 +201,11 @@ PathFacts GetPathFacts(std::u16string_view path) {
   return facts;
 }
 
-std::u16string GetCurrentDirectoryW() {
-  return GrowingBuffer([](DWORD size, wchar_t* buf) { return ::GetCurrentDirectoryW(size, buf); });
-}
-
 bool SetCurrentDirectoryW(const char16_t* path) {
   return ::SetCurrentDirectoryW(W(path)) != 0;
 }
 
-bool CopyFileW(const char16_t* source, const char16_t* destination, bool fail_if_exists) {
-  if (fault::Hit(fault::Op::kCopyFile)) return false;
+bool side::CopyFileW(const char16_t* source, const char16_t* destination, bool fail_if_exists) {
   return ::CopyFileW(W(source), W(destination), fail_if_exists ? TRUE : FALSE) != 0;
 }
 

@@ -8,8 +8,8 @@
 
 #include <string>
 
-#include "os/fault.h"
 #include "os/process.h"
+#include "os/side.h"
 #include "os/types.h"
 
 namespace os {
@@ -21,8 +21,7 @@ void SetLastError(std::uint32_t error) {
   ::SetLastError(error);
 }
 
-void Sleep(std::uint32_t milliseconds) {
-  fault::Notify(fault::Event::kSlept, milliseconds);
+void side::Sleep(std::uint32_t milliseconds) {
   ::Sleep(milliseconds);
 }
 
@@ -57,9 +56,7 @@ void RestrictLibrarySearch() {
   if (set) set(kSearchSystem32);
 }
 
-std::uint32_t TimeGetTime() {
-  std::uint32_t now;
-  if (fault::ClockOverridden(&now)) return now;
+std::uint32_t side::TimeGetTime() {
   return SystemClock()();
 }
 
@@ -80,11 +77,11 @@ std::u16string ModuleFileName() {
   }
 }
 
-Handle LoadLibraryW(const char16_t* name) {
+Handle side::LoadLibraryW(const char16_t* name) {
   return reinterpret_cast<Handle>(::LoadLibraryW(reinterpret_cast<const wchar_t*>(name)));
 }
 
-void FreeLibrary(Handle module) {
+void side::FreeLibrary(Handle module) {
   if (module) ::FreeLibrary(reinterpret_cast<HMODULE>(module));
 }
 

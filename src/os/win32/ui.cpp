@@ -3,15 +3,13 @@
 
 #include <string>
 
-#include "os/fault.h"
+#include "os/side.h"
 #include "os/types.h"
 #include "os/ui.h"
 
 namespace os {
 
-std::int32_t MessageBoxIndirectW(const MessageBoxParams& params) {
-  std::int32_t answer = 0;
-  if (fault::AnswerMessageBox(params, &answer)) return answer;
+std::int32_t side::MessageBoxIndirectW(const MessageBoxParams& params) {
   // The texts must end with a NUL for the API.
   std::u16string text(params.text);
   std::u16string caption(params.caption);

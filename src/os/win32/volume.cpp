@@ -1,16 +1,15 @@
 // Win32 side of the seam: volume information and storage-device queries.
 #include <windows.h>
 
-#include "os/fault.h"
+#include "os/side.h"
 #include "os/volume.h"
 
 namespace os {
 
-bool GetVolumeInformationW(const char16_t* root, char16_t* label, std::uint32_t label_size,
-                           std::uint32_t* serial, std::uint32_t* max_component_length,
-                           std::uint32_t* flags, char16_t* file_system,
-                           std::uint32_t file_system_size) {
-  if (fault::Hit(fault::Op::kVolumeInfo)) return false;
+bool side::GetVolumeInformationW(const char16_t* root, char16_t* label, std::uint32_t label_size,
+                                 std::uint32_t* serial, std::uint32_t* max_component_length,
+                                 std::uint32_t* flags, char16_t* file_system,
+                                 std::uint32_t file_system_size) {
   DWORD serial_number = 0, max_length = 0, fs_flags = 0;
   BOOL ok = ::GetVolumeInformationW(
       reinterpret_cast<const wchar_t*>(root), reinterpret_cast<wchar_t*>(label),
@@ -23,9 +22,8 @@ bool GetVolumeInformationW(const char16_t* root, char16_t* label, std::uint32_t 
   return true;
 }
 
-bool DeviceIoControl(Handle device, std::uint32_t code, const void* in, std::uint32_t in_size,
-                     void* out, std::uint32_t out_size, std::uint32_t* returned) {
-  if (fault::Hit(fault::Op::kDeviceQuery)) return false;
+bool side::DeviceIoControl(Handle device, std::uint32_t code, const void* in, std::uint32_t in_size,
+                           void* out, std::uint32_t out_size, std::uint32_t* returned) {
   DWORD n = 0;
   BOOL ok = ::DeviceIoControl(reinterpret_cast<HANDLE>(device), code, const_cast<void*>(in),
                               in_size, out, out_size, &n, nullptr);

@@ -22,6 +22,7 @@
 
 #include "base/text.h"
 #include "os/apps.h"
+#include "os/side.h"
 #include "os/win32/handle.h"
 
 namespace os {
@@ -435,11 +436,15 @@ std::u16string GetVolumePathNameW(std::u16string_view path) {
   return Text(buf.c_str());
 }
 
+namespace {
+
 std::uint32_t GetDriveTypeW(std::u16string_view root) {
   return ::GetDriveTypeW(Wide(root).c_str());
 }
 
-bool QueryStorageDevice(std::u16string_view root, StorageDevice* out) {
+}  // namespace
+
+bool side::QueryStorageDevice(std::u16string_view root, StorageDevice* out) {
   StorageDevice d;
   d.root = std::u16string(root);
   d.drive_type = GetDriveTypeW(root);
@@ -683,10 +688,5 @@ VolumeHolders ProcessesUsingVolumes(const std::vector<std::u16string>& roots) {
   }
   return out;
 }
-
-// Loop devices do not exist here; the hook only keeps the same interface.
-ScopedRemovableDiskForTests::ScopedRemovableDiskForTests(std::u16string disk)
-    : previous_(std::move(disk)) {}
-ScopedRemovableDiskForTests::~ScopedRemovableDiskForTests() = default;
 
 }  // namespace os

@@ -9,6 +9,7 @@
 #include <map>
 
 #include "base/text.h"
+#include "os/fault.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
 #include "support/pid_namespace.h"
@@ -562,7 +563,7 @@ TEST(AppCloserReal, OnARemovableDriveTheWholeDriveIsTheScope) {
   testing_support::LoopMount drive;
   std::string why;
   if (!drive.Create(temp, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
-  os::ScopedRemovableDiskForTests hook(drive.device());
+  os::fault::ScopedRemovableDisk hook(drive.device());
   const std::u16string suite = drive.mount_point() + u"/Suite";
   const std::u16string in_suite =
       testing_support::CopyHelperProgram(u"window_app", suite + u"/App");

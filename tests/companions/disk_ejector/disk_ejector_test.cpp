@@ -35,20 +35,26 @@ const char kEnglish[] = "<TarvelUSBEject><Language>en</Language></TarvelUSBEject
 
 // The copy moves the working folder off the drive: put back the test's own afterwards.
 struct KeepWorkingFolder {
-  std::u16string folder = os::GetCurrentDirectoryW();
+  std::u16string folder = std::filesystem::current_path().u16string();
   ~KeepWorkingFolder() { os::SetCurrentDirectoryW(folder.c_str()); }
 };
 
 TEST(DiskEjectorArguments, TheCopyGetsBackExactlyWhatWasPassed) {
-  const std::vector<std::vector<std::u16string>> cases = {
-      {u"/retry"},
-      {u"/retry", u"/from", u"C:\\Program Files\\Suite\\TvEject\\TvDiskEjector.exe"},
-      {u"/from", u"/media/u/MY STICK/TvEject/TvDiskEjector", u"/wait", u"12"},
-      {u"a\"b", u"tail\\", u"two words\\", u"", u"\\\\server\\share\\"},
+  // Quoted as CommandLineToArgvW splits them back.
+  const struct {
+    std::vector<std::u16string> args;
+    std::u16string line;
+  } cases[] = {
+      {{u"/retry"}, u"/retry"},
+      {{u"/retry", u"/from", u"C:\\Program Files\\Suite\\TvEject\\TvDiskEjector.exe"},
+       u"/retry /from \"C:\\Program Files\\Suite\\TvEject\\TvDiskEjector.exe\""},
+      {{u"/from", u"/media/u/MY STICK/TvEject/TvDiskEjector", u"/wait", u"12"},
+       u"/from \"/media/u/MY STICK/TvEject/TvDiskEjector\" /wait 12"},
+      {{u"a\"b", u"tail\\", u"two words\\", u"", u"\\\\server\\share\\"},
+       u"\"a\\\"b\" tail\\ \"two words\\\\\" \"\" \\\\server\\share\\"},
   };
-  for (const auto& args : cases) {
-    EXPECT_EQ(os::SplitCommandLine(app::JoinArguments(args)), args)
-        << base::Narrow(app::JoinArguments(args));
+  for (const auto& row : cases) {
+    EXPECT_EQ(app::JoinArguments(row.args), row.line) << base::Narrow(row.line);
   }
   const app::EjectorCommand command = app::ParseEjectorArguments(
       {u"/RETRY", u"-from", u"E:\\TvEject\\TvDiskEjector.exe", u"/wait", u"42", u"/wait", u"x1",
@@ -236,7 +242,7 @@ struct ScriptedDrive {
     };
     ops.flush = [](const std::vector<std::u16string>&) { return true; };
     ops.eject = [this](const sys::EjectPlan&, const os::StorageDevice&, os::EjectAnswer* a) {
-      working = os::GetCurrentDirectoryW();
+      working = std::filesystem::current_path().u16string();
       *a = os::EjectAnswer{};
       if (ejects++ < refusals) {
         a->veto_type = os::kVetoOutstandingOpen;
@@ -335,8 +341,7 @@ TEST(DiskEjectorRun, TheOriginalHandsOverToACopyInAPrivateFolder) {
   EXPECT_EQ(temp.Read(u"Home/.profile"), "the user's own");
   EXPECT_EQ(temp.Read(u"Home/bin/TvDiskEjector" + kExe), "the user's own");
   // The test's parent is no program beside the ejector: only the original is waited for.
-  EXPECT_EQ(os::SplitCommandLine(starts.parameters[0]),
-            (std::vector<std::u16string>{u"/retry", u"/from", own, u"/wait", pid}));
+  EXPECT_EQ(starts.parameters[0], app::JoinArguments({u"/retry", u"/from", own, u"/wait", pid}));
   EXPECT_EQ(drive.ejects, 0) << "the original never ejects";
   EXPECT_TRUE(boxes.shown.empty());
 }

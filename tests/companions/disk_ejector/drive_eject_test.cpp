@@ -10,6 +10,7 @@
 
 #include "base/text.h"
 #include "companions/apps_close/app_closer.h"
+#include "os/fault.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
 #include "support/pid_namespace.h"
@@ -462,7 +463,7 @@ TEST_F(DriveEjectLoop, ALoopDeviceIsNotRemovableWithoutTheTestHook) {
 }
 
 TEST_F(DriveEjectLoop, UnmountsAFreeDrive) {
-  os::ScopedRemovableDiskForTests hook(drive_.device());
+  os::fault::ScopedRemovableDisk hook(drive_.device());
   const auto report = sys::EjectDriveOf(suite(), {sys::kRetryTries, 1000}, sys::SystemDriveOps());
   EXPECT_EQ(report.outcome, EjectOutcome::kUnmounted) << base::Narrow(report.reason);
   EXPECT_EQ(report.tries, 1);
@@ -471,7 +472,7 @@ TEST_F(DriveEjectLoop, UnmountsAFreeDrive) {
 
 TEST_F(DriveEjectLoop, RetriesABusyDriveThenNamesWhoHoldsIt) {
   if (testing_support::RunInOwnPidNamespace()) return;
-  os::ScopedRemovableDiskForTests hook(drive_.device());
+  os::fault::ScopedRemovableDisk hook(drive_.device());
   ChildProcess holder;
   const std::u16string ready = temp_.u16(u"ready");
   ASSERT_TRUE(

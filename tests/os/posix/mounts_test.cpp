@@ -44,18 +44,6 @@ TEST(PosixMounts, ParsesMountInfoLines) {
   }
 }
 
-TEST(PosixMounts, UnescapesOnlyCompleteOctalEscapes) {
-  struct Row {
-    const char* in;
-    const char* out;
-  } rows[] = {
-      {"a\\040b", "a b"},    {"tab\\011", "tab\t"},      {"back\\134slash", "back\\slash"},
-      {"nl\\012x", "nl\nx"}, {"short\\04", "short\\04"}, {"not\\08x", "not\\08x"},
-      {"\\", "\\"},
-  };
-  for (const auto& row : rows) EXPECT_EQ(os::posix::UnescapeMountField(row.in), row.out) << row.in;
-}
-
 TEST(PosixMounts, PathIsUnderComparesWholeComponents) {
   struct Row {
     const char* path;
@@ -103,12 +91,6 @@ TEST(PosixMounts, ResolvesMissingTailsThroughTheNearestExistingFolder) {
             base + "/not/there/x.exe");
   EXPECT_EQ(os::posix::ResolvePath(temp.path().string() + "/./"), base);
   EXPECT_EQ(os::posix::ResolvePath(""), "");
-}
-
-TEST(PosixMounts, UdisksObjectNamesEscapeAllButWordCharacters) {
-  EXPECT_EQ(os::posix::UdisksObjectName("sdb1"), "sdb1");
-  EXPECT_EQ(os::posix::UdisksObjectName("dm-0"), "dm_2d0");
-  EXPECT_EQ(os::posix::UdisksObjectName("a.b_c"), "a_2eb_c");
 }
 
 }  // namespace

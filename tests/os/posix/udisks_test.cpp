@@ -18,6 +18,7 @@
 
 #include "base/text.h"
 #include "os/apps.h"
+#include "os/fault.h"
 #include "os/posix/mounts.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
@@ -175,7 +176,7 @@ TEST_P(PosixUdisks, UnmountsThenPowersOffOrEjectsWhatTheDriveAllows) {
   fake_.ejectable = row.ejectable;
   Serve();
 
-  os::ScopedRemovableDiskForTests hook(drive_.device());
+  os::fault::ScopedRemovableDisk hook(drive_.device());
   os::StorageDevice device;
   ASSERT_TRUE(os::QueryStorageDevice(drive_.mount_point() + u"/", &device));
   os::EjectAnswer answer;

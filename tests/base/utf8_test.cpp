@@ -2,7 +2,7 @@
 // replacement rules (no Windows counterpart: this is the POSIX side's own machinery).
 #ifndef _WIN32
 
-#include "os/posix/utf8.h"
+#include "base/utf8.h"
 
 #include <gtest/gtest.h>
 
@@ -39,22 +39,18 @@ TEST(PosixUtf8, FastPathDecodesAsTheGeneralDecoder) {
     fast += base::utf8_scan::Strict(s, text.size(), &units);
 
     std::size_t expected_count = 0, count = 0;
-    bool invalid = false;
-    ASSERT_TRUE(os::posix::Utf8ToUtf16Careful(s, text.size(), nullptr, 0, false, &expected_count,
-                                              &invalid));
-    ASSERT_TRUE(os::posix::Utf8ToUtf16(s, text.size(), nullptr, 0, false, &count, &invalid));
+    ASSERT_TRUE(base::Utf8ToUtf16Careful(s, text.size(), nullptr, 0, &expected_count));
+    ASSERT_TRUE(base::Utf8ToUtf16(s, text.size(), nullptr, 0, &count));
     ASSERT_EQ(count, expected_count) << round;
     std::u16string expected(expected_count, u'\0'), decoded(count, u'\0');
     std::size_t written = 0;
-    ASSERT_TRUE(os::posix::Utf8ToUtf16Careful(s, text.size(), expected.data(), expected.size(),
-                                              false, &written, &invalid));
-    ASSERT_TRUE(os::posix::Utf8ToUtf16(s, text.size(), decoded.data(), decoded.size(), false,
-                                       &written, &invalid));
+    ASSERT_TRUE(
+        base::Utf8ToUtf16Careful(s, text.size(), expected.data(), expected.size(), &written));
+    ASSERT_TRUE(base::Utf8ToUtf16(s, text.size(), decoded.data(), decoded.size(), &written));
     ASSERT_EQ(written, count) << round;
     ASSERT_EQ(decoded, expected) << round;
     if (count > 0) {
-      ASSERT_FALSE(os::posix::Utf8ToUtf16(s, text.size(), decoded.data(), count - 1, false,
-                                          &written, &invalid))
+      ASSERT_FALSE(base::Utf8ToUtf16(s, text.size(), decoded.data(), count - 1, &written))
           << "one unit short of room";
     }
   }

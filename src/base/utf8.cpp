@@ -1,7 +1,7 @@
 // UTF-8 to UTF-16 for the POSIX side of the seam. Well-formed UTF-8 (checked 32 or 16 bytes at
 // a time) is decoded by a fast path; anything else goes through the general decoder, which
 // reproduces Windows' replacement of broken sequences byte for byte.
-#include "os/posix/utf8.h"
+#include "base/utf8.h"
 
 #include <cstdint>
 #include <cstring>
@@ -13,7 +13,7 @@
 #include <tmmintrin.h>
 #endif
 
-namespace os::posix {
+namespace base {
 namespace {
 
 // Windows' UTF-8 decoding (as Wine answers it): a lead byte C2..F4 announces 1 to 3 continuation
@@ -62,7 +62,7 @@ inline char32_t DecodeSequence(unsigned char lead, const unsigned char* s, std::
 
 // The general decoder, for any bytes: counts (target null) or writes.
 bool DecodeCareful(const unsigned char* s, std::size_t n, char16_t* target, std::size_t capacity,
-                   bool strict, std::size_t* written, bool* invalid) {
+                   std::size_t* written) {
   std::size_t p = 0;
   std::size_t q = 0;
   const bool write = target != nullptr;
@@ -87,8 +87,6 @@ bool DecodeCareful(const unsigned char* s, std::size_t n, char16_t* target, std:
     unsigned char c = s[p++];
     char32_t value = c < 0x80 ? char32_t{c} : DecodeSequence(c, s, p, n);
     if (value == kBad) {
-      if (strict) return false;
-      *invalid = true;
       value = 0xFFFD;
     }
     if (value >= 0x10000) {
@@ -251,10 +249,10 @@ bool HasSsse3() {
 }  // namespace
 
 bool Utf8ToUtf16(const unsigned char* s, std::size_t n, char16_t* target, std::size_t capacity,
-                 bool strict, std::size_t* written, bool* invalid) {
+                 std::size_t* written) {
 #if defined(__SSE2__)
   std::size_t units = 0;
-  if (HasSsse3() && base::utf8_scan::Strict(s, n, &units)) {
+  if (HasSsse3() && utf8_scan::Strict(s, n, &units)) {
     if (target) {
       if (units > capacity) return false;
       DecodeWellFormedSsse3(s, n, target, capacity);
@@ -263,12 +261,12 @@ bool Utf8ToUtf16(const unsigned char* s, std::size_t n, char16_t* target, std::s
     return true;
   }
 #endif
-  return DecodeCareful(s, n, target, capacity, strict, written, invalid);
+  return DecodeCareful(s, n, target, capacity, written);
 }
 
 bool Utf8ToUtf16Careful(const unsigned char* s, std::size_t n, char16_t* target,
-                        std::size_t capacity, bool strict, std::size_t* written, bool* invalid) {
-  return DecodeCareful(s, n, target, capacity, strict, written, invalid);
+                        std::size_t capacity, std::size_t* written) {
+  return DecodeCareful(s, n, target, capacity, written);
 }
 
-}  // namespace os::posix
+}  // namespace base
