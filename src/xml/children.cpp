@@ -2,10 +2,8 @@
 // attributes by name, adding, moving, deleting and copying subtrees, and the FindNode query
 // language.
 //
-// Every walk below a node is a loop with an explicit stack. Where the members were recursive
-// procedures, each stack frame stands for one call, in the same order, and a failure inside a
-// frame ends that frame only (its trap line is written) while its caller goes on, as the
-// nested calls did.
+// Every walk below a node goes through the one walk of xml/walk.h. Where the members were
+// recursive procedures, each frame stands for one call, in the same order.
 #include <algorithm>
 #include <utility>
 
@@ -13,11 +11,18 @@
 #include "base/trap.h"
 #include "xml/node.h"
 #include "xml/node_internal.h"
+#include "xml/walk.h"
 
 namespace {
 
 bool IsRealChild(std::size_t position, std::size_t count) {
   return position >= 1 && position <= count;
+}
+
+// A walk from the last child to the first met a position past the end: a handler removed
+// children meanwhile. The node's search ends with the error line; the walk goes on above it.
+void StaleChild(std::u16string_view site) {
+  base::Trap(base::InSub(site), [] { base::Raise(base::kSubscriptOutOfRange); });
 }
 
 }  // namespace
@@ -80,23 +85,11 @@ std::int32_t cXmlNode::NodeCount() {
   return base::Trap(base::InProperty(u"cXmlNode.NodeCount"), std::int32_t{0}, [&] {
     WakeUp(true);
     std::int32_t count = 0;
-    struct Frame {
-      XmlNodePtr node;
-      std::size_t next;
-    };
-    std::vector<Frame> stack;
-    stack.push_back({Self(), 0});
-    while (!stack.empty()) {
-      Frame& top = stack.back();
-      if (top.next >= top.node->childs_.size()) {
-        stack.pop_back();
-        continue;
-      }
-      XmlNodePtr child = top.node->childs_[top.next++];
+    Walker::Run(Self(), Walker::Empty{}, [&](auto&, const XmlNodePtr& child, auto&) {
       count = base::CheckedAdd(count, 1);
       child->WakeUp(true);
-      if (!child->childs_.empty()) stack.push_back({std::move(child), 0});
-    }
+      return child->childs_.empty() ? xml::WalkStep::kSkip : xml::WalkStep::kDescend;
+    });
     return count;
   });
 }
@@ -313,11 +306,9 @@ void cXmlNode::DeleteChildAt(std::size_t index) {
   // subscribes a listener or moves a node while it is told moves the tree's epoch; the kept
   // answer is then found again before the next raise, so the rest of the delete is told the way
   // the links and listeners then stand.
-  struct Frame {
-    XmlNodePtr node;
-    bool locked;
-  };
-  std::vector<Frame> frames;
+  // The walk's frames carry whether each node's chain is locked.
+  using Frame = WalkFrame<bool>;
+  std::vector<Frame>* frames = nullptr;     // the walk's stack, while it is told of a node
   std::vector<cXmlNode*> listening_frames;  // outermost first
   std::vector<XmlNodePtr> listening_above;  // nearest first
   std::vector<cXmlNode*> ancestors;         // scratch: listening ancestors, nearest first
@@ -340,54 +331,55 @@ void cXmlNode::DeleteChildAt(std::size_t index) {
     linked = true;
     bool locked = locked_above;
     const cXmlNode* below = this;
-    for (Frame& f : frames) {
+    for (Frame& f : *frames) {
       linked = linked && f.node->parent_ == below;
       locked = locked || f.node->event_lock_flag_;
-      f.locked = locked;
+      f.state = locked;
       if (f.node->listening_) listening_frames.push_back(f.node.get());
       below = f.node.get();
     }
   };
-  const auto push = [&](XmlNodePtr node, bool locked_parent) {
-    node->Deleted = true;
-    const bool locked = locked_parent || node->event_lock_flag_;
-    if (node->listening_) listening_frames.push_back(node.get());
-    frames.push_back({std::move(node), locked});
+  // "While the node has children, delete its first child": the subtree goes depth-first,
+  // each level woken one step at a time, as the child count wakes it.
+  const auto enter = [&](cXmlNode& node, bool locked_parent) {
+    node.Deleted = true;
+    if (node.listening_) listening_frames.push_back(&node);
+    node.WakeUp(false);
+    return locked_parent || node.event_lock_flag_;
   };
-  push(top, false);
-
-  while (!frames.empty()) {
-    Frame& frame = frames.back();
-    // "While the node has children, delete its first child": the subtree goes depth-first,
-    // each level woken one step at a time, as the child count wakes it.
-    frame.node->WakeUp(false);
-    if (!frame.node->childs_.empty()) {
-      XmlNodePtr first = frame.node->childs_.front();
-      push(std::move(first), frame.locked);
-      continue;
-    }
+  const auto leave = [&](std::vector<Frame>& stack) {
+    frames = &stack;
     const bool events = AnyListeners();
     if (events && seen != xml::detail::tree_epoch) survey();
-    Frame done = std::move(frames.back());
-    frames.pop_back();
+    const Frame& done = stack.back();
     if (!listening_frames.empty() && listening_frames.back() == done.node.get()) {
       listening_frames.pop_back();
     }
     if (events && !linked) {
       done.node->RaiseDeleted(done.node->EventLock(), nullptr);
-    } else if (events && !done.locked) {
+    } else if (events && !done.state) {
       ancestors.assign(listening_frames.rbegin(), listening_frames.rend());
       for (const auto& a : listening_above) ancestors.push_back(a.get());
       done.node->RaiseDeleted(false, &ancestors);
     }
-    cXmlNode* owner = frames.empty() ? this : frames.back().node.get();
+    cXmlNode* owner = stack.size() == 1 ? this : stack[stack.size() - 2].node.get();
     // Taking the deleted node off its chain changes nothing of what was found for the rest.
     const bool current = seen == xml::detail::tree_epoch;
     done.node->parent_ = nullptr;
     if (current) seen = ++xml::detail::tree_epoch;
     const std::size_t pos = owner->childs_.find(done.node.get());
     if (pos != ChildList::npos) owner->childs_.erase(pos);
-  }
+    if (owner != this) owner->WakeUp(false);
+    return true;
+  };
+  const bool top_locked = enter(*top, false);
+  Walker::Run<xml::WalkOrder::kFirstUntilEmpty>(
+      top, top_locked,
+      [&](Frame& parent, const XmlNodePtr& child, bool& locked) {
+        locked = enter(*child, parent.state);
+        return xml::WalkStep::kDescend;
+      },
+      leave);
 }
 
 void cXmlNode::DelChilds(const XmlNodePtr& rules) {
@@ -397,92 +389,46 @@ void cXmlNode::DelChilds(const XmlNodePtr& rules) {
       for (std::size_t i = childs_.size(); i >= 1; --i) DelChild(static_cast<double>(i));
       return;
     }
-    // One frame per node searched: the position it looks at next, counting down.
-    constexpr std::size_t kNotStarted = static_cast<std::size_t>(-1);
-    struct Frame {
-      XmlNodePtr node;
-      std::size_t next;
-    };
-    std::vector<Frame> frames;
-    frames.push_back({Self(), childs_.size()});
-    while (!frames.empty()) {
-      const XmlNodePtr node = frames.back().node;
-      const std::size_t next = frames.back().next;
-      if (next == 0) {
-        frames.pop_back();
-        continue;
-      }
-      const bool ok = base::Trap(base::InSub(u"cXmlNode.DelChilds"), [&] {
-        if (next == kNotStarted) {
-          node->WakeUp(true);
-          frames.back().next = node->childs_.size();
-          return;
-        }
-        frames.back().next = next - 1;
-        if (next > node->childs_.size()) base::Raise(base::kSubscriptOutOfRange);
-        const XmlNodePtr child = node->childs_[next - 1];
-        if (child->MatchRule(rules)) {
-          node->DelChild(child);
-        } else {
-          frames.push_back({child, kNotStarted});
-        }
-      });
-      if (!ok) frames.pop_back();
-    }
+    // Each node searched from its last child to its first; a child that the rules accept is
+    // deleted, any other is searched the same way.
+    Walker::Run<xml::WalkOrder::kLastToFirst>(
+        Self(), Walker::Empty{},
+        [&](auto& parent, const XmlNodePtr& child, auto&) {
+          if (!child->MatchRule(rules)) {
+            child->WakeUp(true);
+            return xml::WalkStep::kDescend;
+          }
+          parent.node->DelChild(child);
+          return xml::WalkStep::kSkip;
+        },
+        Walker::NoLeave{}, [](auto&) { StaleChild(u"cXmlNode.DelChilds"); });
   });
 }
 
 void cXmlNode::DeleteEmptyChilds(bool recursive) {
   base::Trap(base::InSub(u"cXmlNode.DeleteEmptyChilds"), [&] {
-    struct Frame {
-      explicit Frame(XmlNodePtr n) : node(std::move(n)) {}
-      XmlNodePtr node;
-      std::size_t next = 0;
-      bool started = false;
-      XmlNodePtr pending;  // the child whose own clean-up runs above this frame
-    };
-    std::vector<Frame> frames;
-    frames.emplace_back(Self());
+    WakeUp(true);
     const auto delete_if_empty = [](const XmlNodePtr& node, const XmlNodePtr& child) {
       if (child->ChildCount() == 0 && child->ValueView().empty() && child->AttrCount() == 0) {
         node->DelChild(child);
       }
     };
-    while (!frames.empty()) {
-      const std::size_t depth = frames.size();
-      Frame& frame = frames.back();
-      const XmlNodePtr node = frame.node;
-      const bool ok = base::Trap(base::InSub(u"cXmlNode.DeleteEmptyChilds"), [&] {
-        if (!frame.started) {
-          frame.started = true;
-          node->WakeUp(true);
-          frame.next = node->childs_.size();
-          return;
-        }
-        if (frame.pending) {
-          const XmlNodePtr child = std::move(frame.pending);
-          frame.pending.reset();
-          delete_if_empty(node, child);
-          return;
-        }
-        if (frame.next == 0) {
-          frames.pop_back();
-          return;
-        }
-        const std::size_t i = frame.next--;
-        if (i > node->childs_.size()) base::Raise(base::kSubscriptOutOfRange);
-        const XmlNodePtr child = node->childs_[i - 1];
-        if (recursive) {
-          frame.pending = child;
-          frames.emplace_back(child);
-        } else {
-          delete_if_empty(node, child);
-        }
-      });
-      if (!ok) {
-        while (frames.size() >= depth) frames.pop_back();
-      }
-    }
+    // Recursive: each child cleans its own children before it is judged.
+    Walker::Run<xml::WalkOrder::kLastToFirst>(
+        Self(), Walker::Empty{},
+        [&](auto& parent, const XmlNodePtr& child, auto&) {
+          if (!recursive) {
+            delete_if_empty(parent.node, child);
+            return xml::WalkStep::kSkip;
+          }
+          child->WakeUp(true);
+          return xml::WalkStep::kDescend;
+        },
+        [&](auto& stack) {
+          if (stack.size() > 1) delete_if_empty(stack[stack.size() - 2].node, stack.back().node);
+          return true;
+        },
+        [](auto&) { StaleChild(u"cXmlNode.DeleteEmptyChilds"); });
   });
 }
 
@@ -499,36 +445,33 @@ XmlNodePtr cXmlNode::Clone() {
     };
     // Each copy takes its source's XMLEncoding as its own, inherited one included; the
     // effective encoding travels down with the frames instead of being looked up per node.
-    struct Frame {
-      XmlNodePtr source;
-      XmlNodePtr copy;
-      std::size_t next;
+    struct Copy {
+      XmlNodePtr node;
       std::u16string encoding;
     };
     const XmlNodePtr root = shallow(*this);
-    std::vector<Frame> frames;
-    frames.push_back({Self(), root, 0, XMLEncoding()});
-    while (!frames.empty()) {
-      Frame& frame = frames.back();
-      if (frame.next < frame.source->childs_.size()) {
-        XmlNodePtr source = frame.source->childs_[frame.next++];
-        source->WakeUp(true);
-        XmlNodePtr copy = shallow(*source);
-        // Nobody can listen to a copy under construction, so the children go in without the
-        // Added events that AddChild would raise for no one.
-        frame.copy->AppendChildQuiet(copy);
-        std::u16string encoding = source->extras_ && !source->extras_->xml_encoding.empty()
-                                      ? source->extras_->xml_encoding
-                                      : frame.encoding;
-        frames.push_back({std::move(source), std::move(copy), 0, std::move(encoding)});
-        continue;
-      }
-      // A node with children loses its text; a childless one passes it through Value, which
-      // drops CDATA markers.
-      if (frame.source->childs_.empty()) frame.copy->raw_value_ = frame.source->ValueView();
-      if (!frame.encoding.empty()) frame.copy->GetExtras().xml_encoding = frame.encoding;
-      frames.pop_back();
-    }
+    Walker::Run(
+        Self(), Copy{root, XMLEncoding()},
+        [&](auto& parent, const XmlNodePtr& source, Copy& copy) {
+          source->WakeUp(true);
+          copy.node = shallow(*source);
+          // Nobody can listen to a copy under construction, so the children go in without
+          // the Added events that AddChild would raise for no one.
+          parent.state.node->AppendChildQuiet(copy.node);
+          copy.encoding = source->extras_ && !source->extras_->xml_encoding.empty()
+                              ? source->extras_->xml_encoding
+                              : parent.state.encoding;
+          return xml::WalkStep::kDescend;
+        },
+        [](auto& stack) {
+          // A node with children loses its text; a childless one passes it through Value,
+          // which drops CDATA markers.
+          auto& done = stack.back();
+          if (done.node->childs_.empty()) done.state.node->raw_value_ = done.node->ValueView();
+          if (!done.state.encoding.empty())
+            done.state.node->GetExtras().xml_encoding = done.state.encoding;
+          return true;
+        });
     CopyItemDataTo(root);
     return root;
   });
@@ -537,34 +480,30 @@ XmlNodePtr cXmlNode::Clone() {
 void cXmlNode::CopyItemDataTo(const XmlNodePtr& target) {
   base::Trap(base::InSub(u"cXmlNode.CopyItemDataTo"), [&] {
     if (!target) base::Raise(base::kObjectNotSet);
-    struct Frame {
-      XmlNodePtr from;
-      XmlNodePtr to;
-      std::size_t next;
-    };
-    std::vector<Frame> frames;
     const auto same_shape = [](const XmlNodePtr& a, const XmlNodePtr& b) {
       a->WakeUp(false);
       b->WakeUp(false);
       return a->childs_.size() == b->childs_.size();
     };
     if (!same_shape(Self(), target)) return;
-    frames.push_back({Self(), target, 0});
-    while (!frames.empty()) {
-      Frame& frame = frames.back();
-      frame.from->WakeUp(true);
-      frame.to->WakeUp(true);
-      const std::size_t count = std::min(frame.from->childs_.size(), frame.to->childs_.size());
-      if (frame.next < count) {
-        XmlNodePtr from = frame.from->childs_[frame.next];
-        XmlNodePtr to = frame.to->childs_[frame.next];
-        ++frame.next;
-        if (same_shape(from, to)) frames.push_back({std::move(from), std::move(to), 0});
-        continue;
-      }
-      frame.to->ItemData = frame.from->ItemData;
-      frames.pop_back();
-    }
+    WakeUp(true);
+    target->WakeUp(true);
+    // The walk goes over this subtree, each frame carrying its counterpart in the target.
+    Walker::Run(
+        Self(), target,
+        [&](auto& parent, const XmlNodePtr& from, XmlNodePtr& to) {
+          const std::size_t at = parent.next - 1;
+          if (at >= parent.state->childs_.size()) return xml::WalkStep::kSkip;
+          to = parent.state->childs_[at];
+          if (!same_shape(from, to)) return xml::WalkStep::kSkip;
+          from->WakeUp(true);
+          to->WakeUp(true);
+          return xml::WalkStep::kDescend;
+        },
+        [](auto& stack) {
+          stack.back().state->ItemData = stack.back().node->ItemData;
+          return true;
+        });
   });
 }
 
@@ -582,24 +521,16 @@ XmlNodePtr cXmlNode::FindNode(std::u16string_view node_name, bool recursive, boo
       return nullptr;
     }
     // Each child answers for itself first, then for its children: pre-order, first match.
-    struct Frame {
-      XmlNodePtr node;
-      std::size_t next;
-    };
-    std::vector<Frame> stack;
-    stack.push_back({Self(), 0});
-    while (!stack.empty()) {
-      Frame& top = stack.back();
-      if (top.next >= top.node->childs_.size()) {
-        stack.pop_back();
-        continue;
+    XmlNodePtr found;
+    Walker::Run(Self(), Walker::Empty{}, [&](auto&, const XmlNodePtr& child, auto&) {
+      if (child->MatchesQuery(query, true)) {
+        found = child;
+        return xml::WalkStep::kStop;
       }
-      XmlNodePtr child = top.node->childs_[top.next++];
-      if (child->MatchesQuery(query, true)) return child;
       child->WakeUp(true);
-      if (!child->childs_.empty()) stack.push_back({std::move(child), 0});
-    }
-    return nullptr;
+      return child->childs_.empty() ? xml::WalkStep::kSkip : xml::WalkStep::kDescend;
+    });
+    return found;
   });
 }
 
@@ -619,23 +550,12 @@ void cXmlNode::FindNodes(const XmlNodePtr& rules, std::vector<XmlNodePtr>& resul
     };
     const XmlNodePtr self = Self();
     if (visit(self)) return;
-    struct Frame {
-      XmlNodePtr node;
-      std::size_t next;
-    };
-    std::vector<Frame> stack;
-    stack.push_back({self, 0});
-    while (!stack.empty()) {
-      Frame& top = stack.back();
-      if (top.next >= top.node->childs_.size()) {
-        stack.pop_back();
-        if (!stack.empty() && full()) return;
-        continue;
-      }
-      XmlNodePtr child = top.node->childs_[top.next++];
-      if (visit(child)) return;
-      stack.push_back({std::move(child), 0});
-    }
+    Walker::Run(
+        self, Walker::Empty{},
+        [&](auto&, const XmlNodePtr& child, auto&) {
+          return visit(child) ? xml::WalkStep::kStop : xml::WalkStep::kDescend;
+        },
+        [&](auto& stack) { return stack.size() == 1 || !full(); });
   });
 }
 

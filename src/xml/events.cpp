@@ -18,6 +18,7 @@
 #include "base/trap.h"
 #include "xml/node.h"
 #include "xml/node_internal.h"
+#include "xml/walk.h"
 
 namespace xml {
 
@@ -332,29 +333,14 @@ void cXmlNode::RaiseUpward(const EventCall& call, std::u16string_view site, bool
 void cXmlNode::RaiseDownward(const EventCall& call, std::u16string_view site, bool check_lock) {
   if (childs_.empty()) return;
   base::Trap(base::InSub(site), [&] {
-    struct Frame {
-      XmlNodePtr node;
-      std::size_t next;
-    };
-    std::vector<Frame> stack;
-    stack.push_back({Self(), 0});
-    while (!stack.empty()) {
-      Frame& top = stack.back();
-      if (top.next >= top.node->childs_.size()) {
-        stack.pop_back();
-        continue;
-      }
-      const cXmlNode* peek = top.node->childs_[top.next].get();
-      if ((check_lock && peek->event_lock_flag_) || (!peek->listening_ && peek->childs_.empty())) {
-        ++top.next;
-        continue;
-      }
-      XmlNodePtr child = top.node->childs_[top.next++];
+    Walker::Run(Self(), Walker::Empty{}, [&](auto&, const XmlNodePtr& child, auto&) {
+      if (check_lock && child->event_lock_flag_) return xml::WalkStep::kSkip;
       if (child->listening_ && !base::Trap(base::InSub(site), [&] { child->Deliver(call); })) {
-        continue;  // this descendant's procedure failed: its subtree hears nothing
+        return xml::WalkStep::kSkip;  // this descendant's procedure failed: its subtree hears
+                                      // nothing
       }
-      if (!child->childs_.empty()) stack.push_back({std::move(child), 0});
-    }
+      return child->childs_.empty() ? xml::WalkStep::kSkip : xml::WalkStep::kDescend;
+    });
   });
 }
 

@@ -2,6 +2,7 @@
 #include "base/trap.h"
 #include "xml/node.h"
 #include "xml/node_internal.h"
+#include "xml/walk.h"
 
 bool cXmlNode::IsSleeping() const {
   return base::Trap(base::InProperty(u"cXmlNode.IsSleeping"), false,
@@ -51,19 +52,15 @@ void cXmlNode::Release() {
 
 std::int32_t cXmlNode::ExternalRefCount() {
   return base::Trap(base::InFunction(u"cXmlNode.ExternalRefCount"), std::int32_t{0}, [&] {
-    // Every node below counts its holders other than its parent's list entry; a sleeping node
-    // has nothing below it in memory. Read through plain pointers, so that the walk itself
-    // holds nothing.
+    // Every node below counts its holders other than its parent's list entry and the walk's
+    // own reference; a sleeping node has nothing below it in memory.
     std::int64_t total = 0;
-    std::vector<const cXmlNode*> stack{this};
-    while (!stack.empty()) {
-      const cXmlNode* node = stack.back();
-      stack.pop_back();
-      if (!node->sleep_.empty()) continue;
-      for (const auto& child : node->childs_) {
-        total += child.use_count() - 1;
-        if (!child->childs_.empty()) stack.push_back(child.get());
-      }
+    if (sleep_.empty()) {
+      Walker::Run(Self(), Walker::Empty{}, [&](auto&, const XmlNodePtr& child, auto&) {
+        total += child.use_count() - 2;
+        return child->childs_.empty() || !child->sleep_.empty() ? xml::WalkStep::kSkip
+                                                                : xml::WalkStep::kDescend;
+      });
     }
     if (total > INT32_MAX) base::Raise(base::kOverflow);
     return static_cast<std::int32_t>(total);

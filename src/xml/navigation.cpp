@@ -1,6 +1,7 @@
 // cXmlNode: moving around a tree: containment, siblings, document order and the root.
 #include "base/trap.h"
 #include "xml/node.h"
+#include "xml/walk.h"
 
 bool cXmlNode::Contains(const XmlNodePtr& node, bool recursive) {
   return base::Trap(base::InFunction(u"cXmlNode.Contains"), false, [&] {
@@ -15,16 +16,10 @@ bool cXmlNode::Contains(const XmlNodePtr& node, bool recursive) {
     }
     // Links and lists can disagree (a node whose link was cleared stays listed), so a "no"
     // is only trusted after a search of the subtree.
-    std::vector<const cXmlNode*> stack{this};
-    while (!stack.empty()) {
-      const cXmlNode* n = stack.back();
-      stack.pop_back();
-      for (const auto& child : n->childs_) {
-        if (child.get() == target) return true;
-        if (!child->childs_.empty()) stack.push_back(child.get());
-      }
-    }
-    return false;
+    return !Walker::Run(Self(), Walker::Empty{}, [&](auto&, const XmlNodePtr& child, auto&) {
+      if (child.get() == target) return xml::WalkStep::kStop;
+      return child->childs_.empty() ? xml::WalkStep::kSkip : xml::WalkStep::kDescend;
+    });
   });
 }
 

@@ -452,6 +452,11 @@ class cXmlNode : public std::enable_shared_from_this<cXmlNode> {
   // parent_of_orphan_ set.
   void ParseSleepText(const xml::SleepText& text, bool full);
 
+  // The one walk over the nodes below a node (xml/walk.h).
+  template <class State>
+  struct WalkFrame;
+  struct Walker;
+
   // The reader's and the writer's workings (parser.cpp, writer.cpp, sort.cpp).
   struct Reader;
   struct Writer;

@@ -23,6 +23,7 @@
 #include "base/trap.h"
 #include "xml/node.h"
 #include "xml/node_internal.h"
+#include "xml/walk.h"
 
 namespace {
 
@@ -100,6 +101,13 @@ bool CriterionAgrees(cXmlNode& a, cXmlNode& b, cXmlNode& criterion) {
   return va && vb && *va == *vb && (value.empty() || *va == value);
 }
 
+// The number of children, the node woken as ChildrenOf wakes it.
+std::int32_t WakeChildren(cXmlNode& node) {
+  const std::int32_t count = node.ChildCount();
+  if (count > 0) node.WakeUp(true);
+  return count;
+}
+
 std::vector<XmlNodePtr> ChildrenOf(cXmlNode& node) {
   std::vector<XmlNodePtr> children;
   const std::int32_t count = node.ChildCount();
@@ -165,32 +173,25 @@ XmlNodePtr cXmlNode::GetParent(std::int32_t depth) {
 
 XmlNodePtr cXmlNode::FindFirstMatch(const XmlNodePtr& rules, const XmlNodePtr& match_node,
                                     std::int32_t max_depth) {
-  return base::Trap(base::InFunction(u"cXmlNode.FindFirstMatch"), XmlNodePtr(),
-                    [&]() -> XmlNodePtr {
-                      WakeUp(true);
-                      if (Match(rules, match_node)) return Self();
-                      // Pre-order, each node with the levels it may still descend.
-                      struct Frame {
-                        XmlNodePtr node;
-                        std::size_t next;
-                        std::int32_t levels;
-                      };
-                      std::vector<Frame> stack;
-                      stack.push_back({Self(), 0, max_depth});
-                      while (!stack.empty()) {
-                        Frame& top = stack.back();
-                        if (top.levels < 1 || top.next >= top.node->childs_.size()) {
-                          stack.pop_back();
-                          continue;
-                        }
-                        XmlNodePtr child = top.node->childs_[top.next++];
-                        const std::int32_t levels = top.levels - 1;
-                        child->WakeUp(true);
-                        if (child->Match(rules, match_node)) return child;
-                        stack.push_back({std::move(child), 0, levels});
+  return base::Trap(
+      base::InFunction(u"cXmlNode.FindFirstMatch"), XmlNodePtr(), [&]() -> XmlNodePtr {
+        WakeUp(true);
+        if (Match(rules, match_node)) return Self();
+        if (max_depth < 1) return nullptr;
+        // Pre-order, each node with the levels it may still descend.
+        XmlNodePtr found;
+        Walker::Run(Self(), max_depth,
+                    [&](auto& parent, const XmlNodePtr& child, std::int32_t& levels) {
+                      levels = parent.state - 1;
+                      child->WakeUp(true);
+                      if (child->Match(rules, match_node)) {
+                        found = child;
+                        return xml::WalkStep::kStop;
                       }
-                      return nullptr;
+                      return levels < 1 ? xml::WalkStep::kSkip : xml::WalkStep::kDescend;
                     });
+        return found;
+      });
 }
 
 bool cXmlNode::Match(const XmlNodePtr& rules, const XmlNodePtr& match_node, bool recursive) {
@@ -225,19 +226,20 @@ bool cXmlNode::NodeMatch(const XmlNodePtr& rules, const XmlNodePtr& match_node, 
       }
       return true;
     };
-    // Pairs still to judge; with recursive, the children of each matching pair in order.
-    std::vector<std::pair<XmlNodePtr, XmlNodePtr>> pending;
-    pending.emplace_back(Self(), match_node);
-    while (!pending.empty()) {
-      const auto [a, b] = std::move(pending.back());
-      pending.pop_back();
-      if (!pair_matches(*a, *b)) return false;
-      if (!recursive) continue;
-      const std::vector<XmlNodePtr> ca = ChildrenOf(*a);
-      const std::vector<XmlNodePtr> cb = ChildrenOf(*b);
-      if (ca.size() != cb.size()) return false;
-      for (std::size_t i = ca.size(); i-- > 0;) pending.emplace_back(ca[i], cb[i]);
-    }
-    return true;
+    // With recursive, the children of each matching pair must pair too, in order: the walk
+    // goes over this subtree, each frame carrying the node it is paired with.
+    const auto judge = [&](cXmlNode& a, cXmlNode& b) {
+      if (!pair_matches(a, b)) return false;
+      return !recursive || WakeChildren(a) == WakeChildren(b);
+    };
+    if (!judge(*this, *match_node)) return false;
+    if (!recursive) return true;
+    return Walker::Run(Self(), match_node, [&](auto& parent, const XmlNodePtr& a, XmlNodePtr& b) {
+      const std::size_t at = parent.next - 1;
+      // Only a handler woken meanwhile could have shortened the list.
+      if (at >= parent.state->childs_.size()) return xml::WalkStep::kStop;
+      b = parent.state->childs_[at];
+      return judge(*a, *b) ? xml::WalkStep::kDescend : xml::WalkStep::kStop;
+    });
   });
 }

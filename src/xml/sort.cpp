@@ -13,6 +13,7 @@
 #include "xml/node.h"
 #include "xml/node_internal.h"
 #include "xml/sort_strings.h"
+#include "xml/walk.h"
 
 namespace {
 
@@ -161,35 +162,25 @@ void cXmlNode::SortChilds(std::u16string_view sort_key, bool ascendant,
     const XmlNodePtr keep = Self();
     const std::vector<SortKeyPart> keys = ParseKeys(sort_key);
     // Each node's children are sorted (to the depth asked) before the node itself, children in
-    // order, without recursion; each node's own sort fails or succeeds on its own.
-    struct Item {
-      XmlNodePtr node;
-      std::int32_t depth;
-      bool expanded;
-    };
-    std::vector<Item> stack{{keep, recursive_depth, false}};
-    while (!stack.empty()) {
-      Item& item = stack.back();
-      if (!item.expanded) {
-        item.expanded = true;
-        const XmlNodePtr node = item.node;
-        const std::int32_t depth = item.depth;
-        node->WakeUp(true);
-        if (depth >= 1 || depth == -1) {
-          const std::int32_t below = depth == -1 ? -1 : depth - 1;
-          const std::size_t n = node->childs_.size();
-          for (std::size_t k = n; k-- > 0;) stack.push_back({node->childs_[k], below, false});
-        }
-        continue;
-      }
-      const XmlNodePtr node = std::move(item.node);
-      stack.pop_back();
-      if (node.get() == this) {
-        Sorter::SortOwn(*node, keys, ascendant);
-      } else {
-        base::Trap(base::InSub(u"cXmlNode.SortChilds"),
-                   [&] { Sorter::SortOwn(*node, keys, ascendant); });
-      }
-    }
+    // order; each node's own sort fails or succeeds on its own.
+    keep->WakeUp(true);
+    Walker::Run(
+        keep, recursive_depth,
+        [&](auto& parent, const XmlNodePtr& child, std::int32_t& depth) {
+          if (parent.state < 1 && parent.state != -1) return xml::WalkStep::kSkip;
+          depth = parent.state == -1 ? -1 : parent.state - 1;
+          child->WakeUp(true);
+          return xml::WalkStep::kDescend;
+        },
+        [&](auto& stack) {
+          cXmlNode& node = *stack.back().node;
+          if (stack.size() == 1) {
+            Sorter::SortOwn(node, keys, ascendant);
+          } else {
+            base::Trap(base::InSub(u"cXmlNode.SortChilds"),
+                       [&] { Sorter::SortOwn(node, keys, ascendant); });
+          }
+          return true;
+        });
   });
 }

@@ -24,6 +24,7 @@
 #include "text/utf8.h"
 #include "xml/char_search.h"
 #include "xml/node.h"
+#include "xml/walk.h"
 
 namespace {
 
@@ -198,43 +199,30 @@ struct cXmlNode::Writer {
 
   void Write(cXmlNode& top) {
     top.WakeUp(true);
-    // Nodes with children are held by their frame; a leaf is held only while a wake-up (which
-    // can run an application's handler) is still due on it, after a failed one above.
-    struct Frame {
-      XmlNodePtr node;
-      std::size_t next;
+    const bool utf8 = IsUtf8Name(top.XMLEncoding());
+    if (!Open(top, 0, utf8)) return;
+    struct Level {
       bool utf8;
       std::int32_t depth;
     };
-    const bool utf8 = IsUtf8Name(top.XMLEncoding());
-    if (!Open(top, 0, utf8)) return;
-    std::vector<Frame> stack;
-    stack.push_back({top.Self(), 0, utf8, 0});
-    while (!stack.empty()) {
-      Frame& frame = stack.back();
-      if (frame.next < frame.node->childs_.size()) {
-        const XmlNodePtr& slot = frame.node->childs_[frame.next++];
-        cXmlNode* child = slot.get();
-        const std::int32_t depth = frame.depth + 1;
-        bool child_utf8 = frame.utf8;
-        NewLine(depth, true);
-        XmlNodePtr held;
-        if (!child->sleep_.empty()) {
-          held = slot;
+    Walker::Run(
+        top.Self(), Level{utf8, 0},
+        [&](auto& parent, const XmlNodePtr& child, Level& level) {
+          level.depth = parent.state.depth + 1;
+          level.utf8 = parent.state.utf8;
+          NewLine(level.depth, true);
           child->WakeUp(true);
-        }
-        if (child->extras_ && !child->extras_->xml_encoding.empty())
-          child_utf8 = IsUtf8Name(child->extras_->xml_encoding);
-        if (Open(*child, depth, child_utf8)) {
-          XmlNodePtr node = held ? std::move(held) : child->Self();
-          stack.push_back({std::move(node), 0, child_utf8, depth});
-        }
-        continue;
-      }
-      NewLine(frame.depth);
-      Close(*frame.node, frame.depth);
-      stack.pop_back();
-    }
+          if (child->extras_ && !child->extras_->xml_encoding.empty())
+            level.utf8 = IsUtf8Name(child->extras_->xml_encoding);
+          return Open(*child, level.depth, level.utf8) ? xml::WalkStep::kDescend
+                                                       : xml::WalkStep::kSkip;
+        },
+        [&](auto& stack) {
+          const auto& done = stack.back();
+          NewLine(done.state.depth);
+          Close(*done.node, done.state.depth);
+          return true;
+        });
   }
 };
 

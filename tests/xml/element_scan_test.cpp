@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
-#include "support/xml_generate.h"
 #include "support/xml_structure.h"
 
 namespace {
@@ -84,16 +81,6 @@ TEST(ElementScan, ReadsWhatTheElementParseReads) {
   }
 }
 
-TEST(ElementScan, AgreesWithTheRulesOnGeneratedMarkup) {
-  std::mt19937 rng(12345);
-  for (int round = 0; round < 30000; ++round) {
-    const std::u16string text =
-        round % 2 ? testing_support::MarkupSoup(rng, 24) : testing_support::MangledTree(rng, 12);
-    ExpectIndexAgrees(text);
-    if (HasFatalFailure()) return;
-  }
-}
-
 TEST(ElementScan, DeclarationsBeforeAndAfterCommentsAreCut) {
   // The element parse cuts declarations before comments, the full parse after: here the
   // comment hides the first "?>" from one and not from the other.
@@ -110,56 +97,6 @@ TEST(ElementScan, DeclarationsBeforeAndAfterCommentsAreCut) {
   EXPECT_TRUE(only_comment->HasDeclaration());
   EXPECT_FALSE(only_comment->SleepTextEmpty());  // the node keeps "<!-- x -->" asleep
   EXPECT_TRUE(xml::ScannedText::ForElementParse(u"<?xml a?>")->SleepTextEmpty());
-}
-
-// Walks the whole tree from the index, without recursion; returns the element count and the
-// deepest element's content.
-std::size_t WalkAll(const xml::ScannedText& doc, std::u16string_view* deepest) {
-  std::size_t count = 0;
-  std::size_t max_depth = 0;
-  struct Item {
-    xml::ElementScan scan;
-    std::size_t depth;
-  };
-  std::vector<Item> stack{{xml::ScanElement(doc, doc.Top(), xml::DeclarationRule::kNone), 0}};
-  while (!stack.empty()) {
-    const Item item = stack.back();
-    stack.pop_back();
-    if (!item.scan.found) continue;
-    ++count;
-    if (item.depth >= max_depth) {
-      max_depth = item.depth;
-      *deepest = doc.Text().substr(item.scan.content_begin,
-                                   item.scan.content_end - item.scan.content_begin);
-    }
-    if (!item.scan.element_content) continue;
-    xml::ChildCursor children(doc, item.scan);
-    xml::ElementSpan span;
-    xml::ElementScan child;
-    while (children.Next(span, child, xml::DeclarationRule::kAll))
-      stack.push_back({child, item.depth + 1});
-  }
-  return count;
-}
-
-TEST(ElementScan, MillionLevelsAndMillionSiblings) {
-  const std::size_t n = 1000000;
-  std::u16string deep;
-  deep.reserve(n * 7 + 4);
-  for (std::size_t i = 0; i < n; ++i) deep += u"<d>";
-  deep += u"leaf";
-  for (std::size_t i = 0; i < n; ++i) deep += u"</d>";
-  std::u16string_view deepest;
-  auto doc = xml::ScannedText::ForElementParse(std::move(deep));
-  EXPECT_EQ(WalkAll(*doc, &deepest), n);
-  EXPECT_EQ(deepest, u"leaf");
-
-  std::u16string wide = u"<r>";
-  for (std::size_t i = 0; i < n; ++i) wide += u"<i>v</i>";
-  wide += u"</r>";
-  doc = xml::ScannedText::ForElementParse(std::move(wide));
-  EXPECT_EQ(WalkAll(*doc, &deepest), n + 1);
-  EXPECT_EQ(deepest, u"v");
 }
 
 TEST(ElementScan, UnterminatedCommentOrCdataAtEveryCut) {

@@ -27,40 +27,42 @@ struct Tree {
   std::shared_ptr<Recorder> rec = Recorder::On({root, a, b, c, d, s}, events);
 };
 
-TEST(XmlNodeEvents, ChangeIsToldToTheNodeThenAncestorsUpThenDescendantsInPreOrder) {
-  Tree t;
-  t.c->Value(u"x");
-  EXPECT_EQ(t.events, (Lines{u"c:Modified()", u"b:ChildModified(c,)", u"a:ChildModified(c,)",
-                             u"root:ChildModified(c,)", u"d:ParentModifed(c,)"}));
-  t.events.clear();
-  t.a->Attribut(u"id", u"7");
-  EXPECT_EQ(t.events,
-            (Lines{u"a:Modified(id)", u"root:ChildModified(a,id)", u"b:ParentModifed(a,id)",
-                   u"c:ParentModifed(a,id)", u"d:ParentModifed(a,id)", u"s:ParentModifed(a,id)"}));
-}
-
-TEST(XmlNodeEvents, AddedCarriesTheNewParentToTheAddedSubtree) {
-  Tree t;
-  XmlNodePtr leaf = Node(u"leaf");
-  XmlNodePtr sub = Node(u"sub", {leaf});
-  auto rec = Recorder::On({sub, leaf}, t.events);
-  EXPECT_EQ(t.b->AddChild(sub), 2);
-  EXPECT_EQ(t.events, (Lines{u"sub:Added", u"b:ChildAdded(sub)", u"a:ChildAdded(sub)",
-                             u"root:ChildAdded(sub)", u"leaf:ParentAdded(b)"}));
-}
-
-TEST(XmlNodeEvents, DelChildGoesDepthFirstMarkingAndAnnouncingEveryNode) {
-  Tree t;
-  t.a->DelChild(t.b);
-  EXPECT_EQ(t.events, (Lines{u"d:Deleted", u"c:ChildDeleted(d)", u"b:ChildDeleted(d)",
-                             u"a:ChildDeleted(d)", u"root:ChildDeleted(d)", u"c:Deleted",
-                             u"b:ChildDeleted(c)", u"a:ChildDeleted(c)", u"root:ChildDeleted(c)",
-                             u"b:Deleted", u"a:ChildDeleted(b)", u"root:ChildDeleted(b)"}));
-  EXPECT_TRUE(t.b->Deleted && t.c->Deleted && t.d->Deleted);
-  EXPECT_FALSE(t.s->Deleted);
-  EXPECT_EQ(t.a->ChildCount(), 1);
-  EXPECT_EQ(t.b->ChildCount(), 0);
-  EXPECT_EQ(t.d->Parent(), nullptr);
+// A change is told to the node, then its ancestors upwards, then its descendants in pre-order;
+// an added subtree hears its new parent; a deleted one goes depth-first, each node announced.
+TEST(XmlNodeEvents, EachChangeFamilyInItsOrder) {
+  struct Row {
+    std::function<void(Tree&)> change;
+    Lines events;
+  } rows[] = {
+      {[](Tree& t) { t.c->Value(u"x"); },
+       {u"c:Modified()", u"b:ChildModified(c,)", u"a:ChildModified(c,)", u"root:ChildModified(c,)",
+        u"d:ParentModifed(c,)"}},
+      {[](Tree& t) { t.a->Attribut(u"id", u"7"); },
+       {u"a:Modified(id)", u"root:ChildModified(a,id)", u"b:ParentModifed(a,id)",
+        u"c:ParentModifed(a,id)", u"d:ParentModifed(a,id)", u"s:ParentModifed(a,id)"}},
+      {[](Tree& t) {
+         XmlNodePtr leaf = Node(u"leaf"), sub = Node(u"sub", {leaf});
+         sub->AddEventSink(t.rec);
+         leaf->AddEventSink(t.rec);
+         EXPECT_EQ(t.b->AddChild(sub), 2);
+       },
+       {u"sub:Added", u"b:ChildAdded(sub)", u"a:ChildAdded(sub)", u"root:ChildAdded(sub)",
+        u"leaf:ParentAdded(b)"}},
+      {[](Tree& t) {
+         t.a->DelChild(t.b);
+         EXPECT_TRUE(t.b->Deleted && t.c->Deleted && t.d->Deleted && !t.s->Deleted);
+         EXPECT_EQ(t.a->ChildCount() + t.b->ChildCount(), 1);
+         EXPECT_EQ(t.d->Parent(), nullptr);
+       },
+       {u"d:Deleted", u"c:ChildDeleted(d)", u"b:ChildDeleted(d)", u"a:ChildDeleted(d)",
+        u"root:ChildDeleted(d)", u"c:Deleted", u"b:ChildDeleted(c)", u"a:ChildDeleted(c)",
+        u"root:ChildDeleted(c)", u"b:Deleted", u"a:ChildDeleted(b)", u"root:ChildDeleted(b)"}},
+  };
+  for (const Row& row : rows) {
+    Tree t;
+    row.change(t);
+    EXPECT_EQ(t.events, row.events);
+  }
 }
 
 TEST(XmlNodeEvents, AListenerSubscribedDuringADeleteHearsTheRestOfIt) {

@@ -117,16 +117,6 @@ TEST(XmlNodeAttributes, SetAttributsReplacesBothListsOrNothing) {
   EXPECT_EQ(n->Attribut(u"a"), u"");
 }
 
-TEST(XmlNodeAttributes, BadPositionLogsAndAnswersEmpty) {
-  LogCapture log;
-  XmlNodePtr n = Node({u"n", u"", {{u"a", u"1"}}});
-  EXPECT_EQ(n->AttrName(2), u"");
-  EXPECT_EQ(n->AttrName(0), u"");
-  EXPECT_EQ(log.lines, (std::vector<std::u16string>{
-                           u"Error 9 (Subscript out of range) in Property cXmlNode.AttrName",
-                           u"Error 9 (Subscript out of range) in Property cXmlNode.AttrName"}));
-}
-
 TEST(XmlNodeTree, VersionComesFromTheRootAndEncodingFromTheNearestSetter) {
   XmlNodePtr c = Node(u"c");
   XmlNodePtr b = Node(u"b", {c});
@@ -272,6 +262,11 @@ TEST(XmlNodeTree, MissingNodesGiveNeutralResults) {
        u"Error" + out_of_range + u"in Property cXmlNode.Child"},
       {"Child past the end", [](auto& p) { return !p->Child(2); },
        u"Error" + out_of_range + u"in Property cXmlNode.Child"},
+      {"AttrName(0)", [](auto& p) { return p->AttrName(0).empty(); },
+       u"Error" + out_of_range + u"in Property cXmlNode.AttrName"},
+      {"AttrName past the end",
+       [](auto& p) { return p->Attribut(u"a", u"1"), p->AttrName(2).empty(); },
+       u"Error" + out_of_range + u"in Property cXmlNode.AttrName"},
       {"EmancipateChild(nothing)",
        [](auto& p) { return p->EmancipateChild(XmlNodePtr()), p->ChildCount() == 1; }, u""},
       {"EmancipateChild past the end", [](auto& p) { return p->EmancipateChild(2.0), true; },

@@ -95,22 +95,4 @@ TEST(XmlSort, RecursesToTheDepthAskedWithoutEvents) {
   }
 }
 
-TEST(XmlSort, DeepChainSortsWithoutRecursion) {
-  std::u16string text;
-  const std::size_t depth = 100000;
-  for (std::size_t i = 0; i < depth; ++i) text += u"<e><f/>";
-  for (std::size_t i = 0; i < depth; ++i) text += u"</e>";
-  XmlNodePtr r = cXmlNode::Create();
-  r->XmlData___NonRecursif(text);
-  r->SortChilds(u"name", false, -1, false);
-  XmlNodePtr n = r;
-  std::size_t levels = 1;
-  while (n->ChildCount() == 2) {
-    EXPECT_EQ(n->Child(1)->Name(), u"f");
-    n = n->Child(2);
-    ++levels;
-  }
-  EXPECT_EQ(levels, depth);
-}
-
 }  // namespace

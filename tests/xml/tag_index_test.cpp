@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
-#include "support/xml_generate.h"
 #include "support/xml_structure.h"
 
 namespace {
@@ -41,18 +38,6 @@ TEST(TagIndex, PairsEveryOpeningAsFindTagEndDoes) {
   };
   for (const auto& row : rows) {
     EXPECT_EQ(Closings(row.text), row.closings) << testing::PrintToString(row.text);
-    const auto diff = CompareClosings(row.text);
-    EXPECT_FALSE(diff) << *diff;
-  }
-}
-
-TEST(TagIndex, AgreesWithFindTagEndOnGeneratedMarkup) {
-  std::mt19937 rng(2024);
-  for (int round = 0; round < 20000; ++round) {
-    const std::u16string text =
-        round % 2 ? testing_support::MarkupSoup(rng, 40) : testing_support::MangledTree(rng, 20);
-    const auto diff = CompareClosings(text);
-    ASSERT_FALSE(diff) << *diff;
   }
 }
 
@@ -66,28 +51,6 @@ TEST(TagIndex, InterleavedNamesBeyondTheShortLookBack) {
   for (char16_t c = u'a' + 10; c-- > u'a';) text += std::u16string(u"</") + c + u">";
   const auto diff = CompareClosings(text);
   EXPECT_FALSE(diff) << *diff;
-}
-
-TEST(TagIndex, MillionLevelsPairOutsideIn) {
-  const std::size_t n = 1000000;
-  std::u16string text;
-  text.reserve(n * 7);
-  for (std::size_t i = 0; i < n; ++i) text += u"<a>";
-  for (std::size_t i = 0; i < n; ++i) text += u"</A>";
-  const TagIndex index(text);
-  ASSERT_EQ(index.TagCount(), 2 * n);
-  for (std::size_t k = 0; k < n; ++k) ASSERT_EQ(index.Closing(k), 2 * n - 1 - k) << k;
-}
-
-TEST(TagIndex, MillionSiblingsPairWithTheirNeighbour) {
-  const std::size_t n = 1000000;
-  std::u16string text = u"<r>";
-  for (std::size_t i = 0; i < n; ++i) text += u"<i>1</i>";
-  text += u"</r>";
-  const TagIndex index(text);
-  ASSERT_EQ(index.TagCount(), 2 * n + 2);
-  EXPECT_EQ(index.Closing(0), 2 * n + 1);
-  for (std::size_t k = 1; k <= 2 * n; k += 2) ASSERT_EQ(index.Closing(k), k + 1) << k;
 }
 
 TEST(TagIndex, ListsDeclarationsAndStopsAtACommentWhenAsked) {

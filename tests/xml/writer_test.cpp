@@ -145,30 +145,6 @@ TEST(XmlWriter, RoundTripGivesTheSameTree) {
   }
 }
 
-TEST(XmlWriter, TenThousandLevelChainWritesEveryLineAtItsDepth) {
-  const std::size_t depth = 10000;
-  XmlNodePtr root = cXmlNode::Create();
-  root->Name(u"e");
-  XmlNodePtr node = root;
-  for (std::size_t i = 1; i < depth; ++i) node = node->CreateChild(u"<e/>");
-  node->Value(u"v");
-  node.reset();
-  const std::u16string text = root->XmlData();
-  // Line k (from 0) opens level k with k tabs; the deepest holds the value.
-  std::size_t expected = 0;
-  for (std::size_t k = 0; k < depth; ++k) expected += k + (k + 1 == depth ? 8 : 3) + 2;
-  for (std::size_t k = 0; k + 1 < depth; ++k) expected += k + 4 + 2;
-  EXPECT_EQ(text.size(), expected - 2);
-  EXPECT_EQ(text.substr(text.size() - 6), u"\r\n</e>");
-  const std::size_t deepest = text.find(u"<e>v</e>");
-  ASSERT_NE(deepest, std::u16string::npos);
-  EXPECT_EQ(text.substr(deepest - 3, 3), u"\t\t\t");
-  EXPECT_EQ(text.rfind(u'\n', deepest), deepest - (depth - 1) - 1);
-  root.reset();
-}
-
-// Where writing and reading back does not give the tree that was written (found by the round
-// trip fuzz target; kept on purpose, files depend on both sides as they are).
 TEST(XmlWriter, KnownLossySpotsOfTheRoundTrip) {
   struct Case {
     XmlNodePtr tree;

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/debug_log.h"
+#include "support/log_capture.h"
 #include "xml/node.h"
 #include "xml/node_internal.h"
 
@@ -105,11 +105,7 @@ inline std::u16string Dump(const XmlNodePtr& top) {
   return out;
 }
 
-// Every line sent to the debug log while it lives.
-struct LogCapture {
-  std::vector<std::u16string> lines;
-  base::ScopedLogSink sink{[this](std::u16string_view l) { lines.emplace_back(l); }};
-};
+using testing_support::LogCapture;
 
 // A typed listener that writes one line per event: "sender:Event" followed by the names of
 // the node parameters and the texts, e.g. "b:ChildModified(c,id)".
