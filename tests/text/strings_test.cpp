@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "os/codepage.h"
-#include "support/log_capture.h"
 #include "support/ansi.h"
+#include "support/log_capture.h"
 #include "text/encoding.h"
 
 namespace {
