@@ -52,6 +52,9 @@ std::u16string ConfigFileName() {
 bool LoadConfig() {
   const std::u16string file = ConfigFileName();
   mStringTools::RecoverInterruptedSave(file);
+  // Each load starts from an empty tree: nothing of an earlier load (its root, its unsaved
+  // changes) may make a bad file look valid or be written over the new one.
+  Tree() = cXmlNode::Create();
   Tree()->XmlData(mGlobal::LoadTextFile(file));
   if (Tree()->Name() != kRootName) {
     mUnicodePatch::MsgBox(u"Invalid configuration file", 16, u"");
