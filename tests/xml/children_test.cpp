@@ -60,6 +60,7 @@ TEST(XmlNodeChildren, AddChildPositions) {
       {4, {}, u"x,y,z", 0, u"Erreur 9 (Subscript out of range) dans Function cXmlNode.AddChild"},
       {0, {}, u"x,y,z", 0, u"Erreur 9 (Subscript out of range) dans Function cXmlNode.AddChild"},
       {{}, 0, u"x,y,z", 0, u"Erreur 9 (Subscript out of range) dans Function cXmlNode.AddChild"},
+      {{}, 4, u"x,y,z", 0, u"Erreur 9 (Subscript out of range) dans Function cXmlNode.AddChild"},
       {1, 1, u"x,y,z", 0,
        u"Erreur 5 (Invalid procedure call or argument) dans Function cXmlNode.AddChild"},
   };
