@@ -81,6 +81,20 @@ TEST(XmlNodeChildren, AddChildPositions) {
   }
 }
 
+TEST(XmlNodeChildren, AChildKeptAfterItsParentIsReadAgainCannotTakeThatParent) {
+  XmlNodePtr p = cXmlNode::Create();
+  p->XmlData(u"<p><c/></p>");
+  const XmlNodePtr c = p->Child(1);
+  p->XmlData(u"<p/>");  // c is no longer listed but still links to p
+  xml_test::LogCapture log;
+  EXPECT_EQ(c->AddChild(p), 0);  // p would become its own ancestor
+  EXPECT_EQ(log.lines,
+            std::vector<std::u16string>{
+                u"Erreur 5 (Invalid procedure call or argument) dans Function cXmlNode.AddChild"});
+  EXPECT_EQ(c->ChildCount(), 0);
+  EXPECT_EQ(p->Parent(), nullptr);
+}
+
 TEST(XmlNodeChildren, AddChildMovesANodeFromItsOldPlace) {
   XmlNodePtr y = Node(u"y");
   XmlNodePtr p = Node(u"p", {Node(u"x"), y, Node(u"z")});
