@@ -39,6 +39,16 @@ struct KeepWorkingFolder {
   ~KeepWorkingFolder() { os::SetCurrentDirectoryW(folder.c_str()); }
 };
 
+// A stick with the ejector and an English configuration, and the ejector's copy in a folder
+// off the drive, where the ejector runs from.
+struct CopyOnStick {
+  TempDir temp;
+  std::u16string own = temp.Write(u"Tmp/TvDiskEjector-7/TvDiskEjector" + kExe, "copy");
+  std::u16string original = temp.Write(u"Stick/TvEject/TvDiskEjector" + kExe, "ejector");
+  std::u16string config = temp.Write(u"Stick/TvEject/TvEject.xml", kEnglish);
+  KeepWorkingFolder keep;
+};
+
 TEST(DiskEjectorArguments, TheCopyGetsBackExactlyWhatWasPassed) {
   // Quoted as CommandLineToArgvW splits them back.
   const struct {
@@ -448,27 +458,23 @@ TEST(DiskEjectorRun, TheCopyRetriesReportsAndDeletesItself) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    TempDir temp;
-    const std::u16string own = temp.Write(u"Tmp/TvDiskEjector-7/TvDiskEjector" + kExe, "copy");
-    const std::u16string original = temp.Write(u"Stick/TvEject/TvDiskEjector" + kExe, "ejector");
-    temp.Write(u"Stick/TvEject/TvEject.xml", kEnglish);
-    KeepWorkingFolder keep;
+    CopyOnStick stick;
     ScriptedDrive drive;
     drive.refusals = row.refusals;
     app::EjectorOps ops;
     ops.drive = drive.Ops();
     std::vector<std::u16string> args = row.args;
     // The original has ended already (a pid no process has): nothing to wait for.
-    args.insert(args.end(), {u"/from", original, u"/wait", u"2147483646"});
+    args.insert(args.end(), {u"/from", stick.original, u"/wait", u"2147483646"});
     Boxes boxes;
-    EXPECT_EQ(app::RunDiskEjector(args, own, ops), row.exit_code);
+    EXPECT_EQ(app::RunDiskEjector(args, stick.own, ops), row.exit_code);
     EXPECT_EQ(drive.ejects, row.ejects);
     EXPECT_EQ(drive.pauses, std::vector<std::uint32_t>(row.ejects - 1, 1000u));
-    EXPECT_EQ(drive.asked_for, temp.u16(u"Stick/TvEject"));
+    EXPECT_EQ(drive.asked_for, stick.temp.u16(u"Stick/TvEject"));
     EXPECT_EQ(std::filesystem::path(base::Narrow(drive.working)),
-              temp.path() / "Tmp" / "TvDiskEjector-7")
+              stick.temp.path() / "Tmp" / "TvDiskEjector-7")
         << "working off the drive";
-    os::SetCurrentDirectoryW(keep.folder.c_str());  // a working folder cannot be removed
+    os::SetCurrentDirectoryW(stick.keep.folder.c_str());  // a working folder cannot be removed
     ASSERT_EQ(boxes.shown.size(), 1u);
     EXPECT_EQ(boxes.shown[0].second & 0xF0, row.flags);
     // MB_SETFOREGROUND | MB_TOPMOST: the last box comes to the front.
@@ -477,10 +483,10 @@ TEST(DiskEjectorRun, TheCopyRetriesReportsAndDeletesItself) {
         << base::Narrow(boxes.shown[0].first);
     // Windows deletes the copy and its folder a moment after it ended; elsewhere they are gone
     // at once.
-    for (int i = 0; i < 100 && temp.Exists(u"Tmp/TvDiskEjector-7"); ++i) os::Sleep(100);
-    EXPECT_FALSE(temp.Exists(u"Tmp/TvDiskEjector-7"));
-    EXPECT_TRUE(temp.Exists(u"Tmp"));
-    EXPECT_TRUE(temp.Exists(u"Stick/TvEject/TvDiskEjector" + kExe));
+    for (int i = 0; i < 100 && stick.temp.Exists(u"Tmp/TvDiskEjector-7"); ++i) os::Sleep(100);
+    EXPECT_FALSE(stick.temp.Exists(u"Tmp/TvDiskEjector-7"));
+    EXPECT_TRUE(stick.temp.Exists(u"Tmp"));
+    EXPECT_TRUE(stick.temp.Exists(u"Stick/TvEject/TvDiskEjector" + kExe));
   }
 }
 
@@ -519,11 +525,7 @@ TEST(DiskEjectorRun, RetryClosesTheHoldersAndTriesAgain) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    TempDir temp;
-    const std::u16string own = temp.Write(u"Tmp/TvDiskEjector-7/TvDiskEjector" + kExe, "copy");
-    const std::u16string original = temp.Write(u"Stick/TvEject/TvDiskEjector" + kExe, "ejector");
-    temp.Write(u"Stick/TvEject/TvEject.xml", kEnglish);
-    KeepWorkingFolder keep;
+    CopyOnStick stick;
     ScriptedDrive drive;
     drive.refusals = row.holder_leaves ? 1 : 99;
     drive.reused_by = row.reused_by;
@@ -537,9 +539,10 @@ TEST(DiskEjectorRun, RetryClosesTheHoldersAndTriesAgain) {
     };
     Boxes boxes;
     boxes.answers = row.answers;
-    EXPECT_EQ(app::RunDiskEjector({u"/from", original, u"/wait", u"2147483646"}, own, ops),
-              row.exit_code);
-    os::SetCurrentDirectoryW(keep.folder.c_str());
+    EXPECT_EQ(
+        app::RunDiskEjector({u"/from", stick.original, u"/wait", u"2147483646"}, stick.own, ops),
+        row.exit_code);
+    os::SetCurrentDirectoryW(stick.keep.folder.c_str());
     EXPECT_EQ(drive.ejects, row.ejects);
     EXPECT_EQ(closed, std::vector<std::uint32_t>(row.closes, kEditor));
     ASSERT_EQ(boxes.shown.size(), row.boxes.size());
