@@ -1,7 +1,6 @@
 #include "app/start.h"
 
 #include <cmath>
-#include <cstdlib>
 #include <string>
 
 #include "base/text.h"
@@ -49,40 +48,9 @@ void FreeShellLibrary() {
 }
 
 std::int32_t ParseCount(std::u16string_view text) {
-  std::size_t i = 0;
-  while (i < text.size() && (text[i] == u' ' || text[i] == u'\t')) ++i;
-  // The longest leading piece that reads as a decimal number: sign, digits, a point, digits,
-  // an exponent.
-  std::string number;
-  if (i < text.size() && (text[i] == u'+' || text[i] == u'-'))
-    number += static_cast<char>(text[i++]);
-  auto digits = [&] {
-    while (i < text.size() && text[i] >= u'0' && text[i] <= u'9')
-      number += static_cast<char>(text[i++]);
-  };
-  digits();
-  if (i < text.size() && text[i] == u'.') {
-    number += '.';
-    ++i;
-    digits();
-  }
-  if (i < text.size() && (text[i] == u'e' || text[i] == u'E') &&
-      number.find_first_of("0123456789") != std::string::npos) {
-    std::size_t mark = i;
-    std::string exponent = "e";
-    ++i;
-    if (i < text.size() && (text[i] == u'+' || text[i] == u'-'))
-      exponent += static_cast<char>(text[i++]);
-    std::size_t before = exponent.size();
-    while (i < text.size() && text[i] >= u'0' && text[i] <= u'9')
-      exponent += static_cast<char>(text[i++]);
-    if (exponent.size() > before)
-      number += exponent;
-    else
-      i = mark;
-  }
-  if (number.find_first_of("0123456789") == std::string::npos) return 0;
-  double value = std::strtod(number.c_str(), nullptr);
+  // The longest leading piece that reads as a number counts; anything else reads as 0.
+  std::size_t used = 0;
+  double value = base::ReadNumber(text, used);
   value = std::nearbyint(value);  // the default rounding mode: halves to even
   if (!(value >= -2147483648.0 && value <= 2147483647.0)) {
     // More applications than a count can hold: still "some are running".

@@ -2,6 +2,9 @@
 
 #include "base/utf8.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace base {
 
 std::u16string Widen(std::string_view s) {
@@ -153,6 +156,42 @@ std::u16string ReplaceAll(std::u16string text, std::u16string_view from, std::u1
     at += to.size();
   }
   return text;
+}
+
+double ReadNumber(std::u16string_view text, std::size_t& used) {
+  // Read by hand rather than through the C library, whose decimal point follows the locale.
+  const auto digit = [&](std::size_t k) {
+    return k < text.size() && text[k] >= u'0' && text[k] <= u'9';
+  };
+  std::size_t i = 0;
+  while (i < text.size() && (text[i] == u' ' || text[i] == u'\t')) ++i;
+  double sign = 1.0;
+  if (i < text.size() && (text[i] == u'+' || text[i] == u'-'))
+    sign = text[i++] == u'-' ? -1.0 : 1.0;
+  double mantissa = 0.0;
+  int scale = 0;
+  bool digits = false;
+  for (; digit(i); ++i, digits = true) mantissa = mantissa * 10.0 + (text[i] - u'0');
+  if (i < text.size() && text[i] == u'.') {
+    for (++i; digit(i); ++i, digits = true) mantissa = mantissa * 10.0 + (text[i] - u'0'), --scale;
+  }
+  used = 0;
+  if (!digits) return 0.0;
+  if (i < text.size() && (text[i] == u'e' || text[i] == u'E')) {
+    std::size_t j = i + 1;
+    int exponent_sign = 1;
+    if (j < text.size() && (text[j] == u'+' || text[j] == u'-'))
+      exponent_sign = text[j++] == u'-' ? -1 : 1;
+    if (digit(j)) {
+      int exponent = 0;
+      for (; digit(j); ++j) exponent = std::min(exponent * 10 + (text[j] - u'0'), 100000);
+      scale += exponent_sign * exponent;
+      i = j;
+    }
+  }
+  used = i;
+  // Dividing by an exact power of ten keeps "2.5" exactly 2.5, which rounding halves depends on.
+  return sign * (scale < 0 ? mantissa / std::pow(10.0, -scale) : mantissa * std::pow(10.0, scale));
 }
 
 }  // namespace base

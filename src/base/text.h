@@ -42,6 +42,12 @@ char16_t LowerChar(char16_t c);
 std::u16string Lower(std::u16string_view text);
 std::u16string Upper(std::u16string_view text);
 
+// The decimal number at the start of `text` (blanks and tabs before it skipped), read the same
+// in every locale: a sign, digits, a point and digits, and an exponent when digits come before
+// it. `used` is how many code units it took, blanks included; 0 when no digit is there (the
+// value is then 0). An exponent letter with no digits after it is not part of the number.
+double ReadNumber(std::u16string_view text, std::size_t& used);
+
 // Every occurrence of `from` replaced by `to`, scanning from the start (case-sensitive).
 std::u16string ReplaceAll(std::u16string text, std::u16string_view from, std::u16string_view to);
 

@@ -35,40 +35,11 @@ std::int32_t RoundToInt32(double value) {
 }
 
 double TextToNumber(std::u16string_view text) {
-  // Read by hand rather than through the C library, whose decimal point follows the locale.
-  const auto digit = [&](std::size_t k) {
-    return k < text.size() && text[k] >= u'0' && text[k] <= u'9';
-  };
-  const auto blank = [&](std::size_t k) {
-    return k < text.size() && (text[k] == u' ' || text[k] == u'\t');
-  };
-  std::size_t i = 0;
-  while (blank(i)) ++i;
-  double sign = 1.0;
-  if (i < text.size() && (text[i] == u'+' || text[i] == u'-'))
-    sign = text[i++] == u'-' ? -1.0 : 1.0;
-  double mantissa = 0.0;
-  int scale = 0;
-  bool digits = false;
-  for (; digit(i); ++i, digits = true) mantissa = mantissa * 10.0 + (text[i] - u'0');
-  if (i < text.size() && text[i] == u'.') {
-    for (++i; digit(i); ++i, digits = true) mantissa = mantissa * 10.0 + (text[i] - u'0'), --scale;
-  }
-  if (digits && i < text.size() && (text[i] == u'e' || text[i] == u'E')) {
-    std::size_t j = i + 1;
-    int exponent_sign = 1;
-    if (j < text.size() && (text[j] == u'+' || text[j] == u'-'))
-      exponent_sign = text[j++] == u'-' ? -1 : 1;
-    if (digit(j)) {
-      int exponent = 0;
-      for (; digit(j); ++j) exponent = std::min(exponent * 10 + (text[j] - u'0'), 100000);
-      scale += exponent_sign * exponent;
-      i = j;
-    }
-  }
-  while (blank(i)) ++i;
-  if (!digits || i != text.size()) base::Raise(base::kTypeMismatch);
-  return sign * mantissa * std::pow(10.0, scale);
+  std::size_t used = 0;
+  const double value = base::ReadNumber(text, used);
+  while (used < text.size() && (text[used] == u' ' || text[used] == u'\t')) ++used;
+  if (used == 0 || used != text.size()) base::Raise(base::kTypeMismatch);
+  return value;
 }
 
 std::vector<std::u16string_view> SplitText(std::u16string_view text, std::u16string_view sep) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 #include "base/debug_log.h"
 #include "base/text.h"
@@ -53,10 +52,10 @@ AppsCloseSettings LoadAppsCloseSettings(std::u16string_view file) {
         XmlNodePtr root = cXmlNode::Create();
         root->XmlData(mGlobal::LoadTextFile(file));
         if (!base::EqualNoCase(root->Name(), u"TvAppsClose")) return settings;
-        const std::string grace = base::Narrow(root->GetChildValue(u"GraceSeconds"));
-        char* end = nullptr;
-        const double seconds = std::strtod(grace.c_str(), &end);
-        if (!grace.empty() && end && *end == '\0' && seconds >= 0 && std::isfinite(seconds)) {
+        const std::u16string grace = root->GetChildValue(u"GraceSeconds");
+        std::size_t used = 0;
+        const double seconds = base::ReadNumber(grace, used);
+        if (used > 0 && used == grace.size() && seconds >= 0 && std::isfinite(seconds)) {
           settings.grace_ms = static_cast<std::uint32_t>(
               std::min(seconds * 1000.0, static_cast<double>(kMaxGraceMs)));
         }
