@@ -34,86 +34,114 @@ XmlNodePtr ParseFile(const std::u16string& path, std::int32_t& encoding, bool& w
 
 }  // namespace
 
-std::u16string FindLangFile(std::u16string_view code) {
-  return base::Trap(base::InFunction(u"mLang.FindLangFile"), std::u16string(), [&] {
-    std::u16string fallback;
-    const std::u16string pattern = mGlobal::InProgramFolder(mGlobal::ProgramBaseName() + u"_*.xml");
-    // The listing is read whole first: loading a file must not disturb the open search.
-    std::vector<std::u16string> files;
-    for (auto name = mFileUtils::FindFile(pattern, 0); !name.empty();
-         name = mFileUtils::FindFile(u"", 0)) {
-      files.push_back(name);
-    }
-    const std::u16string two = base::Lower(code.substr(0, 2));
-    for (const auto& file : files) {
-      std::int32_t encoding = 0;
-      bool with_bom = false;
-      XmlNodePtr root = ParseFile(mGlobal::InProgramFolder(file), encoding, with_bom);
-      if (root->Name() != u"Languages") continue;
-      for (std::int32_t i = 1, n = root->ChildCount(); i <= n; ++i) {
-        const std::u16string name = base::Need(root->Child(i)).Name();
-        if (base::EqualNoCase(name, code)) return file;
-        if (fallback.empty() && base::Lower(std::u16string_view(name).substr(0, 2)) == two) {
-          fallback = file;
-        }
+namespace {
+
+std::u16string InFolder(std::u16string_view folder, std::u16string_view name) {
+  std::u16string path(folder);
+  // At a root the folder already ends with its separator.
+  if (path.empty() || (path.back() != u'\\' && path.back() != u'/')) path += u'\\';
+  return path + std::u16string(name);
+}
+
+std::u16string FindLangFileIn(std::u16string_view folder, std::u16string_view base_name,
+                              std::u16string_view code) {
+  std::u16string fallback;
+  const std::u16string pattern = InFolder(folder, std::u16string(base_name) + u"_*.xml");
+  // The listing is read whole first: loading a file must not disturb the open search.
+  std::vector<std::u16string> files;
+  for (auto name = mFileUtils::FindFile(pattern, 0); !name.empty();
+       name = mFileUtils::FindFile(u"", 0)) {
+    files.push_back(name);
+  }
+  const std::u16string two = base::Lower(code.substr(0, 2));
+  for (const auto& file : files) {
+    std::int32_t encoding = 0;
+    bool with_bom = false;
+    XmlNodePtr root = ParseFile(InFolder(folder, file), encoding, with_bom);
+    if (root->Name() != u"Languages") continue;
+    for (std::int32_t i = 1, n = root->ChildCount(); i <= n; ++i) {
+      const std::u16string name = base::Need(root->Child(i)).Name();
+      if (base::EqualNoCase(name, code)) return file;
+      if (fallback.empty() && base::Lower(std::u16string_view(name).substr(0, 2)) == two) {
+        fallback = file;
       }
     }
-    return fallback;
+  }
+  return fallback;
+}
+
+}  // namespace
+
+std::u16string FindLangFile(std::u16string_view code) {
+  return base::Trap(base::InFunction(u"mLang.FindLangFile"), std::u16string(), [&] {
+    return FindLangFileIn(mGlobal::ProgramFolder(), mGlobal::ProgramBaseName(), code);
   });
+}
+
+LanguageChoice ChooseLanguage(std::u16string_view folder, std::u16string_view base_name,
+                              const LanguageSettings& settings) {
+  const auto find = [&](std::u16string_view code) {
+    return base::Trap(base::InFunction(u"mLang.FindLangFile"), std::u16string(),
+                      [&] { return FindLangFileIn(folder, base_name, code); });
+  };
+  LanguageChoice choice{settings.user_language, {}, false};
+  if (choice.code.empty() && !settings.language.empty()) {
+    choice.code = settings.language;
+    choice.file = settings.file;
+    if (choice.file.empty() || !mFileUtils::FileExists(InFolder(folder, choice.file))) {
+      choice.file = find(choice.code);
+      if (choice.file.empty()) choice.code.clear();
+    }
+    if (!choice.code.empty()) return choice;
+  }
+  if (choice.code.empty()) choice.code = getUserLangISO();
+  choice.file = find(choice.code);
+  choice.remember = settings.user_language.empty();
+  if (choice.file.empty()) choice.file = find(u"en");
+  if (choice.file.empty()) choice.file = find(u"fr");
+  if (choice.file.empty()) choice.file = std::u16string(base_name) + u"_lng.xml";
+  return choice;
+}
+
+LoadedLanguage LoadLanguage(const std::u16string& path, std::u16string_view code) {
+  LoadedLanguage loaded;
+  loaded.document = ParseFile(path, loaded.encoding, loaded.with_bom);
+  if (loaded.document->Name() != u"Languages") {
+    DebugLog(u"Create new language config node");
+    loaded.document = cXmlNode::Create();
+    loaded.document->Name(u"Languages");
+  }
+  loaded.language = loaded.document->FindNode(code, false, true);  // a child, never the root
+  if (!loaded.language) {
+    loaded.language = cXmlNode::Create();
+    loaded.language->Name(std::u16string(code));
+    loaded.document->AddChild(loaded.language);
+  }
+  return loaded;
 }
 
 void InitLanguage() {
   base::Trap(base::DansSub(u"mLang.InitLanguage"), [] {
     State& state = Current();
-    std::u16string code = mGlobal::GetConfigValue(u"UserLanguage");
-    std::u16string file;
-    bool chosen = false;
-    if (code.empty()) {
-      code = mGlobal::GetConfigValue(u"Language");
-      if (!code.empty()) {
-        file = mGlobal::GetConfigAttribute(u"Language", u"file");
-        if (file.empty() || !mFileUtils::FileExists(mGlobal::InProgramFolder(file))) {
-          file = FindLangFile(code);
-          if (file.empty()) code.clear();
-        }
-        chosen = !code.empty();
-      }
-      if (!chosen) code = getUserLangISO();
-    }
-    if (!chosen) {
-      file = FindLangFile(code);
-      if (mGlobal::GetConfigValue(u"UserLanguage").empty()) {
-        mGlobal::SetConfigValue(u"UserLanguage", code);
-      }
-      if (file.empty()) {
-        file = FindLangFile(u"en");
-        if (file.empty()) file = FindLangFile(u"fr");
-        if (file.empty()) file = mGlobal::ProgramBaseName() + u"_lng.xml";
-      }
-    }
+    const LanguageChoice choice = ChooseLanguage(
+        mGlobal::ProgramFolder(), mGlobal::ProgramBaseName(),
+        {mGlobal::GetConfigValue(u"UserLanguage"), mGlobal::GetConfigValue(u"Language"),
+         mGlobal::GetConfigAttribute(u"Language", u"file")});
+    if (choice.remember) mGlobal::SetConfigValue(u"UserLanguage", choice.code);
 
-    DebugLog(u"Loading language file : " + file);
-    state.path = mGlobal::InProgramFolder(file);
+    DebugLog(u"Loading language file : " + choice.file);
+    state.path = mGlobal::InProgramFolder(choice.file);
     mStringTools::RecoverInterruptedSave(state.path);
-    state.document = ParseFile(state.path, state.encoding, state.with_bom);
-    if (state.document->Name() != u"Languages") {
-      DebugLog(u"Create new language config node");
-      state.document = cXmlNode::Create();
-      state.document->Name(u"Languages");
-    }
+    LoadedLanguage loaded = LoadLanguage(state.path, choice.code);
+    state.document = loaded.document;
+    state.encoding = loaded.encoding;
+    state.with_bom = loaded.with_bom;
+    Lang().Xml(loaded.language);
 
-    XmlNodePtr language = state.document->FindNode(code, false, true);  // a child, never the root
-    if (!language) {
-      language = cXmlNode::Create();
-      language->Name(code);
-      state.document->AddChild(language);
-    }
-    Lang().Xml(language);
-
-    DebugLog(u"Current language: " + code);
+    DebugLog(u"Current language: " + choice.code);
     if (!mGlobal::GetConfigValue(u"UserLanguage").empty()) {
-      mGlobal::SetConfigValue(u"Language", code);
-      mGlobal::SetConfigAttribute(u"Language", u"file", file);
+      mGlobal::SetConfigValue(u"Language", choice.code);
+      mGlobal::SetConfigAttribute(u"Language", u"file", choice.file);
       mGlobal::SetConfigValue(u"UserLanguage", u"");
     }
   });

@@ -17,6 +17,37 @@ namespace mLang {
 // first two letters match; "" when none.
 std::u16string FindLangFile(std::u16string_view code);
 
+// What the configuration says about the language.
+struct LanguageSettings {
+  std::u16string user_language;  // "UserLanguage": asked for once and not consumed yet
+  std::u16string language;       // "Language"
+  std::u16string file;           // the "Language" element's "file" attribute
+};
+
+// The language and the file that holds it, chosen as the program chooses them: the settings'
+// "UserLanguage", else its "Language" with its file (or the file that holds it), else the user's
+// locale, with the English and then the French file when none holds that. The files are the
+// program's base name + "_*.xml" in folder; `file` is relative to folder. `remember` is set
+// when the code came from the locale and the settings asked for none: the program keeps it.
+struct LanguageChoice {
+  std::u16string code;
+  std::u16string file;
+  bool remember = false;
+};
+LanguageChoice ChooseLanguage(std::u16string_view folder, std::u16string_view base_name,
+                              const LanguageSettings& settings);
+
+// A language file read: its root (an empty "Languages" when the file is missing or holds no
+// languages), the root's child named by the code (created empty when there is none), and the
+// file's encoding facts for writing it back.
+struct LoadedLanguage {
+  XmlNodePtr document;
+  XmlNodePtr language;
+  std::int32_t encoding = 0;
+  bool with_bom = false;
+};
+LoadedLanguage LoadLanguage(const std::u16string& path, std::u16string_view code);
+
 // Chooses the language (configuration "UserLanguage", then "Language" and its file, then the
 // user's locale, then English, then French), loads its file and installs the language node in
 // the language object. A "UserLanguage" is used once and then kept as "Language".

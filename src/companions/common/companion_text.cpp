@@ -6,7 +6,7 @@
 #include "companions/common/drive_paths.h"
 #include "files/text_file.h"
 #include "lang/lang.h"
-#include "lang/lang_select.h"
+#include "lang/language_file.h"
 #include "xml/node.h"
 
 namespace app {
@@ -114,37 +114,27 @@ std::u16string LoadCompanionLanguage(std::u16string_view program_folder) {
     state = State{};
     mLang::Lang().Xml(nullptr);
 
+    // The program's own choice, read from its configuration and never written back.
+    mLang::LanguageSettings settings;
     XmlNodePtr config = ParseFile(sys::ChildPath(program_folder, u"TvEject.xml"));
-    std::u16string code, file;
     if (config->Name() == u"TarvelUSBEject") {
       XmlNodePtr user = config->FindNode(u"UserLanguage", false, true);
       XmlNodePtr language = config->FindNode(u"Language", false, true);
-      if (user) code = user->Value();
-      if (code.empty() && language) code = language->Value();
-      if (language) file = language->Attribut(u"file");
+      if (user) settings.user_language = user->Value();
+      if (language) settings.language = language->Value();
+      if (language) settings.file = language->Attribut(u"file");
     }
-    if (code.empty()) code = mLang::getUserLangISO();
-    if (file.empty()) file = u"TvEject_lng.xml";
-    state.code = code;
+    const mLang::LanguageChoice choice =
+        mLang::ChooseLanguage(program_folder, u"TvEject", settings);
+    state.code = choice.code;
 
-    const std::u16string path = sys::ChildPath(program_folder, file);
+    const std::u16string path = sys::ChildPath(program_folder, choice.file);
     DebugLog(u"Loading language file : " + path);
-    state.document = ParseFile(path);
-    if (state.document->Name() != u"Languages" || code.empty()) return code;
-    XmlNodePtr chosen;
-    const std::u16string two = base::Lower(std::u16string_view(code).substr(0, 2));
-    for (std::int32_t i = 1, n = state.document->ChildCount(); i <= n; ++i) {
-      XmlNodePtr child = state.document->Child(i);
-      const std::u16string name = child->Name();
-      if (base::EqualNoCase(name, code)) {
-        chosen = child;
-        break;
-      }
-      if (!chosen && base::Lower(std::u16string_view(name).substr(0, 2)) == two) chosen = child;
-    }
-    if (chosen) mLang::Lang().Xml(chosen);
-    DebugLog(u"Current language: " + (chosen ? chosen->Name() : code + u" (built-in texts)"));
-    return code;
+    const mLang::LoadedLanguage loaded = mLang::LoadLanguage(path, choice.code);
+    state.document = loaded.document;
+    mLang::Lang().Xml(loaded.language);
+    DebugLog(u"Current language: " + choice.code);
+    return choice.code;
   });
 }
 

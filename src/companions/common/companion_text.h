@@ -1,9 +1,8 @@
-// The companions' texts: the suite's language file, read the simple way, and the texts built
-// into the companions in French and English.
+// The companions' texts: the suite's language file and the texts built into the companions in
+// French and English.
 //
-// The companions speak the language the program speaks: the configuration beside the program
-// (TvEject.xml) names it, the program's language file (TvEject_lng.xml, or the file the
-// configuration names) holds it. Nothing is written back: a text the file lacks is the built-in
+// The companions speak the language the program speaks, chosen the same way from the same
+// configuration and files. Nothing is written back: a text the language lacks is the built-in
 // French one for a French language and the English one for any other.
 //
 //   app::LoadCompanionLanguage(u"E:\\Suite\\TvEject");
@@ -27,11 +26,9 @@ struct CompanionString {
 // Every text of the companions, in the order the language file lists them.
 const std::vector<CompanionString>& CompanionStrings();
 
-// Chooses the language: the configuration's "UserLanguage" when set (the program has not
-// consumed it yet), else its "Language", else the user's locale. Loads the language file from
-// program_folder (the "Language" element's "file" attribute, else "TvEject_lng.xml") and installs
-// its language of exactly that code, else the first whose first two letters match; with none,
-// no language is installed and the built-in texts speak. Returns the code chosen.
+// Chooses and installs the language as the program does (mLang::ChooseLanguage), from the
+// configuration beside the program in program_folder (TvEject.xml) and the program's language
+// files there; nothing is written. Returns the code chosen.
 std::u16string LoadCompanionLanguage(std::u16string_view program_folder);
 
 // The text of key (one of CompanionStrings) in the installed language, line breaks as CR LF;

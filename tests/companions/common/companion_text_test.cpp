@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "lang/lang.h"
+#include "lang/lang_select.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -32,8 +33,10 @@ TEST(CompanionText, TheConfigurationChoosesTheLanguage) {
   } rows[] = {
       {"<TarvelUSBEject><Language>de</Language></TarvelUSBEject>", u"TvEject_lng.xml", u"de",
        u"DE exact"},
-      // The first two letters find a language when the exact one is missing.
+      // The first two letters find the file; a language it lacks speaks the built-in texts.
       {"<TarvelUSBEject><Language>de-CH</Language></TarvelUSBEject>", u"TvEject_lng.xml", u"de-CH",
+       u"You may now remove the drive E:\\."},
+      {"<TarvelUSBEject><Language>de-AT</Language></TarvelUSBEject>", u"TvEject_lng.xml", u"de-AT",
        u"DE E:\\\r\nOK"},
       // A language asked for and not consumed yet goes first.
       {"<TarvelUSBEject><UserLanguage>en</UserLanguage><Language>de</Language></TarvelUSBEject>",
@@ -43,21 +46,22 @@ TEST(CompanionText, TheConfigurationChoosesTheLanguage) {
       // A language without the text, or without a file: the built-in text of its kind.
       {"<TarvelUSBEject><Language>fr</Language></TarvelUSBEject>", u"TvEject_lng.xml", u"fr",
        u"Vous pouvez maintenant retirer le p\u00E9riph\u00E9rique E:\\."},
-      {"<TarvelUSBEject><Language>fr-CA</Language></TarvelUSBEject>", u"nothing.xml", u"fr-CA",
-       u"Vous pouvez maintenant retirer le p\u00E9riph\u00E9rique E:\\."},
-      {"<TarvelUSBEject><Language>nl</Language></TarvelUSBEject>", u"TvEject_lng.xml", u"nl",
-       u"You may now remove the drive E:\\."},
-      {"<TarvelUSBEject><Language>en</Language></TarvelUSBEject>", u"nothing.xml", u"en",
-       u"You may now remove the drive E:\\."},
+      {"<TarvelUSBEject><UserLanguage>nl</UserLanguage></TarvelUSBEject>", u"TvEject_lng.xml",
+       u"nl", u"You may now remove the drive E:\\."},
+      // A language no file holds gives way to the user's own.
+      {"<TarvelUSBEject><Language>en</Language></TarvelUSBEject>", u"nothing.xml", nullptr,
+       nullptr},
   };
   for (const auto& row : rows) {
     TempDir temp;
     temp.Write(u"TvEject.xml", row.config);
     temp.Write(row.file_name, kLanguages);
-    EXPECT_EQ(app::LoadCompanionLanguage(temp.u16()), row.code) << row.config;
-    EXPECT_EQ(app::CompanionText(u"TvDiskEjector.Messages.Ejected", {{u"%drive%", u"E:\\"}}),
-              row.text)
-        << row.config;
+    const std::u16string code = app::LoadCompanionLanguage(temp.u16());
+    EXPECT_EQ(code, row.code ? row.code : mLang::getUserLangISO()) << row.config;
+    if (row.text)
+      EXPECT_EQ(app::CompanionText(u"TvDiskEjector.Messages.Ejected", {{u"%drive%", u"E:\\"}}),
+                row.text)
+          << row.config;
   }
   mLang::Lang().Xml(nullptr);
 }
