@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "base/trap.h"
 #include "files/file_utils.h"
+#include "files/paths.h"
 #include "files/text_file.h"
 #include "lang/lang.h"
 #include "lang/lang_select.h"
@@ -36,17 +37,10 @@ XmlNodePtr ParseFile(const std::u16string& path, std::int32_t& encoding, bool& w
 
 namespace {
 
-std::u16string InFolder(std::u16string_view folder, std::u16string_view name) {
-  std::u16string path(folder);
-  // At a root the folder already ends with its separator.
-  if (path.empty() || (path.back() != u'\\' && path.back() != u'/')) path += u'\\';
-  return path + std::u16string(name);
-}
-
 std::u16string FindLangFileIn(std::u16string_view folder, std::u16string_view base_name,
                               std::u16string_view code) {
   std::u16string fallback;
-  const std::u16string pattern = InFolder(folder, std::u16string(base_name) + u"_*.xml");
+  const std::u16string pattern = sys::ChildPath(folder, std::u16string(base_name) + u"_*.xml");
   // The listing is read whole first: loading a file must not disturb the open search.
   std::vector<std::u16string> files;
   for (auto name = mFileUtils::FindFile(pattern, 0); !name.empty();
@@ -57,7 +51,7 @@ std::u16string FindLangFileIn(std::u16string_view folder, std::u16string_view ba
   for (const auto& file : files) {
     std::int32_t encoding = 0;
     bool with_bom = false;
-    XmlNodePtr root = ParseFile(InFolder(folder, file), encoding, with_bom);
+    XmlNodePtr root = ParseFile(sys::ChildPath(folder, file), encoding, with_bom);
     if (root->Name() != u"Languages") continue;
     for (std::int32_t i = 1, n = root->ChildCount(); i <= n; ++i) {
       const std::u16string name = base::Need(root->Child(i)).Name();
@@ -88,7 +82,7 @@ LanguageChoice ChooseLanguage(std::u16string_view folder, std::u16string_view ba
   if (choice.code.empty() && !settings.language.empty()) {
     choice.code = settings.language;
     choice.file = settings.file;
-    if (choice.file.empty() || !mFileUtils::FileExists(InFolder(folder, choice.file))) {
+    if (choice.file.empty() || !mFileUtils::FileExists(sys::ChildPath(folder, choice.file))) {
       choice.file = find(choice.code);
       if (choice.file.empty()) choice.code.clear();
     }

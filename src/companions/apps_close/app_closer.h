@@ -22,8 +22,8 @@
 #include <string_view>
 #include <vector>
 
-#include "companions/common/drive_paths.h"
 #include "companions/common/eject_plan.h"
+#include "files/paths.h"
 #include "os/apps.h"
 
 namespace sys {

@@ -27,8 +27,7 @@ std::u16string ListForBox(const std::vector<os::ProcessEntry>& processes) {
   std::u16string out;
   for (const auto& p : processes) {
     if (!out.empty()) out += u"\r\n";
-    std::size_t slash = p.image.find_last_of(u"\\/");
-    out += slash == std::u16string::npos ? p.image : p.image.substr(slash + 1);
+    out += mFileUtils::FileNameOnly(p.image);
   }
   return out;
 }

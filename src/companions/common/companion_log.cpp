@@ -1,8 +1,8 @@
 #include "companions/common/companion_log.h"
 
 #include "base/text.h"
-#include "companions/common/drive_paths.h"
 #include "files/file_utils.h"
+#include "files/paths.h"
 #include "files/text_file.h"
 #include "os/apps.h"
 #include "os/files.h"

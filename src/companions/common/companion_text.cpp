@@ -3,7 +3,7 @@
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
-#include "companions/common/drive_paths.h"
+#include "files/paths.h"
 #include "files/text_file.h"
 #include "lang/lang.h"
 #include "lang/language_file.h"

@@ -7,7 +7,6 @@
 #include "base/trap.h"
 #include "companions/common/companion_log.h"
 #include "companions/common/companion_text.h"
-#include "companions/common/drive_paths.h"
 #include "files/file_utils.h"
 #include "files/paths.h"
 #include "os/apps.h"
@@ -27,11 +26,6 @@ constexpr std::int32_t kRetryCancel = 0x5;            // MB_RETRYCANCEL
 bool IsOption(std::u16string_view arg, std::u16string_view name) {
   return arg.size() == name.size() + 1 && (arg[0] == u'/' || arg[0] == u'-') &&
          base::EqualNoCase(arg.substr(1), name);
-}
-
-std::u16string FileName(std::u16string_view path) {
-  const std::size_t slash = path.find_last_of(u"\\/");
-  return std::u16string(slash == std::u16string_view::npos ? path : path.substr(slash + 1));
 }
 
 // The volume of a path: the drive's own answer in tests, the system's otherwise.
@@ -85,7 +79,7 @@ bool StartCopyIn(const std::u16string& place, const std::vector<std::u16string>&
         u"no private folder could be made there (error " + base::ToText(os::GetLastError()) + u")";
     return false;
   }
-  const std::u16string copy = sys::ChildPath(folder, FileName(own_path));
+  const std::u16string copy = sys::ChildPath(folder, mFileUtils::FileNameOnly(own_path));
   if (!os::CopyFileW(std::u16string(own_path).c_str(), copy.c_str(), true)) {
     why = u"the copy could not be made (error " + base::ToText(os::GetLastError()) + u")";
     os::DeleteFileW(copy.c_str());
@@ -180,7 +174,7 @@ bool IsSystemHolder(const os::VolumeHolder& holder) {
                                                    u"updatedb.plocate",
                                                    u"clamd",
                                                    u"clamscan"};
-  const std::u16string name = FileName(holder.process.image);
+  const std::u16string name = mFileUtils::FileNameOnly(holder.process.image);
   return std::any_of(std::begin(kNames), std::end(kNames),
                      [&](std::u16string_view n) { return base::EqualNoCase(n, name); });
 }
@@ -197,7 +191,8 @@ std::u16string Programs(const sys::EjectReport& report) {
       u"TvDiskEjector.Messages.HeldFolder", u"TvDiskEjector.Messages.HeldFile"};
   std::u16string out;
   for (const auto& h : report.blockers.processes) {
-    std::u16string program = h.process.image.empty() ? u"?" : FileName(h.process.image);
+    std::u16string program =
+        h.process.image.empty() ? u"?" : mFileUtils::FileNameOnly(h.process.image);
     // Appended piece by piece: GCC 12 misreads "literal" + string here (-Wrestrict).
     if (!h.title.empty()) program.append(u" \"").append(h.title).append(u"\"");
     program.append(u" (").append(base::ToText(h.process.pid)).append(u")");
