@@ -25,6 +25,9 @@ void FindClose(Handle search) {
 void CloseFile(Handle file) {
   side::CloseFile(file);
 }
+void CloseProcess(Handle process) {
+  side::CloseProcess(process);
+}
 void FreeLibrary(Handle module) {
   side::FreeLibrary(module);
 }
@@ -197,14 +200,14 @@ std::intptr_t ShellExecuteW(Handle owner, const char16_t* verb, const char16_t* 
 
 bool ShellExecuteExW(ShellExecuteInfo& info) {
   info.inst_app = 0;
-  info.process = 0;
+  info.process = Process();
   fault::Notify(fault::Event::kShellExecute, info.show);
   if (Hit(Op::kShellExecute)) {
     info.inst_app = side::ShellResultFromError(GetLastError());
     return false;
   }
   const bool started = side::ShellExecuteExW(info);
-  if (info.process != 0) fault::Notify(fault::Event::kProcessStarted, info.process);
+  if (info.process) fault::Notify(fault::Event::kProcessStarted, info.process.get());
   return started;
 }
 

@@ -20,6 +20,13 @@ std::intptr_t ShellExecuteW(Handle owner, const char16_t* verb, const char16_t* 
                             const char16_t* parameters, const char16_t* directory,
                             int show_command);
 
+namespace detail {
+void CloseProcess(Handle process);
+}  // namespace detail
+
+// A started process's handle, closed (CloseHandle) when it goes; 0 when none.
+using Process = Owned<&detail::CloseProcess, 0>;
+
 inline constexpr std::uint32_t kSeeMaskNoCloseProcess = 0x40;
 inline constexpr std::uint32_t kSeeMaskFlagNoUi = 0x400;
 
@@ -34,7 +41,7 @@ struct ShellExecuteInfo {
   const char16_t* directory = nullptr;
   int show = 0;
   std::intptr_t inst_app = 0;  // out: result code as ShellExecuteW would give it
-  Handle process = 0;          // out: process handle with kSeeMaskNoCloseProcess, 0 if none
+  Process process;             // out: process handle with kSeeMaskNoCloseProcess, none if none
 };
 
 // ShellExecuteExW. Returns the platform's success flag.

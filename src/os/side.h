@@ -63,6 +63,7 @@ std::intptr_t ShellExecuteW(Handle owner, const char16_t* verb, const char16_t* 
                             int show_command);
 bool ShellExecuteExW(ShellExecuteInfo& info);
 bool GetExitCodeProcess(Handle process, std::uint32_t* exit_code);
+void CloseProcess(Handle process);
 void PumpMessages();
 void Sleep(std::uint32_t milliseconds);
 std::uint32_t TimeGetTime();

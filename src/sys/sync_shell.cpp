@@ -56,7 +56,7 @@ bool ShellExec(std::u16string_view file, std::int32_t show_mode, NullableText pa
 }
 
 bool ShellExecEx(std::u16string_view file, std::int32_t show_mode, NullableText parameters,
-                 NullableText folder, NullableText verb, os::Handle owner, os::Handle& process) {
+                 NullableText folder, NullableText verb, os::Handle owner, os::Process& process) {
   return base::Trap(base::InFunction(u"mSyncShell.ShellExecEx"), false, [&] {
     ShellText file_text(file), parameters_text(parameters), folder_text(folder), verb_text(verb);
     os::ShellExecuteInfo info;
@@ -71,8 +71,8 @@ bool ShellExecEx(std::u16string_view file, std::int32_t show_mode, NullableText 
     // The call's own success flag is not looked at: the handle alone tells, by the same rule
     // as the simple call's result.
     os::ShellExecuteExW(info);
-    process = info.process;
-    return Started(process);
+    process = std::move(info.process);
+    return Started(process.get());
   });
 }
 
@@ -80,8 +80,11 @@ bool SyncShell(std::u16string_view file, NullableText parameters, NullableText f
                std::int32_t show_mode, std::u16string& error_text, std::int32_t timeout_ms,
                NullableText verb) {
   try {
-    os::Handle process = 0;
-    if (!ShellExecEx(file, show_mode, parameters, folder, verb, 0, process)) return false;
+    os::Process started;
+    if (!ShellExecEx(file, show_mode, parameters, folder, verb, 0, started)) return false;
+    // The handle stays open on purpose, whatever happens: the program ends soon after and that
+    // releases it.
+    const os::Handle process = started.release();
     if (process == 0) {
       // Unreachable under the rule of 33 or more; kept for a shell that starts without a handle.
       error_text =
@@ -105,7 +108,6 @@ bool SyncShell(std::u16string_view file, NullableText parameters, NullableText f
         status = 0;
       }
     } while (status == os::kStillActive);
-    // The handle stays open: the program ends soon after and that releases it.
     return result;
   } catch (...) {
     error_text = base::ReportTrap(base::InFunction(u"mSyncShell.SyncShell")).Description();

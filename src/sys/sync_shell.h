@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "os/process.h"
 #include "os/types.h"
 
 namespace mSyncShell {
@@ -30,10 +31,10 @@ bool ShellExec(std::u16string_view file, std::int32_t show_mode, NullableText pa
                NullableText folder, NullableText verb, os::Handle owner, std::int32_t& result);
 
 // Starts file through the shell's extended call and does not wait. process receives the
-// process handle (0 when none); true when the handle, read as a signed 32-bit number, is 33 or
-// more. Note: the handle is the caller's to close.
+// process handle (none when there is none), closed when the caller lets it go; true when the
+// handle, read as a signed 32-bit number, is 33 or more.
 bool ShellExecEx(std::u16string_view file, std::int32_t show_mode, NullableText parameters,
-                 NullableText folder, NullableText verb, os::Handle owner, os::Handle& process);
+                 NullableText folder, NullableText verb, os::Handle owner, os::Process& process);
 
 // Starts file and waits for it, polling every 10 ms and letting the thread's messages run.
 // True when it started and ended (with any exit code) within timeout_ms. On failure

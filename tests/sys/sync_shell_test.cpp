@@ -235,9 +235,9 @@ TEST(SyncShell, RefusedStartLeavesTheErrorTextAlone) {
     EXPECT_EQ(error, u"untouched");
     EXPECT_EQ(watch.Count(Event::kSlept), 0) << "no wait without a process";
 
-    os::Handle process = 77;
+    os::Process process;
     EXPECT_FALSE(mSyncShell::ShellExecEx(row.file, 1, u"", std::nullopt, u"", 0, process));
-    EXPECT_EQ(process, 0);
+    EXPECT_FALSE(process);
     std::int32_t result = 0;
     EXPECT_FALSE(mSyncShell::ShellExec(row.file, 1, u"", std::nullopt, u"", 0, result));
     EXPECT_EQ(result, row.result) << base::Narrow(row.file);
@@ -343,11 +343,11 @@ TEST(SyncShell, WorkingFolderIsTheOneGiven) {
 
 TEST(ShellExecEx, HandleIsAboveThirtyTwo) {
   SeamWatch watch;
-  os::Handle process = 0;
+  os::Process process;
   ASSERT_TRUE(mSyncShell::ShellExecEx(HelperProgram(u"child"), 0, u"--exit 3", std::nullopt, u"", 0,
                                       process));
-  EXPECT_GE(static_cast<std::int32_t>(process), 33);
-  EXPECT_TRUE(WaitUntil([&] { return ExitCode(process) == 3; }));
+  EXPECT_GE(static_cast<std::int32_t>(process.get()), 33);
+  EXPECT_TRUE(WaitUntil([&] { return ExitCode(process.get()) == 3; }));
 }
 
 #ifndef _WIN32
@@ -404,7 +404,7 @@ TEST(ShellExecPosix, EndedChildrenAreNeverLeftZombies) {
       ASSERT_TRUE(mSyncShell::ShellExec(HelperProgram(u"child"), 0, RunningChild(dir), std::nullopt,
                                         u"", 0, result));
     } else if (way == Way::kHandleKept) {
-      os::Handle process = 0;
+      os::Process process;
       ASSERT_TRUE(mSyncShell::ShellExecEx(HelperProgram(u"child"), 0, RunningChild(dir),
                                           std::nullopt, u"", 0, process));
     } else {

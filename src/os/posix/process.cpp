@@ -262,8 +262,14 @@ bool side::ShellExecuteExW(ShellExecuteInfo& info) {
   bool want_handle = (info.mask & kSeeMaskNoCloseProcess) != 0;
   info.inst_app = Start(info.verb, info.file, info.parameters, info.directory, info.show,
                         want_handle ? &process : nullptr);
-  info.process = process;
+  info.process = Process(process);
   return info.inst_app > 32;
+}
+
+// The handle goes; a child still running is still reaped by its watcher.
+void side::CloseProcess(Handle process) {
+  std::lock_guard<std::mutex> lock(table_mutex);
+  table.erase(process);
 }
 
 bool side::GetExitCodeProcess(Handle process, std::uint32_t* exit_code) {

@@ -54,8 +54,12 @@ bool side::ShellExecuteExW(ShellExecuteInfo& info) {
   sei.nShow = info.show;
   BOOL ok = ::ShellExecuteExW(&sei);
   info.inst_app = reinterpret_cast<std::intptr_t>(sei.hInstApp);
-  info.process = reinterpret_cast<Handle>(sei.hProcess);
+  info.process = Process(reinterpret_cast<Handle>(sei.hProcess));
   return ok != FALSE;
+}
+
+void side::CloseProcess(Handle process) {
+  ::CloseHandle(reinterpret_cast<HANDLE>(process));
 }
 
 bool side::GetExitCodeProcess(Handle process, std::uint32_t* exit_code) {
