@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 #include "os/types.h"
 
@@ -26,6 +27,9 @@ struct MessageBoxParams {
   std::u16string_view text;
   std::u16string_view caption;
   std::uint32_t style = 0;  // MB_* flags: buttons (low 4 bits), icon (0x10..0x40), modality
+  // The buttons' own words in place of the system's, in the style's order ("Retry", "Cancel"
+  // for MB_RETRYCANCEL); a button without one keeps the system's word.
+  std::vector<std::u16string_view> labels;
 };
 
 // MessageBoxIndirectW: shows a modal box and returns the button pressed (kIdOk ...), or 0

@@ -24,11 +24,8 @@ os::Handle AutomaticOwner() {
   return 0;
 }
 
-}  // namespace
-
-std::int32_t MsgBox(std::u16string_view prompt, std::int32_t buttons, std::u16string_view title,
-                    std::u16string_view help_file, std::int32_t context, os::Handle owner,
-                    bool task_modal) {
+std::int32_t Show(std::u16string_view prompt, std::int32_t buttons, std::u16string_view title,
+                  os::Handle owner, bool task_modal, const std::vector<std::u16string>& labels) {
   return base::Trap(base::DansFunction(u"mUnicodePatch.MsgBox"), std::int32_t{0}, [&] {
     os::MessageBoxParams params;
     params.size = 40;
@@ -39,8 +36,22 @@ std::int32_t MsgBox(std::u16string_view prompt, std::int32_t buttons, std::u16st
     std::u16string caption = title.empty() ? DefaultCaption() : std::u16string(title);
     params.caption = caption;
     params.text = prompt;
+    params.labels.assign(labels.begin(), labels.end());
     return os::MessageBoxIndirectW(params);
   });
+}
+
+}  // namespace
+
+std::int32_t MsgBox(std::u16string_view prompt, std::int32_t buttons, std::u16string_view title,
+                    std::u16string_view help_file, std::int32_t context, os::Handle owner,
+                    bool task_modal) {
+  return Show(prompt, buttons, title, owner, task_modal, {});
+}
+
+std::int32_t MsgBoxWithButtons(std::u16string_view prompt, std::int32_t buttons,
+                               const std::vector<std::u16string>& labels) {
+  return Show(prompt, buttons, u"", -1, true, labels);
 }
 
 }  // namespace mUnicodePatch

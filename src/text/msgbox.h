@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 #include "os/types.h"
 
@@ -20,5 +21,10 @@ namespace mUnicodePatch {
 std::int32_t MsgBox(std::u16string_view prompt, std::int32_t buttons = 0,
                     std::u16string_view title = u"", std::u16string_view help_file = u"",
                     std::int32_t context = 0, os::Handle owner = -1, bool task_modal = true);
+
+// MsgBox with the program's title, its buttons saying the words given (in the style's order:
+// {"Close them and try again", "Cancel"} for Retry, Cancel) in place of the system's.
+std::int32_t MsgBoxWithButtons(std::u16string_view prompt, std::int32_t buttons,
+                               const std::vector<std::u16string>& labels);
 
 }  // namespace mUnicodePatch

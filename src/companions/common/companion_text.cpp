@@ -84,12 +84,19 @@ const std::vector<CompanionString>& CompanionStrings() {
        u"%count% other program(s) could not be inspected (another user's, or running as "
        u"administrator): they may be using the drive too."},
       {u"TvDiskEjector.Messages.ChoiceClose",
-       u"R\u00E9essayer : fermer ces programmes et r\u00E9essayer.\r\nAnnuler : tout laisser "
-       u"en l'\u00E9tat.",
-       u"Retry: close these programs and try again.\r\nCancel: leave everything as it is."},
+       u"Les fermer et r\u00E9essayer : chacun de ces programmes est pri\u00E9 de se fermer, "
+       u"comme vous le fermeriez (il peut vous demander d'enregistrer votre travail), puis "
+       u"l'\u00E9jection est tent\u00E9e \u00E0 nouveau.\r\nAnnuler : tout laisser en "
+       u"l'\u00E9tat.",
+       u"Close them and try again: each of these programs is asked to close, as you would close "
+       u"it (it may ask you about unsaved work), and the eject is tried again.\r\nCancel: leave "
+       u"everything as it is."},
       {u"TvDiskEjector.Messages.ChoiceRetry",
        u"R\u00E9essayer : essayer \u00E0 nouveau.\r\nAnnuler : tout laisser en l'\u00E9tat.",
        u"Retry: try again.\r\nCancel: leave everything as it is."},
+      {u"TvDiskEjector.Buttons.CloseAndRetry", u"Les fermer et r\u00E9essayer",
+       u"Close them and try again"},
+      {u"TvDiskEjector.Buttons.Cancel", u"Annuler", u"Cancel"},
       {u"TvDiskEjector.Messages.Failed",
        u"Le lecteur %drive% n'a pas pu \u00EAtre \u00E9ject\u00E9 (erreur %error%).\r\n\r\n"
        u"%details%",

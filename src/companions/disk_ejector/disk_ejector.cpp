@@ -299,11 +299,13 @@ EjectorMessage DescribeEject(const sys::EjectReport& report, std::u16string_view
             u"\r\n\r\n" + CompanionText(u"TvDiskEjector.Messages.Uninspected",
                                         {{u"%count%", base::ToText(report.blockers.uninspected)}});
       const auto& holders = report.blockers.processes;
-      refused.text +=
-          u"\r\n\r\n" + CompanionText(std::any_of(holders.begin(), holders.end(), MayClose)
-                                          ? u"TvDiskEjector.Messages.ChoiceClose"
-                                          : u"TvDiskEjector.Messages.ChoiceRetry",
-                                      {});
+      const bool closable = std::any_of(holders.begin(), holders.end(), MayClose);
+      refused.text += u"\r\n\r\n" + CompanionText(closable ? u"TvDiskEjector.Messages.ChoiceClose"
+                                                           : u"TvDiskEjector.Messages.ChoiceRetry",
+                                                  {});
+      if (closable)
+        refused.buttons = {CompanionText(u"TvDiskEjector.Buttons.CloseAndRetry"),
+                           CompanionText(u"TvDiskEjector.Buttons.Cancel")};
       return refused;
     }
     case sys::EjectOutcome::kFailed:
@@ -346,7 +348,10 @@ int RunDiskEjector(const std::vector<std::u16string>& args, std::u16string_view 
       }
       DebugLog(u"Message: " + message.text);
       // The last word of a program started without a window: in front, or it goes unseen.
-      const std::int32_t answer = mUnicodePatch::MsgBox(message.text, message.flags | kInFront);
+      const std::int32_t answer =
+          message.buttons.empty() ? mUnicodePatch::MsgBox(message.text, message.flags | kInFront)
+                                  : mUnicodePatch::MsgBoxWithButtons(
+                                        message.text, message.flags | kInFront, message.buttons);
       if ((message.flags & 0xF) != kRetryCancel || answer != os::kIdRetry) break;
       // Only now, on the user's word: the user's own holders are asked to close as a user
       // would close them, and the eject is asked for again. The box may have stood for long:

@@ -49,6 +49,7 @@ std::u16string JoinArguments(const std::vector<std::u16string>& args);
 struct EjectorMessage {
   std::u16string text;
   std::int32_t flags = 0;
+  std::vector<std::u16string> buttons;  // the buttons' own words; none for the system's
 };
 
 // The message for an eject's outcome, in the installed language (see companion_text.h). folder

@@ -528,6 +528,11 @@ std::int32_t side::MessageBoxIndirectW(const MessageBoxParams& params) {
     SetLastError(kErrorInvalidMessageBoxStyle);
     return 0;
   }
+  std::vector<std::string> words(buttons.size());
+  for (std::size_t i = 0; i < buttons.size() && i < params.labels.size(); ++i) {
+    words[i] = Utf8Lines(params.labels[i]);
+    if (!words[i].empty()) buttons[i].name = words[i];
+  }
 
   const char* tty_hook = std::getenv("TVEJECT_TTY");
   bool hooked = tty_hook && *tty_hook;

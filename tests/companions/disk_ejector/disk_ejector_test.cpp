@@ -49,6 +49,13 @@ struct CopyOnStick {
   KeepWorkingFolder keep;
 };
 
+// Where the box offers to close the holders, its buttons say so; elsewhere they are the system's.
+void ExpectButtons(const app::EjectorMessage& message) {
+  const bool closes = message.text.find(u"Close them and try again:") != std::u16string::npos;
+  const std::vector<std::u16string> words{u"Close them and try again", u"Cancel"};
+  EXPECT_EQ(message.buttons, closes ? words : std::vector<std::u16string>{});
+}
+
 TEST(DiskEjectorArguments, TheCopyGetsBackExactlyWhatWasPassed) {
   // Quoted as CommandLineToArgvW splits them back.
   const struct {
@@ -122,6 +129,7 @@ TEST(DiskEjectorMessage, EachOutcomeSaysWhatHappenedAndWhy) {
       EXPECT_NE(message.text.find(part), std::u16string::npos)
           << base::Narrow(message.text) << " lacks " << base::Narrow(part);
     EXPECT_EQ(message.text.find(u'%'), std::u16string::npos) << base::Narrow(message.text);
+    ExpectButtons(message);
   }
 }
 
@@ -147,8 +155,9 @@ TEST(DiskEjectorMessage, ARefusalNamesEachHolderAndWhatRetryDoes) {
        0,
        {u"These programs are using it",
         u"\r\n\r\neditor \"notes.txt - Editor\" (4242) has "
-        u"/media/STICK/notes.txt open\r\n\r\nRetry: close these programs and try again.\r\n"
-        u"Cancel: leave everything as it is."},
+        u"/media/STICK/notes.txt open\r\n\r\nClose them and try again: each of these programs is "
+        u"asked to close, as you would close it (it may ask you about unsaved work), and the eject "
+        u"is tried again.\r\nCancel: leave everything as it is."},
        {u"could not be inspected", u"wait a moment", u"OutstandingOpen"}},
       {"a shell in a folder, a library, a program of the drive",
        {{{77, 1, u"/bin/bash", u"", 0}, HoldKind::kFolder, u"/media/STICK/Docs", u"", true},
@@ -161,7 +170,7 @@ TEST(DiskEjectorMessage, ARefusalNamesEachHolderAndWhatRetryDoes) {
        0,
        {u"bash (77) works in the folder /media/STICK/Docs\r\n? (78) uses /media/STICK/lib/x.so\r\n"
         u"run (79) runs from /media/STICK/App/run\r\n",
-        u"Retry: close these programs"},
+        u"Close them and try again: each"},
        {}},
       {"an indexer of the system",
        {{{900, 4, u"C:\\Windows\\System32\\SEARCHINDEXER.EXE", u"", 0},
@@ -173,7 +182,7 @@ TEST(DiskEjectorMessage, ARefusalNamesEachHolderAndWhatRetryDoes) {
        {u"SEARCHINDEXER.EXE (900) has E:\\a.doc open (a program of the system: wait a moment and "
         u"try again)",
         u"Retry: try again."},
-       {u"close these programs"}},
+       {u"Close them"}},
       {"the user's own indexer is not closed either",
        {{{901, 1, u"/usr/libexec/tracker-miner-fs-3", u"", 0},
          HoldKind::kFile,
@@ -183,12 +192,12 @@ TEST(DiskEjectorMessage, ARefusalNamesEachHolderAndWhatRetryDoes) {
        0,
        {u"tracker-miner-fs-3 (901) has /media/STICK/a open (a program of the system",
         u"Retry: try again."},
-       {u"close these programs"}},
+       {u"Close them"}},
       {"a program that may not be asked to close is named",
        {{{902, 1, u"/usr/bin/vim", u"", 0}, HoldKind::kFile, u"/media/STICK/b", u"", false}},
        0,
        {u"vim (902) has /media/STICK/b open", u"Retry: try again."},
-       {u"close these programs", u"wait a moment"}},
+       {u"Close them", u"wait a moment"}},
       {"none seen, some not inspected",
        {},
        3,
@@ -200,7 +209,7 @@ TEST(DiskEjectorMessage, ARefusalNamesEachHolderAndWhatRetryDoes) {
        {{{4242, 1, u"/usr/bin/editor", u"", 0}, HoldKind::kFile, u"/media/STICK/n", u"", true}},
        1,
        {u"editor (4242) has /media/STICK/n open\r\n\r\n1 other program(s) could not be inspected",
-        u"Retry: close these programs"},
+        u"Close them and try again: each"},
        {}},
   };
   for (const auto& row : rows) {
@@ -219,6 +228,7 @@ TEST(DiskEjectorMessage, ARefusalNamesEachHolderAndWhatRetryDoes) {
       EXPECT_EQ(message.text.find(part), std::u16string::npos)
           << base::Narrow(message.text) << " has " << base::Narrow(part);
     EXPECT_EQ(message.text.find(u'%'), std::u16string::npos) << base::Narrow(message.text);
+    ExpectButtons(message);
   }
 }
 
@@ -283,8 +293,10 @@ struct Boxes {
   os::fault::Scope faults;
   std::vector<std::pair<std::u16string, std::uint32_t>> shown;
   std::vector<std::int32_t> answers;
+  std::vector<std::u16string> first_labels;  // the first box's own button words
   Boxes() {
     os::fault::SetMessageBoxAnswer([this](const os::MessageBoxParams& p) {
+      if (shown.empty()) first_labels.assign(p.labels.begin(), p.labels.end());
       shown.emplace_back(std::u16string(p.text), p.style);
       return shown.size() <= answers.size() ? answers[shown.size() - 1] : os::kIdOk;
     });
@@ -503,9 +515,23 @@ TEST(DiskEjectorRun, RetryClosesTheHoldersAndTriesAgain) {
     std::vector<const char16_t*> boxes;  // a part of each box shown, in turn
     int exit_code;
   } rows[] = {
-      {"retry", {os::kIdRetry}, true, u"", 2, 1, {u"Retry: close these", u"may now remove"}, 0},
-      {"cancel", {os::kIdCancel}, true, u"", 1, 0, {u"Retry: close these"}, 1},
-      {"closed by the corner", {os::kIdOk}, true, u"", 1, 0, {u"Retry: close these"}, 1},
+      {"retry",
+       {os::kIdRetry},
+       true,
+       u"",
+       2,
+       1,
+       {u"Close them and try again: each", u"may now remove"},
+       0},
+      {"cancel", {os::kIdCancel}, true, u"", 1, 0, {u"Close them and try again: each"}, 1},
+      {"closed by the corner",
+       {os::kIdOk},
+       true,
+       u"",
+       1,
+       0,
+       {u"Close them and try again: each"},
+       1},
       {"still held, then cancel",
        {os::kIdRetry, os::kIdCancel},
        false,
@@ -546,6 +572,8 @@ TEST(DiskEjectorRun, RetryClosesTheHoldersAndTriesAgain) {
     EXPECT_EQ(drive.ejects, row.ejects);
     EXPECT_EQ(closed, std::vector<std::uint32_t>(row.closes, kEditor));
     ASSERT_EQ(boxes.shown.size(), row.boxes.size());
+    EXPECT_EQ(boxes.first_labels,
+              (std::vector<std::u16string>{u"Close them and try again", u"Cancel"}));
     for (std::size_t i = 0; i < row.boxes.size(); ++i)
       EXPECT_NE(boxes.shown[i].first.find(row.boxes[i]), std::u16string::npos)
           << base::Narrow(boxes.shown[i].first);
