@@ -225,6 +225,7 @@ enum class HoldKind : std::uint8_t {
   kModule,   // a library or another mapped file of it is there
   kFolder,   // its working folder (or root) is there
   kFile,     // it has a file or folder there open
+  kStopped,  // the system recorded that it stopped the device's removal (held: the device)
 };
 
 // One process that holds a drive, with one thing it holds there.
@@ -250,5 +251,17 @@ struct VolumeHolders {
 // loaded modules, the current folder and every open file handle of the system's handle list,
 // named within a time limit). The caller is never listed.
 VolumeHolders ProcessesUsingVolumes(const std::vector<std::u16string>& roots);
+
+// A process the system recorded as having stopped the removal of a device.
+struct RemovalVeto {
+  ProcessEntry process;   // as the record names it, or as it runs now when it still runs
+  std::u16string device;  // the device's instance id ("USB\VID_0781&PID_5567\4C53...")
+};
+
+// The removals stopped in the last `seconds` seconds, the latest first: on Windows 10 and later
+// the Kernel-PnP event 225 of the System log, read through the Windows Event Log API
+// (wevtapi.dll, loaded from the system folder). None where the log cannot be read, and always
+// none on POSIX, which keeps no such record.
+std::vector<RemovalVeto> RecentRemovalVetoes(std::uint32_t seconds);
 
 }  // namespace os

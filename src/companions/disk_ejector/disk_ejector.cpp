@@ -188,7 +188,8 @@ bool MayClose(const os::VolumeHolder& holder) {
 std::u16string Programs(const sys::EjectReport& report) {
   static constexpr std::u16string_view kHow[] = {
       u"TvDiskEjector.Messages.HeldProgram", u"TvDiskEjector.Messages.HeldModule",
-      u"TvDiskEjector.Messages.HeldFolder", u"TvDiskEjector.Messages.HeldFile"};
+      u"TvDiskEjector.Messages.HeldFolder", u"TvDiskEjector.Messages.HeldFile",
+      u"TvDiskEjector.Messages.HeldStopped"};
   std::u16string out;
   for (const auto& h : report.blockers.processes) {
     std::u16string program =

@@ -55,6 +55,23 @@ bool SafeToRemove(EjectOutcome outcome) {
          outcome == EjectOutcome::kUnmounted;
 }
 
+void AddRecordedVetoes(os::VolumeHolders& holders, const std::vector<os::RemovalVeto>& vetoes,
+                       const os::StorageDevice& device) {
+  for (const os::RemovalVeto& veto : vetoes) {
+    const bool ours = std::any_of(device.chain.begin(), device.chain.end(),
+                                  [&](const os::DeviceNode& n) {
+                                    return base::EqualNoCase(n.id, veto.device);
+                                  }) ||
+                      base::EqualNoCase(device.disk, veto.device);
+    const bool named =
+        std::any_of(holders.processes.begin(), holders.processes.end(),
+                    [&](const os::VolumeHolder& h) { return h.process.pid == veto.process.pid; });
+    if (!ours || named) continue;
+    // Never offered for closing: the record may be older than the process now under its pid.
+    holders.processes.push_back({veto.process, os::HoldKind::kStopped, veto.device, u"", false});
+  }
+}
+
 DriveOps SystemDriveOps() {
   DriveOps ops;
   ops.volume_root = [](std::u16string_view path) { return os::GetVolumePathNameW(path); };
@@ -69,6 +86,7 @@ DriveOps SystemDriveOps() {
   ops.holders = [](const std::vector<std::u16string>& roots) {
     return os::ProcessesUsingVolumes(roots);
   };
+  ops.vetoes = [](std::uint32_t seconds) { return os::RecentRemovalVetoes(seconds); };
   ops.pause = [](std::uint32_t ms) { os::Sleep(ms); };
   return ops;
 }
@@ -154,6 +172,13 @@ EjectReport EjectDriveOf(std::u16string_view path, const EjectOptions& options,
     }
     report.outcome = EjectOutcome::kRefused;
     report.blockers = ops.holders(plan.volumes);
+    // What the system recorded as stopping this device's removal, since the first try, adds
+    // the programs the search could not see (a service, another user's program).
+    if (ops.vetoes) {
+      const std::uint32_t seconds =
+          10 + static_cast<std::uint32_t>(tries) * options.pause_ms / 1000;
+      AddRecordedVetoes(report.blockers, ops.vetoes(seconds), device);
+    }
     report.reason = u"the system refused to eject " + name + u" after " +
                     base::ToText(report.tries) + u" tries (" +
                     VetoTypeName(report.answer.veto_type) + u": " + report.answer.veto_name + u")";

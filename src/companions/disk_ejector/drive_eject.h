@@ -35,11 +35,18 @@ struct DriveOps {
   // Carries out a kDevice or kMedium plan.
   std::function<bool(const EjectPlan&, const os::StorageDevice&, os::EjectAnswer*)> eject;
   std::function<os::VolumeHolders(const std::vector<std::u16string>&)> holders;
+  // The system's record of who stopped a removal in the last seconds; none when unset.
+  std::function<std::vector<os::RemovalVeto>(std::uint32_t)> vetoes;
   std::function<void(std::uint32_t)> pause;
 };
 
 // The seam's functions.
 DriveOps SystemDriveOps();
+
+// Adds to holders each process the system recorded as stopping the removal of device (its
+// disk or a device above it), unless the search named it already.
+void AddRecordedVetoes(os::VolumeHolders& holders, const std::vector<os::RemovalVeto>& vetoes,
+                       const os::StorageDevice& device);
 
 inline constexpr int kRetryTries = 5;
 inline constexpr std::uint32_t kRetryPauseMs = 1000;

@@ -417,4 +417,9 @@ VolumeHolders ProcessesUsingVolumes(const std::vector<std::u16string>& roots) {
   return out;
 }
 
+// Nothing here records which process stopped a removal.
+std::vector<RemovalVeto> RecentRemovalVetoes(std::uint32_t) {
+  return {};
+}
+
 }  // namespace os

@@ -9,6 +9,7 @@
 #include <cfgmgr32.h>
 #include <setupapi.h>
 #include <tlhelp32.h>
+#include <winevt.h>
 #include <winioctl.h>
 
 #include <algorithm>
@@ -686,6 +687,97 @@ VolumeHolders ProcessesUsingVolumes(const std::vector<std::u16string>& roots) {
     c.holder.closable = c.own && t != titles.end();
     out.processes.push_back(std::move(c.holder));
   }
+  return out;
+}
+
+namespace {
+
+// One <Data Name='name'> value of an event's XML, its entities decoded; "" when missing.
+std::u16string EventData(std::u16string_view xml, std::u16string_view name) {
+  for (const char16_t quote : {u'\'', u'"'}) {
+    const std::u16string open = u"Name=" + std::u16string(1, quote) + std::u16string(name) +
+                                std::u16string(1, quote) + u">";
+    const std::size_t at = xml.find(open);
+    if (at == std::u16string_view::npos) continue;
+    const std::size_t start = at + open.size();
+    const std::size_t end = xml.find(u"</Data>", start);
+    if (end == std::u16string_view::npos) return u"";
+    std::u16string value(xml.substr(start, end - start));
+    for (const auto& [entity, c] :
+         {std::pair<std::u16string_view, std::u16string_view>{u"&lt;", u"<"},
+          {u"&gt;", u">"},
+          {u"&quot;", u"\""},
+          {u"&apos;", u"'"},
+          {u"&amp;", u"&"}})
+      value = base::ReplaceAll(std::move(value), entity, c);
+    return value;
+  }
+  return u"";
+}
+
+}  // namespace
+
+std::vector<RemovalVeto> RecentRemovalVetoes(std::uint32_t seconds) {
+  std::vector<RemovalVeto> out;
+  // From the system folder only: a copy of the ejector runs from a temporary folder.
+  HMODULE wevtapi = ::LoadLibraryExW(L"wevtapi.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+  if (!wevtapi) return out;
+  const auto query = reinterpret_cast<decltype(&::EvtQuery)>(
+      reinterpret_cast<void*>(::GetProcAddress(wevtapi, "EvtQuery")));
+  const auto next = reinterpret_cast<decltype(&::EvtNext)>(
+      reinterpret_cast<void*>(::GetProcAddress(wevtapi, "EvtNext")));
+  const auto render = reinterpret_cast<decltype(&::EvtRender)>(
+      reinterpret_cast<void*>(::GetProcAddress(wevtapi, "EvtRender")));
+  const auto close = reinterpret_cast<decltype(&::EvtClose)>(
+      reinterpret_cast<void*>(::GetProcAddress(wevtapi, "EvtClose")));
+  if (query && next && render && close) {
+    const std::wstring filter =
+        L"*[System[Provider[@Name='Microsoft-Windows-Kernel-PnP'] and (EventID=225) and "
+        L"TimeCreated[timediff(@SystemTime) <= " +
+        std::to_wstring(static_cast<unsigned long long>(seconds) * 1000) + L"]]]";
+    EVT_HANDLE results =
+        query(nullptr, L"System", filter.c_str(), EvtQueryChannelPath | EvtQueryReverseDirection);
+    std::vector<ProcessEntry> running;
+    bool listed = false;
+    EVT_HANDLE events[16];
+    DWORD count = 0;
+    // A bounded wait for each batch: the log service may be slow, and the ejector must not hang.
+    while (results && out.size() < 64 && next(results, 16, events, 2000, 0, &count) && count > 0) {
+      for (DWORD i = 0; i < count; ++i) {
+        DWORD used = 0, properties = 0;
+        render(nullptr, events[i], EvtRenderEventXml, 0, nullptr, &used, &properties);
+        std::vector<wchar_t> buffer(used / sizeof(wchar_t) + 1);
+        if (used > 0 && render(nullptr, events[i], EvtRenderEventXml,
+                               static_cast<DWORD>(buffer.size() * sizeof(wchar_t)), buffer.data(),
+                               &used, &properties)) {
+          const std::u16string xml = Text(buffer.data());
+          RemovalVeto veto;
+          std::size_t digits = 0;
+          const std::u16string pid = EventData(xml, u"ProcessId");
+          const double number = base::ReadNumber(pid, digits);
+          veto.process.pid = digits == pid.size() && number > 0 && number < 4294967296.0
+                                 ? static_cast<std::uint32_t>(number)
+                                 : 0;
+          veto.process.image = EventData(xml, u"ProcessName");
+          veto.device = EventData(xml, u"DeviceInstance");
+          // The process as it runs now, when it still runs under the same file name.
+          if (!listed) running = EnumProcesses(), listed = true;
+          for (const ProcessEntry& p : running) {
+            const auto name = [](std::u16string_view path) {
+              return path.substr(path.find_last_of(u"\\/") + 1);
+            };
+            if (p.pid == veto.process.pid &&
+                base::EqualNoCase(name(p.image), name(veto.process.image)))
+              veto.process = p;
+          }
+          if (veto.process.pid != 0 && !veto.device.empty()) out.push_back(std::move(veto));
+        }
+        close(events[i]);
+      }
+    }
+    if (results) close(results);
+  }
+  ::FreeLibrary(wevtapi);
   return out;
 }
 
