@@ -9,6 +9,8 @@
 // --term-delay MS    ends MS milliseconds after SIGTERM, like one that saves first
 // --open FILE        keeps FILE open for writing while it runs
 // --map FILE         keeps FILE mapped into its memory, with no file left open (POSIX only)
+// --pipe             keeps a thread blocked reading a pipe, whose handle a search must not
+//                    try to name (naming it would block too)
 // --life SECONDS     ends by itself after that long (120 by default), so that nothing is left
 //                    behind by a test that failed half-way
 #include <atomic>
@@ -20,7 +22,14 @@
 #include <string>
 #include <thread>
 
-#ifndef _WIN32
+#include <vector>
+
+#include "base/text.h"
+#include "os/program_env.h"
+
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -33,25 +42,49 @@ extern "C" void OnTerm(int) {
 }
 }  // namespace
 
-int main(int argc, char** argv) {
+int main() {
+  // The arguments as UTF-8 whatever the platform's narrow code page ("Clé USB" on Windows).
+  std::vector<std::string> argv{""};
+  for (const std::u16string& arg : os::ProgramArguments()) argv.push_back(base::Narrow(arg));
+  const int argc = static_cast<int>(argv.size());
   std::string ready, open_file, map_file;
-  bool ignore_term = false;
+  bool ignore_term = false, pipe = false;
   long term_delay_ms = -1, life_s = 120;
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     bool has_value = i + 1 < argc;
     if (a == "--ready" && has_value)
       ready = argv[++i];
+    else if (a == "--pipe")
+      pipe = true;
     else if (a == "--ignore-term")
       ignore_term = true;
     else if (a == "--term-delay" && has_value)
-      term_delay_ms = std::atol(argv[++i]);
+      term_delay_ms = std::atol(argv[++i].c_str());
     else if (a == "--open" && has_value)
       open_file = argv[++i];
     else if (a == "--map" && has_value)
       map_file = argv[++i];
     else if (a == "--life" && has_value)
-      life_s = std::atol(argv[++i]);
+      life_s = std::atol(argv[++i].c_str());
+  }
+  if (pipe) {
+#ifdef _WIN32
+    HANDLE read_end = nullptr, write_end = nullptr;
+    if (CreatePipe(&read_end, &write_end, nullptr, 0))
+      std::thread([read_end] {
+        char byte;
+        DWORD got = 0;
+        ReadFile(read_end, &byte, 1, &got, nullptr);
+      }).detach();
+#else
+    int ends[2];
+    if (::pipe(ends) == 0)
+      std::thread([fd = ends[0]] {
+        char byte;
+        (void)!::read(fd, &byte, 1);
+      }).detach();
+#endif
   }
   if (ignore_term)
     std::signal(SIGTERM, SIG_IGN);
