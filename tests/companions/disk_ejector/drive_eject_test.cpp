@@ -42,6 +42,8 @@ struct Script {
   bool system = false;
   bool identified = true;  // the device to eject is known
   std::vector<Answer> answers{};
+  bool holder = true;   // a refusal finds the editor holding the drive
+  int uninspected = 2;  // and as many processes it could not look at
   // What happened.
   int ejects = 0, flushes = 0, holder_scans = 0;
   std::vector<std::uint32_t> pauses{};
@@ -74,12 +76,13 @@ struct Script {
     ops.holders = [this](const std::vector<std::u16string>& roots) {
       ++holder_scans;
       os::VolumeHolders found;
-      found.processes = {{{4242, 1, u"/media/STICK/App/editor", u"", 0},
-                          os::HoldKind::kFile,
-                          u"/media/STICK/notes.txt",
-                          u"",
-                          true}};
-      found.uninspected = 2;
+      if (holder)
+        found.processes = {{{4242, 1, u"/media/STICK/App/editor", u"", 0},
+                            os::HoldKind::kFile,
+                            u"/media/STICK/notes.txt",
+                            u"",
+                            true}};
+      found.uninspected = uninspected;
       return found;
     };
     ops.pause = [this](std::uint32_t ms) { pauses.push_back(ms); };
@@ -134,16 +137,25 @@ TEST(DriveEject, RefusesWhatItMustAndRetriesOnlyARefusal) {
 }
 
 TEST(DriveEject, ARefusalNamesTheVetoAndTheHolders) {
-  Script script;
-  script.answers = {kBusy};
-  sys::EjectOptions options;
-  options.tries = sys::kRetryTries;
-  const auto report = sys::EjectDriveOf(u"/media/STICK/x", options, script.Ops());
-  EXPECT_EQ(report.answer.veto_type, os::kVetoOutstandingOpen);
-  EXPECT_EQ(report.reason,
-            u"the system refused to eject /dev/sdz after 5 tries (OutstandingOpen: "
-            u"/media/STICK); held by /media/STICK/App/editor (4242: /media/STICK/notes.txt), 2 "
-            u"not inspected");
+  const std::u16string refused =
+      u"the system refused to eject /dev/sdz after 5 tries (OutstandingOpen: /media/STICK)";
+  const std::u16string editor = u"; held by /media/STICK/App/editor (4242: /media/STICK/notes.txt)";
+  const struct {
+    bool holder;
+    int uninspected;
+    std::u16string reason;
+  } rows[] = {
+      {true, 2, refused + editor + u", 2 not inspected"},
+      {true, 0, refused + editor},
+      {false, 1, refused + u"; held by 1 not inspected"},
+      {false, 0, refused},
+  };
+  for (const auto& row : rows) {
+    Script script{.answers = {kBusy}, .holder = row.holder, .uninspected = row.uninspected};
+    const auto report = sys::EjectDriveOf(u"/media/STICK/x", {sys::kRetryTries}, script.Ops());
+    EXPECT_EQ(report.answer.veto_type, os::kVetoOutstandingOpen);
+    EXPECT_EQ(report.reason, row.reason);
+  }
   EXPECT_EQ(sys::VetoTypeName(12), u"InsufficientRights");
   EXPECT_EQ(sys::VetoTypeName(13), u"AlreadyRemoved");
   EXPECT_EQ(sys::VetoTypeName(99), u"Veto99");
