@@ -317,31 +317,26 @@ TEST(DiskEjectorRun, EachPlaceOffTheDriveIsTriedInTurn) {
     const char16_t* runs_from;          // "": the ejector works from the drive
     int refusals;
     Texts says;  // the box, when there is one
-  } rows[] = {
-      {"drive-skipped", {u"Stick/Tmp", u"A"}, Op::kCount, {}, u"A", 0, {}},
-      {"no-folder", {u"A", u"B"}, Op::kCreateFolder, {}, u"B", 0, {}},
-      {"copy-refused", {u"A", u"B"}, Op::kCopyFile, {}, u"B", 0, {}},
-      {"start-refused", {u"A", u"B"}, Op::kCount, {32}, u"B", 0, {}},
+  };
+  auto R = [](const char* name, Texts places, Op fails, std::vector<std::intptr_t> starts,
+              const char16_t* runs_from, int refusals, Texts says = {}) {
+    return Row{name, places, fails, starts, runs_from, refusals, says};
+  };
+  const Row rows[] = {
+      R("drive-skipped", {u"Stick/Tmp", u"A"}, Op::kCount, {}, u"A", 0),
+      R("no-folder", {u"A", u"B"}, Op::kCreateFolder, {}, u"B", 0),
+      R("copy-refused", {u"A", u"B"}, Op::kCopyFile, {}, u"B", 0),
+      R("start-refused", {u"A", u"B"}, Op::kCount, {32}, u"B", 0),
 #ifndef _WIN32
       // "Open" is writable by all without the sticky bit: others could swap the folder made there.
-      {"open-to-all", {u"Open", u"B"}, Op::kCount, {}, u"B", 0, {}},
+      R("open-to-all", {u"Open", u"B"}, Op::kCount, {}, u"B", 0),
 #endif
-      {"none-but-ejected",
-       {u"A"},
-       Op::kCopyFile,
-       {},
-       u"",
-       0,
-       {u"may now remove the drive /media/STICK/"}},
-      {"none-and-refused",
-       {u"Stick/Tmp", u"A", u"B"},
-       Op::kCreateFolder,
-       {5},
-       u"",
-       1,
-       {u"/media/STICK/ cannot be ejected: TvDiskEjector runs from it", u"Tmp/: on the drive",
-        u"A/: no private folder could be made there (error 5)",
-        u"B/: the copy could not be started (5)"}},
+      R("none-but-ejected", {u"A"}, Op::kCopyFile, {}, u"", 0,
+        {u"may now remove the drive /media/STICK/"}),
+      R("none-and-refused", {u"Stick/Tmp", u"A", u"B"}, Op::kCreateFolder, {5}, u"", 1,
+        {u"/media/STICK/ cannot be ejected: TvDiskEjector runs from it", u"Tmp/: on the drive",
+         u"A/: no private folder could be made there (error 5)",
+         u"B/: the copy could not be started (5)"}),
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -391,51 +386,25 @@ TEST(DiskEjectorRun, TheCopyRetriesClosesTheHoldersReportsAndDeletesItself) {
     int ejects, closes, exit_code;
     std::vector<std::u16string> boxes;  // a part of each box shown, in turn
     std::uint32_t icon;                 // of the last box
-  } rows[] = {
-      {"ejected", false, 0, {}, u"", 1, 0, 0, {u"may now remove the drive /media/STICK/"}, 0x40},
-      {"refused-once",
-       false,
-       1,
-       {os::kIdCancel},
-       u"",
-       1,
-       0,
-       1,
-       {editor + u" runs from /media/STICK/App/editor"},
-       0x30},
-      {"retried", true, 3, {}, u"", 4, 0, 0, {u"may now remove"}, 0x40},
-      {"retried-in-vain", true, 9, {os::kIdCancel}, u"", 5, 0, 1, {editor}, 0x30},
-      {"retry",
-       false,
-       1,
-       {os::kIdRetry},
-       u"",
-       2,
-       1,
-       0,
-       {u"Retry: close these", u"may now remove"},
-       0x40},
-      {"closed by the corner", false, 1, {os::kIdOk}, u"", 1, 0, 1, {u"Retry: close these"}, 0x30},
-      {"still held, then cancel",
-       false,
-       99,
-       {os::kIdRetry, os::kIdCancel},
-       u"",
-       2,
-       1,
-       1,
-       {editor, editor},
-       0x30},
-      {"the pid went to another program",
-       false,
-       99,
-       {os::kIdRetry, os::kIdCancel},
-       u"/usr/bin/other",
-       2,
-       0,
-       1,
-       {editor, u"other (2147483640)"},
-       0x30},
+  };
+  auto R = [](const char* name, bool retry, int refusals, std::vector<std::int32_t> answers,
+              const char16_t* reused_by, int ejects, int closes, int exit_code,
+              std::vector<std::u16string> boxes, std::uint32_t icon) {
+    return Row{name, retry, refusals, answers, reused_by, ejects, closes, exit_code, boxes, icon};
+  };
+  const Row rows[] = {
+      R("ejected", false, 0, {}, u"", 1, 0, 0, {u"may now remove the drive /media/STICK/"}, 0x40),
+      R("refused-once", false, 1, {os::kIdCancel}, u"", 1, 0, 1,
+        {editor + u" runs from /media/STICK/App/editor"}, 0x30),
+      R("retried", true, 3, {}, u"", 4, 0, 0, {u"may now remove"}, 0x40),
+      R("retried-in-vain", true, 9, {os::kIdCancel}, u"", 5, 0, 1, {editor}, 0x30),
+      R("retry", false, 1, {os::kIdRetry}, u"", 2, 1, 0, {u"Retry: close these", u"may now remove"},
+        0x40),
+      R("closed by the corner", false, 1, {os::kIdOk}, u"", 1, 0, 1, {u"Retry: close these"}, 0x30),
+      R("still held, then cancel", false, 99, {os::kIdRetry, os::kIdCancel}, u"", 2, 1, 1,
+        {editor, editor}, 0x30),
+      R("the pid went to another program", false, 99, {os::kIdRetry, os::kIdCancel},
+        u"/usr/bin/other", 2, 0, 1, {editor, u"other (2147483640)"}, 0x30),
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
