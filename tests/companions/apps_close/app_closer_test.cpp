@@ -349,39 +349,6 @@ TEST(AppCloserGuard, AFaultySelectionSignalsNothingItMayNotTouch) {
   }
 }
 
-TEST(AppCloserReal, ClosesExactlyTheSuitesApplications) {
-  if (testing_support::RunInOwnPidNamespace()) return;
-  RealSuite s;
-  const std::u16string app = s.Install(u"window_app", s.suite + u"/App");
-  const std::u16string slow = s.Install(u"window_app", s.suite + u"/Slow");
-  // It will not close politely: on Windows a console program, which has no window for
-  // WM_CLOSE; elsewhere one that ignores SIGTERM.
-  const std::u16string stubborn = s.Install(u"sleeper", s.suite + u"/Stubborn");
-  ChildProcess c_app, c_slow, c_stubborn, c_outsider;
-  ASSERT_TRUE(s.Start(c_app, app) && s.Start(c_slow, slow, {u"--close-delay", u"1000"}) &&
-              s.Start(c_stubborn, stubborn, {u"--ignore-term"}) &&
-              s.Start(c_outsider, testing_support::HelperProgram(u"window_app")));
-  const std::u16string own = s.suite + u"/TvAppsClose/TvAppsClose";
-  const CloseScope scope = DetermineCloseScope(own);
-  ASSERT_EQ(scope.folder, s.suite) << base::Narrow(scope.reason);
-  // The slow one needs 1 s, and Wine takes about 2 s more to end a windowed program after
-  // WM_CLOSE; the stubborn one is waited for in vain.
-  CloseOptions options = Options(6000, false, own);
-  const auto report = CloseApplications(scope, options);
-  EXPECT_EQ(report.outcome, CloseOutcome::kStillRunning) << base::Narrow(report.reason);
-  EXPECT_EQ(Pids(report.still_running), V{c_stubborn.pid()});
-  EXPECT_TRUE(c_app.WaitExit(5000));
-  EXPECT_TRUE(c_slow.WaitExit(5000));  // it took a second to close and was waited for
-  EXPECT_FALSE(c_stubborn.Exited());
-
-  options.force = true;
-  const auto forced = CloseApplications(scope, options);
-  EXPECT_EQ(forced.outcome, CloseOutcome::kAllClosed) << base::Narrow(forced.reason);
-  EXPECT_EQ(Pids(forced.killed), V{c_stubborn.pid()});
-  EXPECT_TRUE(c_stubborn.WaitExit(5000));
-  EXPECT_FALSE(c_outsider.Exited());
-}
-
 TEST(AppCloserReal, OnARemovableDriveTheWholeDriveIsTheScope) {
   if (testing_support::RunInOwnPidNamespace()) return;
   RealSuite s;

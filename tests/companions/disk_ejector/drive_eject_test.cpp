@@ -327,20 +327,6 @@ TEST(DriveEject, EjectsTheFirstDeviceThatMayBeUnpluggedOrElseOnlyTheMedium) {
   }
 }
 
-TEST(DriveEject, TheTemporaryFoldersDriveIsRefusedAsNotRemovable) {
-  TempDir temp;
-  Script never;  // nothing may be ejected: its pause and eject must stay unused
-  sys::DriveOps ops = sys::SystemDriveOps();
-  ops.eject = never.Ops().eject;
-  ops.pause = never.Ops().pause;
-  const auto report = sys::EjectDriveOf(temp.u16(), {sys::kRetryTries, 1000}, ops);
-  EXPECT_TRUE(report.outcome == EjectOutcome::kNotRemovable ||
-              report.outcome == EjectOutcome::kSystemDisk)
-      << base::Narrow(report.reason);
-  EXPECT_EQ(never.ejects, 0);
-  EXPECT_NE(report.reason.find(u"is not"), std::u16string::npos) << base::Narrow(report.reason);
-}
-
 // A loop-mounted FAT drive: not removable until the test hook says so; then a holder makes
 // every try fail and is named, and once it is gone the drive is unmounted.
 TEST(DriveEjectLoop, RefusedUntilFreeThenUnmounted) {
