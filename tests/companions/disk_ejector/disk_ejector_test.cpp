@@ -9,6 +9,7 @@
 
 #include "base/text.h"
 #include "companions/common/companion_text.h"
+#include "companions/disk_ejector/fake_drive.h"
 #include "os/entry.h"
 #include "os/fault.h"
 #include "os/process.h"
@@ -171,67 +172,11 @@ TEST(DiskEjectorMessage, EachOutcomeSaysWhatHappenedAndWhy) {
   }
 }
 
-// A drive the copy ejects: removable, and refusing as many times as asked. Every path with
-// "Stick" in it is on the drive; any other is on the system's disk.
-// A pid no process has: the closed editor is not waited for.
-constexpr std::uint32_t kEditor = 2147483640;
-
-struct ScriptedDrive {
-  int refusals = 0;
-  bool holder_closed = false;
-  int holder_scans = 0;
-  std::u16string reused_by;  // the program that has the editor's pid after the first search
-  int ejects = 0;
-  std::vector<std::uint32_t> pauses;
-  std::u16string asked_for;
-  std::u16string working;  // the working folder when the eject is asked for
-
-  sys::DriveOps Ops() {
-    sys::DriveOps ops;
-    ops.volume_root = [this](std::u16string_view path) {
-      asked_for = std::u16string(path);
-      return std::u16string(path.find(u"Stick") != path.npos ? u"/media/STICK/" : u"/");
-    };
-    ops.query = [](std::u16string_view root, os::StorageDevice* d) {
-      d->root = std::u16string(root);
-      d->disk = u"/dev/sdz";
-      d->chain = {{d->disk, true, false}};
-      d->mount_points = {d->root};
-      return true;
-    };
-    ops.flush = [](const std::vector<std::u16string>&) { return true; };
-    ops.eject = [this](const sys::EjectPlan&, const os::StorageDevice&, os::EjectAnswer* a) {
-      working = std::filesystem::current_path().u16string();
-      *a = os::EjectAnswer{};
-      if (ejects++ < refusals) {
-        a->veto_type = os::kVetoOutstandingOpen;
-        a->veto_name = u"/media/STICK";
-        return false;
-      }
-      a->done = os::EjectDone::kRemoved;
-      return true;
-    };
-    ops.holders = [this](const std::vector<std::u16string>&) {
-      os::VolumeHolders found;
-      const bool reused = holder_scans++ > 0 && !reused_by.empty();
-      if (!holder_closed)
-        found.processes = {{{kEditor, 1, reused ? reused_by : u"/media/STICK/App/editor", u"", 0},
-                            os::HoldKind::kProgram,
-                            u"/media/STICK/App/editor",
-                            u"",
-                            true}};
-      return found;
-    };
-    ops.pause = [this](std::uint32_t ms) { pauses.push_back(ms); };
-    return ops;
-  }
-};
-
 // One run of the ejector at own: the boxes it shows, answered in turn with answers, then OK;
 // the copies it starts, each start answered in turn with starts, then 42 (started).
 struct EjectorRun {
   os::fault::Scope faults;
-  ScriptedDrive drive;
+  ejector_test::FakeDrive drive;
   app::EjectorOps ops;
   std::vector<std::pair<std::u16string, std::uint32_t>> shown;
   std::vector<std::int32_t> answers;
@@ -344,7 +289,7 @@ TEST(DiskEjectorRun, EachPlaceOffTheDriveIsTriedInTurn) {
     const std::u16string own = temp.Write(u"Stick/TvEject/TvDiskEjector" + kExe, "ejector");
     temp.Write(u"Stick/TvEject/TvEject.xml", kEnglish);
     EjectorRun run;
-    run.drive.refusals = row.refusals;
+    run.drive.Refuse(row.refusals);
     for (const char16_t* place : row.places) {
       std::filesystem::create_directories(temp.path() / base::Narrow(place));
       if (std::u16string_view(place) == u"Open")
@@ -413,13 +358,13 @@ TEST(DiskEjectorRun, TheCopyRetriesClosesTheHoldersReportsAndDeletesItself) {
     const std::u16string original = temp.Write(u"Stick/TvEject/TvDiskEjector" + kExe, "ejector");
     temp.Write(u"Stick/TvEject/TvEject.xml", kEnglish);
     EjectorRun run;
-    run.drive.refusals = row.refusals;
+    run.drive.Refuse(row.refusals);
     run.drive.reused_by = row.reused_by;
     run.answers = row.answers;
     std::vector<std::uint32_t> closed;
     run.ops.close = [&](std::uint32_t pid) {
       closed.push_back(pid);
-      run.drive.holder_closed = row.refusals < 99;
+      run.drive.holder = row.refusals == 99;
       return 1;
     };
     std::vector<std::u16string> args = {u"/from", original, u"/wait", u"2147483646"};
@@ -427,7 +372,7 @@ TEST(DiskEjectorRun, TheCopyRetriesClosesTheHoldersReportsAndDeletesItself) {
     // The original has ended already (a pid no process has): nothing to wait for.
     EXPECT_EQ(run(args, own), row.exit_code);
     EXPECT_EQ(run.drive.ejects, row.ejects);
-    EXPECT_EQ(closed, std::vector<std::uint32_t>(row.closes, kEditor));
+    EXPECT_EQ(closed, std::vector<std::uint32_t>(row.closes, ejector_test::kEditor));
     if (row.retry) {
       EXPECT_EQ(run.drive.pauses, std::vector<std::uint32_t>(row.ejects - 1, 1000u));
     }

@@ -1,6 +1,6 @@
 // The ejector: what it ejects on each kind of device tree and which volumes go with it, its
-// refusals and retries against scripted answers (tables), then the real thing: the temporary
-// folder's fixed drive, and on Linux a loop-mounted FAT drive.
+// refusals and retries against scripted answers (tables), then the real thing: on Linux a
+// loop-mounted FAT drive.
 #include "companions/disk_ejector/drive_eject.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 
 #include "base/text.h"
 #include "companions/apps_close/app_closer.h"
+#include "companions/disk_ejector/fake_drive.h"
 #include "os/fault.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
@@ -23,78 +24,13 @@ using sys::EjectOutcome;
 using testing_support::ChildProcess;
 using testing_support::TempDir;
 
-// One scripted eject answer.
-struct Answer {
-  bool ok;
-  EjectDone done;
-  std::uint32_t veto;
-};
-constexpr Answer kUnplugged{true, EjectDone::kRemoved, 0};
-constexpr Answer kEjected{true, EjectDone::kMediaEjected, 0};
-constexpr Answer kUnmountedOnly{true, EjectDone::kUnmounted, 0};
-constexpr Answer kBusy{false, EjectDone::kNothing, os::kVetoOutstandingOpen};
-constexpr Answer kBroken{false, EjectDone::kNothing, os::kVetoNone};
-
-struct Script {
-  bool found = true;  // the path has a volume
-  bool known = true;  // the device can be asked
-  bool removable = true;
-  bool system = false;
-  bool identified = true;  // the device to eject is known
-  std::vector<Answer> answers{};
-  bool holder = true;   // a refusal finds the editor holding the drive
-  int uninspected = 2;  // and as many processes it could not look at
-  // What happened.
-  int ejects = 0, flushes = 0, holder_scans = 0;
-  std::vector<std::uint32_t> pauses{};
-
-  sys::DriveOps Ops() {
-    sys::DriveOps ops;
-    ops.volume_root = [this](std::u16string_view) {
-      return found ? std::u16string(u"/media/STICK/") : std::u16string();
-    };
-    ops.query = [this](std::u16string_view root, os::StorageDevice* d) {
-      if (!known) return false;
-      d->root = std::u16string(root);
-      d->disk = u"/dev/sdz";
-      d->drive_type = removable ? os::kDriveRemovable : os::kDriveFixed;
-      if (identified) d->chain = {{d->disk, removable, false}};
-      if (system) d->system_root = d->root;
-      d->mount_points = {d->root};
-      return true;
-    };
-    ops.flush = [this](const std::vector<std::u16string>&) { return ++flushes > 0; };
-    ops.eject = [this](const sys::EjectPlan&, const os::StorageDevice&, os::EjectAnswer* a) {
-      const Answer& s = answers[std::min<std::size_t>(ejects++, answers.size() - 1)];
-      *a = os::EjectAnswer{};
-      a->done = s.done;
-      a->veto_type = s.veto;
-      if (s.veto) a->veto_name = u"/media/STICK";
-      if (!s.ok && !s.veto) os::SetLastError(os::kErrorAccessDenied);
-      return s.ok;
-    };
-    ops.holders = [this](const std::vector<std::u16string>& roots) {
-      ++holder_scans;
-      os::VolumeHolders found;
-      if (holder)
-        found.processes = {{{4242, 1, u"/media/STICK/App/editor", u"", 0},
-                            os::HoldKind::kFile,
-                            u"/media/STICK/notes.txt",
-                            u"",
-                            true}};
-      found.uninspected = uninspected;
-      return found;
-    };
-    ops.pause = [this](std::uint32_t ms) { pauses.push_back(ms); };
-    return ops;
-  }
-};
+using namespace ejector_test;
 
 TEST(DriveEject, RefusesWhatItMustAndRetriesOnlyARefusal) {
   using enum EjectOutcome;
   struct Row {
     const char* name;
-    Script script;
+    FakeDrive script;
     int tries;
     EjectOutcome outcome;
     int ejects;  // each after a flush, with a pause between two
@@ -139,7 +75,8 @@ TEST(DriveEject, RefusesWhatItMustAndRetriesOnlyARefusal) {
 TEST(DriveEject, ARefusalNamesTheVetoAndTheHolders) {
   const std::u16string refused =
       u"the system refused to eject /dev/sdz after 5 tries (OutstandingOpen: /media/STICK)";
-  const std::u16string editor = u"; held by /media/STICK/App/editor (4242: /media/STICK/notes.txt)";
+  const std::u16string editor =
+      u"; held by /media/STICK/App/editor (2147483640: /media/STICK/App/editor)";
   const struct {
     bool holder;
     int uninspected;
@@ -151,7 +88,7 @@ TEST(DriveEject, ARefusalNamesTheVetoAndTheHolders) {
       {false, 0, refused},
   };
   for (const auto& row : rows) {
-    Script script{.answers = {kBusy}, .holder = row.holder, .uninspected = row.uninspected};
+    FakeDrive script{.answers = {kBusy}, .holder = row.holder, .uninspected = row.uninspected};
     const auto report = sys::EjectDriveOf(u"/media/STICK/x", {sys::kRetryTries}, script.Ops());
     EXPECT_EQ(report.answer.veto_type, os::kVetoOutstandingOpen);
     EXPECT_EQ(report.reason, row.reason);
