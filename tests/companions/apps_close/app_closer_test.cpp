@@ -212,6 +212,11 @@ TEST(AppCloserRun, TheVolumeDecidesForAWholeDrive) {
     EXPECT_EQ(report.outcome, CloseOutcome::kAllClosed) << base::Narrow(report.reason);
     EXPECT_EQ(Pids(report.asked), row.asked);
     EXPECT_EQ(fake[30].asked_at, -1);
+    // A choice that holds a program of another volume is refused whole, even for a whole drive.
+    const CloseOptions options = Options(0, true, u"/stick/x/x");
+    const auto refused = CloseSelected(
+        row.scope, {true, {fake[20].entry, fake[30].entry}, SparedFor(options, ops)}, options, ops);
+    EXPECT_EQ(refused.outcome, CloseOutcome::kRefused) << base::Narrow(refused.reason);
   }
 }
 
