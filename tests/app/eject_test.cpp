@@ -13,7 +13,6 @@
 #include "os/process.h"
 #include "os/ui.h"
 #include "support/temp_dir.h"
-#include "sys/config.h"
 #include "sys/program.h"
 
 namespace {
@@ -27,50 +26,11 @@ const char kConfig[] =
     "<TarvelUSBEject>\r\n\t<UserLanguage/>\r\n\t<Language "
     "file=\"TvEject_lng.xml\">fr</Language>\r\n"
     "</TarvelUSBEject>";
-
-// A portable folder: <root>/TvEject/{TvEject, TvEject.xml, TvDiskEjector} and
-// <root>/TvAppsClose/TvAppsClose, the companions being copies of fake_companion.
-class PortableFolder {
- public:
-  explicit PortableFolder(bool with_closer = true) {
-    fs::create_directories(dir_.path() / "TvEject");
-    fs::create_directories(dir_.path() / "TvAppsClose");
-    const fs::path companion(testing_support::HelperProgram(u"fake_companion"));
-    fs::copy_file(companion, fs::path(dir_.u16(u"TvEject/TvDiskEjector" + kExe)));
-    if (with_closer)
-      fs::copy_file(companion, fs::path(dir_.u16(u"TvAppsClose/TvAppsClose" + kExe)));
-    dir_.Write(u"TvEject/TvEject.xml", kConfig);
-    mGlobal::SetProgramFile(dir_.u16(u"TvEject/TvEject" + kExe));
-  }
-  ~PortableFolder() { mGlobal::SetProgramFile(u""); }
-  const TempDir& dir() const { return dir_; }
-
- private:
-  TempDir dir_;
-};
-
-// The ejector is started without waiting for it: give it a bounded moment to leave its record.
-std::string RecordOf(const TempDir& dir, const std::u16string& name, bool expected) {
-  for (int i = 0; expected && i < 100 && !dir.Exists(name); ++i) os::Sleep(50);
-  return dir.Read(name);
-}
-
-struct Shown {
-  std::vector<std::pair<std::u16string, std::uint32_t>> boxes;  // text, flags
-};
-
-// Runs the sequence, answering the boxes in order with `answers` (then OK).
-Shown RunWithAnswers(std::vector<std::int32_t> answers) {
-  Shown run;
-  os::fault::Scope faults;
-  std::size_t next = 0;
-  os::fault::SetMessageBoxAnswer([&](const os::MessageBoxParams& p) {
-    run.boxes.emplace_back(std::u16string(p.text), p.style);
-    return next < answers.size() ? answers[next++] : os::kIdOk;
-  });
-  app::RunEject();
-  return run;
-}
+const char kEnglish[] =
+    "<TarvelUSBEject><Language file=\"TvEject_lng.xml\">en</Language></TarvelUSBEject>";
+const char kLanguages[] =
+    "<Languages><en name=\"English\"><Message><AppStillRunning>%count% running, %count% "
+    "left\\nCancelled</AppStillRunning></Message></en></Languages>";
 
 const std::u16string kIntro =
     u"Tarvel USB Eject ferme tous les programmes du p\u00E9riph\u00E9rique USB !";
@@ -79,84 +39,86 @@ const std::u16string kStillRunning =
     u"annul\u00E9e";
 const std::u16string kCloseError =
     u"Erreur en ex\u00E9cutant le programme de fermeture des applications";
+const std::u16string kInvalid = u"Invalid configuration file";
 
+// A portable folder: <root>/TvEject/{TvEject, TvEject.xml, TvDiskEjector} and
+// <root>/TvAppsClose/TvAppsClose, the companions being copies of fake_companion. The boxes are
+// answered in turn with the confirmation's answer, then OK.
 TEST(RunEject, Scenarios) {
   struct Row {
     const char* name;
-    bool with_closer;
-    const char* closer_plan;            // nullptr: writes nothing
+    const char* config;                 // TvEject.xml, with kLanguages beside kEnglish
+    const char* closer_plan;            // nullptr: no closer at all; "": it writes nothing
     const char* stale_result;           // a result file left from an earlier run
     std::int32_t confirm;               // answer to the first box
     std::vector<std::u16string> texts;  // every box shown, in order
-    bool closer_started;
-    bool ejector_started;
-  } rows[] = {
-      {"cancel", true, "out 2", "7", os::kIdCancel, {kIntro}, false, false},
-      {"closer missing", false, nullptr, nullptr, os::kIdOk, {kIntro, kCloseError}, false, false},
-      {"count 0", true, "out 0", nullptr, os::kIdOk, {kIntro}, true, true},
-      {"count 2", true, "out 2", nullptr, os::kIdOk, {kIntro, kStillRunning}, true, false},
-      {"count with blanks and a word",
-       true,
-       "out   3 apps",
-       nullptr,
-       os::kIdOk,
-       {kIntro, kStillRunning},
-       true,
-       false},
-      {"not a number", true, "out abc", nullptr, os::kIdOk, {kIntro}, true, true},
-      {"stale result, closer writes nothing", true, nullptr, "5", os::kIdOk, {kIntro}, true, true},
+    std::vector<std::uint32_t> icons;   // and its buttons and icon
+    int started;                        // 0: no companion, 1: the closer, 2: both
+  };
+  auto R = [](const char* name, const char* config, const char* closer_plan,
+              const char* stale_result, std::int32_t confirm, std::vector<std::u16string> texts,
+              std::vector<std::uint32_t> icons, int started) {
+    return Row{name, config, closer_plan, stale_result, confirm, texts, icons, started};
+  };
+  const Row rows[] = {
+      R("cancel", kConfig, "out 2", "7", os::kIdCancel, {kIntro}, {1}, 0),
+      R("closer missing", kConfig, nullptr, nullptr, os::kIdOk, {kIntro, kCloseError}, {1, 16}, 0),
+      R("count 0", kConfig, "out 0", nullptr, os::kIdOk, {kIntro}, {1}, 2),
+      R("count 2", kConfig, "out 2", nullptr, os::kIdOk, {kIntro, kStillRunning}, {1, 64}, 1),
+      R("count with blanks and a word", kConfig, "out   3 apps", nullptr, os::kIdOk,
+        {kIntro, kStillRunning}, {1, 64}, 1),
+      R("not a number", kConfig, "out abc", nullptr, os::kIdOk, {kIntro}, {1}, 2),
+      R("stale result, closer writes nothing", kConfig, "", "5", os::kIdOk, {kIntro}, {1}, 2),
+      // The language's text, with the count wherever it asks for it; the built-in one where it
+      // has none.
+      R("language text", kEnglish, "out 2\r\n", nullptr, os::kIdOk,
+        {kIntro, u"2 running, 2 left\r\nCancelled"}, {1, 64}, 1),
+      R("invalid configuration", "<tarvelusbeject/>", "out 0", nullptr, os::kIdOk, {kInvalid}, {16},
+        0),
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    PortableFolder folder(row.with_closer);
-    const TempDir& dir = folder.dir();
-    if (row.closer_plan) dir.Write(u"TvAppsClose/TvAppsClose" + kExe + u".plan", row.closer_plan);
+    TempDir dir;
+    fs::create_directories(dir.path() / "TvEject");
+    fs::create_directories(dir.path() / "TvAppsClose");
+    const fs::path companion(testing_support::HelperProgram(u"fake_companion"));
+    fs::copy_file(companion, fs::path(dir.u16(u"TvEject/TvDiskEjector" + kExe)));
+    const std::u16string closer = u"TvAppsClose/TvAppsClose" + kExe;
+    if (row.closer_plan) fs::copy_file(companion, fs::path(dir.u16(closer)));
+    dir.Write(u"TvEject/TvEject.xml", row.config);
+    dir.Write(u"TvEject/TvEject_lng.xml", kLanguages);
+    if (row.closer_plan) dir.Write(closer + u".plan", row.closer_plan);
     if (row.stale_result) dir.Write(u"TvAppsClose/TvAppsClose.out", row.stale_result);
-
-    Shown run = RunWithAnswers({row.confirm});
-
-    ASSERT_EQ(run.boxes.size(), row.texts.size());
-    for (std::size_t i = 0; i < row.texts.size(); ++i) EXPECT_EQ(run.boxes[i].first, row.texts[i]);
-    EXPECT_EQ(run.boxes[0].second & 0xFF, 1u) << "OK and Cancel";
-    if (row.texts.size() > 1) {
-      EXPECT_EQ(run.boxes[1].second & 0xFF, row.texts[1] == kCloseError ? 16u : 64u);
+    mGlobal::SetProgramFile(dir.u16(u"TvEject/TvEject" + kExe));
+    std::vector<std::u16string> texts;
+    std::vector<std::uint32_t> icons;
+    {
+      os::fault::Scope faults;
+      os::fault::SetMessageBoxAnswer([&](const os::MessageBoxParams& p) {
+        texts.emplace_back(p.text), icons.push_back(p.style & 0xFF);
+        return texts.size() == 1 ? row.confirm : os::kIdOk;
+      });
+      app::RunEject();
     }
-
-    EXPECT_EQ(dir.Read(u"TvAppsClose/TvAppsClose" + kExe + u".args"),
-              row.closer_started ? "/now /out\n" : "");
-    EXPECT_EQ(RecordOf(dir, u"TvEject/TvDiskEjector" + kExe + u".args", row.ejector_started),
-              row.ejector_started ? "/retry\n" : "");
+    mGlobal::SetProgramFile(u"");
+    EXPECT_EQ(texts, row.texts);
+    EXPECT_EQ(icons, row.icons);
+    EXPECT_EQ(dir.Read(closer + u".args"), row.started > 0 ? "/now /out\n" : "");
+    // The ejector is started without waiting for it: it gets a bounded moment to leave its record.
+    const std::u16string ejector = u"TvEject/TvDiskEjector" + kExe + u".args";
+    for (int i = 0; row.started == 2 && i < 100 && !dir.Exists(ejector); ++i) os::Sleep(50);
+    EXPECT_EQ(dir.Read(ejector), row.started == 2 ? "/retry\n" : "");
     // The result file is gone whenever the closer ran; a cancel touches nothing.
     EXPECT_EQ(dir.Exists(u"TvAppsClose/TvAppsClose.out"), row.confirm == os::kIdCancel);
+    // The language file is written only on the path that reaches the ejector, and a refused
+    // configuration is left as it is.
+    if (row.started < 2) {
+      EXPECT_EQ(dir.Read(u"TvEject/TvEject_lng.xml"), kLanguages);
+    }
+    if (row.started == 0) {
+      EXPECT_EQ(dir.Read(u"TvEject/TvEject.xml"), row.config);
+    }
   }
-}
-
-TEST(RunEject, LanguageTextShowsTheCountEverywhere) {
-  PortableFolder folder;
-  const TempDir& dir = folder.dir();
-  dir.Write(u"TvEject/TvEject.xml",
-            "<TarvelUSBEject><Language file=\"TvEject_lng.xml\">en</Language></TarvelUSBEject>");
-  dir.Write(u"TvEject/TvEject_lng.xml",
-            "<Languages><en name=\"English\"><Message><AppStillRunning>%count% running, %count% "
-            "left\\nCancelled</AppStillRunning></Message></en></Languages>");
-  dir.Write(u"TvAppsClose/TvAppsClose" + kExe + u".plan", "out 2\r\n");
-  Shown run = RunWithAnswers({os::kIdOk});
-  ASSERT_EQ(run.boxes.size(), 2u);
-  EXPECT_EQ(run.boxes[1].first, u"2 running, 2 left\r\nCancelled");
-  // The language file is written only on the path that reaches the ejector.
-  EXPECT_EQ(dir.Read(u"TvEject/TvEject_lng.xml").find("Intro"), std::string::npos);
-}
-
-TEST(RunEject, InvalidConfigurationStopsBeforeAnything) {
-  PortableFolder folder;
-  const TempDir& dir = folder.dir();
-  dir.Write(u"TvEject/TvEject.xml", "<tarvelusbeject/>");
-  Shown run = RunWithAnswers({});
-  ASSERT_EQ(run.boxes.size(), 1u);
-  EXPECT_EQ(run.boxes[0].first, u"Invalid configuration file");
-  EXPECT_EQ(run.boxes[0].second & 0xFF, 16u);
-  EXPECT_EQ(dir.Read(u"TvEject/TvEject.xml"), "<tarvelusbeject/>");
-  EXPECT_FALSE(dir.Exists(u"TvAppsClose/TvAppsClose" + kExe + u".args"));
 }
 
 TEST(ParseCount, LeadingNumberRoundedHalfToEven) {

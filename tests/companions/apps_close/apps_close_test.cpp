@@ -4,10 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <map>
-
 #include "base/text.h"
+#include "companions/apps_close/fake_processes.h"
 #include "lang/lang.h"
 #include "os/fault.h"
 #include "os/ui.h"
@@ -68,52 +66,7 @@ TEST(AppsCloseArguments, NowAndOutInAnyCase) {
   }
 }
 
-// A process list the closer works on: applications that close when asked, or do not.
-struct FakeApps {
-  struct App {
-    std::u16string image;
-    bool polite = true;  // ends when asked to close
-    bool alive = true;
-  };
-  std::map<std::uint32_t, App> apps;
-  bool unreadable = false;
-  std::vector<std::uint32_t> asked, killed;
-  std::uint32_t clock = 0;
-
-  sys::ProcessOps Ops() {
-    sys::ProcessOps ops;
-    ops.enumerate = [this] {
-      std::vector<os::ProcessEntry> list;
-      if (unreadable) return list;
-      for (const auto& [pid, app] : apps)
-        if (app.alive) list.push_back({pid, 1, app.image, u"tester", 1});
-      return list;
-    };
-    ops.open = [this](const os::ProcessEntry& e, sys::HeldProcess* held) {
-      const std::uint32_t pid = e.pid;
-      held->request_close = [this, pid](bool) {
-        asked.push_back(pid);
-        if (apps.at(pid).polite) apps.at(pid).alive = false;
-        return 1;
-      };
-      held->running = [this, pid] { return apps.at(pid).alive; };
-      held->terminate = [this, pid] {
-        killed.push_back(pid);
-        apps.at(pid).alive = false;
-        return true;
-      };
-      return apps.count(pid) && apps.at(pid).alive;
-    };
-    ops.own_user = [] { return u"tester"; };
-    ops.now = [this] { return clock; };
-    ops.sleep = [this](std::uint32_t ms) { clock += ms; };
-    return ops;
-  }
-};
-
-// Pids far above any real one, so that none is mistaken for the test or its parent.
-constexpr std::uint32_t kEditor = 0x7FFF0001, kStubborn = 0x7FFF0002, kOutsider = 0x7FFF0003,
-                        kLate = 0x7FFF0004;
+using closer_test::FakeProcesses;
 
 TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
   struct Row {
@@ -129,26 +82,17 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
     std::vector<std::uint32_t> asked;
     bool late = false;  // an application of the suite starts while the box is shown
   } rows[] = {
-      {"now-out", {u"/now", u"/out"}, false, false, 0, false, 0, "0", 0, {kEditor}},
-      {"stubborn", {u"/now", u"/out"}, true, false, 0, false, 1, "1", 0, {kEditor, kStubborn}},
-      {"forced", {u"/now", u"/out"}, true, true, 0, false, 0, "0", 0, {kEditor, kStubborn}},
-      {"no-out", {u"/now"}, false, false, 0, false, 0, nullptr, 0, {kEditor}},
+      {"now-out", {u"/now", u"/out"}, false, false, 0, false, 0, "0", 0, {1}},
+      {"stubborn", {u"/now", u"/out"}, true, false, 0, false, 1, "1", 0, {1, 2}},
+      {"forced", {u"/now", u"/out"}, true, true, 0, false, 0, "0", 0, {1, 2}},
+      {"no-out", {u"/now"}, false, false, 0, false, 0, nullptr, 0, {1}},
       {"declined", {u"/out"}, true, false, os::kIdCancel, false, 1, "2", 1, {}},
-      {"confirmed", {u"/out"}, false, false, os::kIdOk, false, 0, "0", 1, {kEditor}},
+      {"confirmed", {u"/out"}, false, false, os::kIdOk, false, 0, "0", 1, {1}},
       // Asked first, then told what still runs.
-      {"confirmed-stubborn",
-       {u"/out"},
-       true,
-       false,
-       os::kIdOk,
-       false,
-       1,
-       "1",
-       2,
-       {kEditor, kStubborn}},
+      {"confirmed-stubborn", {u"/out"}, true, false, os::kIdOk, false, 1, "1", 2, {1, 2}},
       {"unreadable", {u"/now", u"/out"}, false, false, 0, true, 2, nullptr, 0, {}},
       // What the box named is what is closed: the late one is counted, not asked.
-      {"late", {u"/out"}, false, false, os::kIdOk, false, 1, "1", 2, {kEditor}, true},
+      {"late", {u"/out"}, false, false, os::kIdOk, false, 1, "1", 2, {1}, true},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -157,11 +101,11 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
     temp.Write(u"Suite/TvAppsClose/TvAppsClose.xml",
                std::string("<TvAppsClose><GraceSeconds>2</GraceSeconds><ForceClose>") +
                    (row.force ? "1" : "0") + "</ForceClose></TvAppsClose>");
-    FakeApps fake;
+    FakeProcesses fake;
     fake.unreadable = row.unreadable;
-    fake.apps[kEditor] = {temp.u16(u"Suite/Editor/editor"), true};
-    fake.apps[kOutsider] = {temp.u16(u"Elsewhere/outsider"), true};
-    if (row.stubborn) fake.apps[kStubborn] = {temp.u16(u"Suite/Stubborn/stubborn"), false};
+    fake.Add(1, temp.u16(u"Suite/Editor/editor"), 0);
+    fake.Add(3, temp.u16(u"Elsewhere/outsider"), 0);
+    if (row.stubborn) fake.Add(2, temp.u16(u"Suite/Stubborn/stubborn"), -1);
 
     os::fault::Scope faults;
     std::vector<std::u16string> boxes;
@@ -169,18 +113,17 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
     os::fault::SetMessageBoxAnswer([&](const os::MessageBoxParams& p) {
       boxes.emplace_back(p.text);
       last_style = p.style;
-      if (row.late && boxes.size() == 1) fake.apps[kLate] = {temp.u16(u"Suite/Late/late"), true};
+      if (row.late && boxes.size() == 1) fake.Add(4, temp.u16(u"Suite/Late/late"), 0);
       return boxes.size() == 1 ? row.answer : os::kIdOk;
     });
     EXPECT_EQ(app::RunAppsClose(row.args, own, fake.Ops()), row.exit_code);
 
-    std::sort(fake.asked.begin(), fake.asked.end());
-    EXPECT_EQ(fake.asked, row.asked);
-    EXPECT_TRUE(fake.apps[kOutsider].alive);
-    EXPECT_EQ(fake.killed.size(), row.force && row.stubborn ? 1u : 0u);
+    EXPECT_EQ(fake.Asked(), row.asked);
+    EXPECT_TRUE(fake[3].alive);
+    EXPECT_EQ(fake.terminated, row.force && row.stubborn ? 1 : 0);
     // A stubborn application is waited for the whole grace period, and no longer.
     if (row.stubborn && !row.asked.empty()) {
-      EXPECT_EQ(fake.clock, 2000u);
+      EXPECT_EQ(fake.slept, 2000u);
     }
     EXPECT_EQ(temp.Exists(u"Suite/TvAppsClose/TvAppsClose.out"), row.out != nullptr);
     if (row.out) {

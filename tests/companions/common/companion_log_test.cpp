@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 
 #include "base/debug_log.h"
 #include "base/text.h"
@@ -16,42 +17,30 @@ namespace {
 using testing_support::TempDir;
 
 TEST(CompanionLog, WritesOnlyIntoAFileOfTheUsersOwn) {
-  enum class Planted { kNothing, kOwnFile, kFolder, kLinkToFile, kDanglingLink };
-  struct Row {
+  namespace fs = std::filesystem;
+  const struct {
     const char* name;
-    Planted planted;
+    std::function<void(const TempDir&, const fs::path& log)> plant;
     bool written;  // the line reaches log.txt
   } rows[] = {
-      {"missing", Planted::kNothing, true},
-      {"own-file", Planted::kOwnFile, true},
-      {"folder", Planted::kFolder, false},
+      {"missing", [](auto&, auto&) {}, true},
+      {"own-file", [](auto& temp, auto&) { temp.Write(u"Shared/log.txt", "earlier\r\n"); }, true},
+      {"folder", [](auto&, auto& log) { fs::create_directory(log); }, false},
 #ifndef _WIN32
-      {"link-to-a-file", Planted::kLinkToFile, false},
-      {"dangling-link", Planted::kDanglingLink, false},
+      {"link-to-a-file",
+       [](auto& temp, auto& log) { fs::create_symlink(temp.path() / "Home/.profile", log); },
+       false},
+      {"dangling-link",
+       [](auto& temp, auto& log) { fs::create_symlink(temp.path() / "Home/new", log); }, false},
 #endif
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     TempDir temp;
     temp.Write(u"Home/.profile", "the user's own\n");
-    const std::filesystem::path log = temp.path() / "Shared" / "log.txt";
-    std::filesystem::create_directories(log.parent_path());
-    switch (row.planted) {
-      case Planted::kNothing:
-        break;
-      case Planted::kOwnFile:
-        temp.Write(u"Shared/log.txt", "earlier\r\n");
-        break;
-      case Planted::kFolder:
-        std::filesystem::create_directory(log);
-        break;
-      case Planted::kLinkToFile:
-        std::filesystem::create_symlink(temp.path() / "Home/.profile", log);
-        break;
-      case Planted::kDanglingLink:
-        std::filesystem::create_symlink(temp.path() / "Home/new", log);
-        break;
-    }
+    const fs::path log = temp.path() / "Shared" / "log.txt";
+    fs::create_directories(log.parent_path());
+    row.plant(temp, log);
     {
       testing_support::ScopedEnv env({{"TVEJECT_LOG", log.string().c_str()}});
       app::CompanionLog companion(u"TvDiskEjector");
@@ -59,7 +48,7 @@ TEST(CompanionLog, WritesOnlyIntoAFileOfTheUsersOwn) {
     }
     const std::string text = temp.Read(u"Shared/log.txt");
     EXPECT_EQ(text.find("]: Started: /retry\r\n") != std::string::npos, row.written) << text;
-    if (row.planted == Planted::kOwnFile) {
+    if (text.starts_with("earlier")) {
       EXPECT_EQ(text.rfind("earlier\r\nTvDiskEjector[", 0), 0u);
     }
     EXPECT_EQ(temp.Read(u"Home/.profile"), "the user's own\n");

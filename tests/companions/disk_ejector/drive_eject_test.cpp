@@ -1,6 +1,6 @@
 // The ejector: what it ejects on each kind of device tree and which volumes go with it, its
-// refusals and retries against scripted answers (tables), then the real thing: the temporary
-// folder's fixed drive, and on Linux a loop-mounted FAT drive.
+// refusals and retries against scripted answers (tables), then the real thing: on Linux a
+// loop-mounted FAT drive.
 #include "companions/disk_ejector/drive_eject.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 
 #include "base/text.h"
 #include "companions/apps_close/app_closer.h"
+#include "companions/disk_ejector/fake_drive.h"
 #include "os/fault.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
@@ -23,176 +24,75 @@ using sys::EjectOutcome;
 using testing_support::ChildProcess;
 using testing_support::TempDir;
 
-// One scripted eject answer.
-struct Answer {
-  bool ok;
-  EjectDone done;
-  std::uint32_t veto;
-};
-constexpr Answer kRemoved{true, EjectDone::kRemoved, 0};
-constexpr Answer kEjected{true, EjectDone::kMediaEjected, 0};
-constexpr Answer kUnmountedOnly{true, EjectDone::kUnmounted, 0};
-constexpr Answer kBusy{false, EjectDone::kNothing, os::kVetoOutstandingOpen};
-constexpr Answer kBroken{false, EjectDone::kNothing, os::kVetoNone};
-
-struct Script {
-  bool found = true;  // the path has a volume
-  bool known = true;  // the device can be asked
-  bool removable = true;
-  bool system = false;
-  bool identified = true;  // the device to eject is known
-  std::vector<Answer> answers{};
-  // What happened.
-  int ejects = 0, flushes = 0, holder_scans = 0;
-  std::vector<std::uint32_t> pauses{};
-
-  sys::DriveOps Ops() {
-    sys::DriveOps ops;
-    ops.volume_root = [this](std::u16string_view) {
-      return found ? std::u16string(u"/media/STICK/") : std::u16string();
-    };
-    ops.query = [this](std::u16string_view root, os::StorageDevice* d) {
-      if (!known) return false;
-      d->root = std::u16string(root);
-      d->disk = u"/dev/sdz";
-      d->drive_type = removable ? os::kDriveRemovable : os::kDriveFixed;
-      if (identified) d->chain = {{d->disk, removable, false}};
-      if (system) d->system_root = d->root;
-      d->mount_points = {d->root};
-      return true;
-    };
-    ops.flush = [this](const std::vector<std::u16string>&) { return ++flushes > 0; };
-    ops.eject = [this](const sys::EjectPlan&, const os::StorageDevice&, os::EjectAnswer* a) {
-      const Answer& s = answers[std::min<std::size_t>(ejects++, answers.size() - 1)];
-      *a = os::EjectAnswer{};
-      a->done = s.done;
-      a->veto_type = s.veto;
-      if (s.veto) a->veto_name = u"/media/STICK";
-      if (!s.ok && !s.veto) os::SetLastError(os::kErrorAccessDenied);
-      return s.ok;
-    };
-    ops.holders = [this](const std::vector<std::u16string>& roots) {
-      ++holder_scans;
-      os::VolumeHolders found;
-      found.processes = {{{4242, 1, u"/media/STICK/App/editor", u"", 0},
-                          os::HoldKind::kFile,
-                          u"/media/STICK/notes.txt",
-                          u"",
-                          true}};
-      found.uninspected = 2;
-      return found;
-    };
-    ops.pause = [this](std::uint32_t ms) { pauses.push_back(ms); };
-    return ops;
-  }
-};
+using namespace ejector_test;
 
 TEST(DriveEject, RefusesWhatItMustAndRetriesOnlyARefusal) {
+  using enum EjectOutcome;
   struct Row {
     const char* name;
-    Script script;
+    FakeDrive script;
     int tries;
     EjectOutcome outcome;
-    int ejects;
-    std::size_t pauses;
-    bool blockers;
+    int ejects;  // each after a flush, with a pause between two
   } rows[] = {
-      {"no volume",
-       {.found = false, .answers = {kRemoved}},
-       5,
-       EjectOutcome::kUnidentified,
-       0,
-       0,
-       false},
-      {"device unknown",
-       {.known = false, .answers = {kRemoved}},
-       5,
-       EjectOutcome::kUnidentified,
-       0,
-       0,
-       false},
-      {"fixed disk",
-       {.removable = false, .answers = {kRemoved}},
-       5,
-       EjectOutcome::kNotRemovable,
-       0,
-       0,
-       false},
-      {"system disk",
-       {.system = true, .answers = {kRemoved}},
-       5,
-       EjectOutcome::kSystemDisk,
-       0,
-       0,
-       false},
-      {"no device to eject",
-       {.identified = false, .answers = {kRemoved}},
-       5,
-       EjectOutcome::kUnidentified,
-       0,
-       0,
-       false},
-      {"removed", {.answers = {kRemoved}}, 5, EjectOutcome::kRemoved, 1, 0, false},
-      {"no tries asked: one all the same",
-       {.answers = {kBusy}},
-       0,
-       EjectOutcome::kRefused,
-       1,
-       0,
-       true},
-      {"medium ejected", {.answers = {kEjected}}, 1, EjectOutcome::kMediaEjected, 1, 0, false},
-      {"no eject", {.answers = {kUnmountedOnly}}, 1, EjectOutcome::kUnmounted, 1, 0, false},
-      {"busy, then free",
-       {.answers = {kBusy, kBusy, kRemoved}},
-       5,
-       EjectOutcome::kRemoved,
-       3,
-       2,
-       false},
-      {"busy throughout", {.answers = {kBusy}}, 5, EjectOutcome::kRefused, 5, 4, true},
-      {"busy, no retry", {.answers = {kBusy}}, 1, EjectOutcome::kRefused, 1, 0, true},
-      {"failure, then success",
-       {.answers = {kBroken, kBusy, kRemoved}},
-       5,
-       EjectOutcome::kRemoved,
-       3,
-       2,
-       false},
-      {"failure throughout", {.answers = {kBroken}}, 5, EjectOutcome::kFailed, 5, 4, false},
-      {"failure, no retry", {.answers = {kBroken}}, 1, EjectOutcome::kFailed, 1, 0, false},
+      {"no volume", {.found = false, .answers = {kUnplugged}}, 5, kUnidentified, 0},
+      {"device unknown", {.known = false, .answers = {kUnplugged}}, 5, kUnidentified, 0},
+      {"fixed disk", {.removable = false, .answers = {kUnplugged}}, 5, kNotRemovable, 0},
+      {"system disk", {.system = true, .answers = {kUnplugged}}, 5, kSystemDisk, 0},
+      {"no device to eject", {.identified = false, .answers = {kUnplugged}}, 5, kUnidentified, 0},
+      {"removed", {.answers = {kUnplugged}}, 5, kRemoved, 1},
+      {"no tries asked: one all the same", {.answers = {kBusy}}, 0, kRefused, 1},
+      {"medium ejected", {.answers = {kEjected}}, 1, kMediaEjected, 1},
+      {"no eject", {.answers = {kUnmountedOnly}}, 1, kUnmounted, 1},
+      {"busy, then free", {.answers = {kBusy, kBusy, kUnplugged}}, 5, kRemoved, 3},
+      {"busy throughout", {.answers = {kBusy}}, 5, kRefused, 5},
+      {"busy, no retry", {.answers = {kBusy}}, 1, kRefused, 1},
+      {"failure, then success", {.answers = {kBroken, kBusy, kUnplugged}}, 5, kRemoved, 3},
+      {"failure throughout", {.answers = {kBroken}}, 5, kFailed, 5},
+      {"failure, no retry", {.answers = {kBroken}}, 1, kFailed, 1},
   };
   for (auto& row : rows) {
     SCOPED_TRACE(row.name);
-    sys::EjectOptions options;
-    options.tries = row.tries;
-    const auto report = sys::EjectDriveOf(u"/media/STICK/Suite/TvEject", options, row.script.Ops());
+    const auto report =
+        sys::EjectDriveOf(u"/media/STICK/Suite/TvEject", {row.tries}, row.script.Ops());
     EXPECT_EQ(report.outcome, row.outcome) << base::Narrow(report.reason);
     EXPECT_EQ(row.script.ejects, row.ejects);
     EXPECT_EQ(report.tries, row.ejects);
-    EXPECT_EQ(row.script.flushes, row.ejects);  // flushed before every request
-    EXPECT_EQ(row.script.pauses, std::vector<std::uint32_t>(row.pauses, sys::kRetryPauseMs));
-    EXPECT_EQ(row.script.holder_scans, row.blockers ? 1 : 0);
-    EXPECT_EQ(report.blockers.processes.size(), row.blockers ? 1u : 0u);
-    EXPECT_EQ(sys::SafeToRemove(report.outcome), row.outcome == EjectOutcome::kRemoved ||
-                                                     row.outcome == EjectOutcome::kMediaEjected ||
-                                                     row.outcome == EjectOutcome::kUnmounted);
+    EXPECT_EQ(row.script.flushes, row.ejects);
+    EXPECT_EQ(row.script.pauses, std::vector<std::uint32_t>(std::max(row.ejects - 1, 0), 1000u));
+    // The holders are searched for once, after the last refusal only; the pause is a second.
+    const bool refused = row.outcome == kRefused;
+    EXPECT_EQ(row.script.holder_scans, refused ? 1 : 0);
+    EXPECT_EQ(report.blockers.processes.size(), refused ? 1u : 0u);
+    EXPECT_EQ(sys::SafeToRemove(report.outcome),
+              row.outcome == kRemoved || row.outcome == kMediaEjected || row.outcome == kUnmounted);
     EXPECT_FALSE(report.reason.empty());
     // A failure carries the system's error, a veto or a success none.
-    EXPECT_EQ(report.error, row.outcome == EjectOutcome::kFailed ? os::kErrorAccessDenied : 0u);
+    EXPECT_EQ(report.error, row.outcome == kFailed ? os::kErrorAccessDenied : 0u);
   }
 }
 
 TEST(DriveEject, ARefusalNamesTheVetoAndTheHolders) {
-  Script script;
-  script.answers = {kBusy};
-  sys::EjectOptions options;
-  options.tries = sys::kRetryTries;
-  const auto report = sys::EjectDriveOf(u"/media/STICK/x", options, script.Ops());
-  EXPECT_EQ(report.answer.veto_type, os::kVetoOutstandingOpen);
-  EXPECT_EQ(report.reason,
-            u"the system refused to eject /dev/sdz after 5 tries (OutstandingOpen: "
-            u"/media/STICK); held by /media/STICK/App/editor (4242: /media/STICK/notes.txt), 2 "
-            u"not inspected");
+  const std::u16string refused =
+      u"the system refused to eject /dev/sdz after 5 tries (OutstandingOpen: /media/STICK)";
+  const std::u16string editor =
+      u"; held by /media/STICK/App/editor (2147483640: /media/STICK/App/editor)";
+  const struct {
+    bool holder;
+    int uninspected;
+    std::u16string reason;
+  } rows[] = {
+      {true, 2, refused + editor + u", 2 not inspected"},
+      {true, 0, refused + editor},
+      {false, 1, refused + u"; held by 1 not inspected"},
+      {false, 0, refused},
+  };
+  for (const auto& row : rows) {
+    FakeDrive script{.answers = {kBusy}, .holder = row.holder, .uninspected = row.uninspected};
+    const auto report = sys::EjectDriveOf(u"/media/STICK/x", {sys::kRetryTries}, script.Ops());
+    EXPECT_EQ(report.answer.veto_type, os::kVetoOutstandingOpen);
+    EXPECT_EQ(report.reason, row.reason);
+  }
   EXPECT_EQ(sys::VetoTypeName(12), u"InsufficientRights");
   EXPECT_EQ(sys::VetoTypeName(13), u"AlreadyRemoved");
   EXPECT_EQ(sys::VetoTypeName(99), u"Veto99");
@@ -209,36 +109,24 @@ const os::DeviceNode kRoot = Dev(u"HTREE\\ROOT\\0");
 const std::vector<std::u16string> kSystemChain = {u"SCSI\\DISK&VEN_NVME&PROD_SAMSUNG\\5&1",
                                                   u"PCI\\VEN_144D&DEV_A808\\4&1", kRoot.id};
 
-struct Tree {
-  const char16_t* root;
-  std::vector<os::DeviceNode> chain;
-  bool removable_media = false;
-  std::vector<std::u16string> partitions = {};  // the disk's other volumes
-  std::vector<os::OtherVolume> others = {};     // volumes of other disks
-  os::DeviceClass device_class = os::DeviceClass::kDisk;
-  std::uint32_t number = 1;
-  std::uint32_t drive_type = os::kDriveRemovable;
-  std::uint32_t bus = os::kBusUsb;
-
-  os::StorageDevice Facts() const {
-    os::StorageDevice d;
-    d.root = root;
-    d.drive_type = drive_type;
-    d.device_class = device_class;
-    d.device_number = number;
-    d.bus_type = bus;
-    d.removable_media = removable_media;
-    d.system_root = u"C:\\";
-    d.system_class = os::DeviceClass::kDisk;
-    d.system_number = 0;
-    d.chain = chain;
-    d.mount_points = {root};
-    d.mount_points.insert(d.mount_points.end(), partitions.begin(), partitions.end());
-    d.other_volumes = others;
-    d.other_volumes.push_back({u"C:\\", kSystemChain});
-    return d;
-  }
-};
+// The facts of a drive: its other partitions, and the volumes of other disks besides the system's.
+os::StorageDevice T(const char16_t* root, std::vector<os::DeviceNode> chain,
+                    bool removable_media = false, std::vector<std::u16string> partitions = {},
+                    std::vector<os::OtherVolume> others = {},
+                    os::DeviceClass device_class = os::DeviceClass::kDisk, std::uint32_t number = 1,
+                    std::uint32_t drive_type = os::kDriveRemovable,
+                    std::uint32_t bus = os::kBusUsb) {
+  os::StorageDevice d;
+  d.root = root, d.drive_type = drive_type, d.bus_type = bus;
+  d.device_class = device_class, d.device_number = number, d.removable_media = removable_media;
+  d.system_root = u"C:\\", d.system_class = os::DeviceClass::kDisk, d.system_number = 0;
+  d.chain = std::move(chain);
+  d.mount_points = {root};
+  d.mount_points.insert(d.mount_points.end(), partitions.begin(), partitions.end());
+  d.other_volumes = std::move(others);
+  d.other_volumes.push_back({u"C:\\", kSystemChain});
+  return d;
+}
 
 std::vector<std::u16string> ChainIds(const std::vector<os::DeviceNode>& chain) {
   std::vector<std::u16string> ids;
@@ -263,139 +151,85 @@ TEST(DriveEject, EjectsTheFirstDeviceThatMayBeUnpluggedOrElseOnlyTheMedium) {
   const os::DeviceNode other_stick = Dev(u"USB\\VID_0951&PID_1666\\E0D55E", true);
   const os::DeviceNode other_stick_disk = disk(u"USBSTOR\\DISK&VEN_KINGSTON\\E0D55E&0");
 
+  using enum EjectOutcome;
   struct Row {
     const char* name;
-    Tree tree;
+    os::StorageDevice tree;
     EjectOutcome refusal;    // kRefused: ejected as planned (the scripted eject refuses)
     std::u16string ejected;  // the device node, "medium", or "" when nothing is asked
     std::vector<std::u16string> volumes;  // flushed, searched, closed
-  } rows[] = {
-      {"usb stick",
-       {u"E:\\", {disk(u"USBSTOR\\DISK&VEN_SANDISK\\4C530001&0"), stick, kHub, kXhci, kRoot}, true},
-       EjectOutcome::kRefused,
-       stick.id,
-       {u"E:\\"}},
-      {"usb hard disk with two partitions",
-       {u"F:\\",
-        {disk(u"USBSTOR\\DISK&VEN_WD\\575831&0"), usb_disk, kHub, kXhci, kRoot},
-        false,
-        {u"G:\\"},
-        {{u"E:\\", ChainIds({disk(u"USBSTOR\\DISK&VEN_SANDISK\\1&0"), stick, kHub, kRoot})}},
-        os::DeviceClass::kDisk,
-        2,
-        os::kDriveFixed},
-       EjectOutcome::kRefused,
-       usb_disk.id,
-       {u"F:\\", u"G:\\"}},
+  };
+  auto R = [](const char* name, os::StorageDevice tree, EjectOutcome refusal,
+              std::u16string ejected, std::vector<std::u16string> volumes) {
+    return Row{name, std::move(tree), refusal, std::move(ejected), std::move(volumes)};
+  };
+  const Row rows[] = {
+      R("usb stick",
+        T(u"E:\\", {disk(u"USBSTOR\\DISK&VEN_SANDISK\\4C530001&0"), stick, kHub, kXhci, kRoot},
+          true),
+        kRefused, stick.id, {u"E:\\"}),
+      R("usb hard disk with two partitions",
+        T(u"F:\\", {disk(u"USBSTOR\\DISK&VEN_WD\\575831&0"), usb_disk, kHub, kXhci, kRoot}, false,
+          {u"G:\\"},
+          {{u"E:\\", ChainIds({disk(u"USBSTOR\\DISK&VEN_SANDISK\\1&0"), stick, kHub, kRoot})}},
+          os::DeviceClass::kDisk, 2, os::kDriveFixed),
+        kRefused, usb_disk.id, {u"F:\\", u"G:\\"}),
       // Stopping a built-in reader loses it until the next start (code 47): the card goes.
-      {"internal card reader, a card in the other slot",
-       {u"H:\\",
-        {reader_slot0, internal_reader, kHub, kXhci, kRoot},
-        true,
-        {},
-        {{u"I:\\", ChainIds({reader_slot1, internal_reader, kHub, kXhci, kRoot})}}},
-       EjectOutcome::kRefused,
-       u"medium",
-       {u"H:\\"}},
-      {"internal card reader, the other slot empty",
-       {u"H:\\", {reader_slot0, internal_reader, kHub, kXhci, kRoot}, true},
-       EjectOutcome::kRefused,
-       u"medium",
-       {u"H:\\"}},
+      R("internal card reader, a card in the other slot",
+        T(u"H:\\", {reader_slot0, internal_reader, kHub, kXhci, kRoot}, true, {},
+          {{u"I:\\", ChainIds({reader_slot1, internal_reader, kHub, kXhci, kRoot})}}),
+        kRefused, u"medium", {u"H:\\"}),
+      R("internal card reader, the other slot empty",
+        T(u"H:\\", {reader_slot0, internal_reader, kHub, kXhci, kRoot}, true), kRefused, u"medium",
+        {u"H:\\"}),
       // The reader goes, and every slot with it; a stick on the same hub stays.
-      {"external multi-slot reader",
-       {u"J:\\",
-        {multi_slot0, multi_reader, kHub, kXhci, kRoot},
-        true,
-        {},
-        {{u"K:\\", ChainIds({multi_slot1, multi_reader, kHub, kXhci, kRoot})},
-         {u"L:\\", ChainIds({other_stick_disk, other_stick, kHub, kXhci, kRoot})}}},
-       EjectOutcome::kRefused,
-       multi_reader.id,
-       {u"J:\\", u"K:\\"}},
+      R("external multi-slot reader",
+        T(u"J:\\", {multi_slot0, multi_reader, kHub, kXhci, kRoot}, true, {},
+          {{u"K:\\", ChainIds({multi_slot1, multi_reader, kHub, kXhci, kRoot})},
+           {u"L:\\", ChainIds({other_stick_disk, other_stick, kHub, kXhci, kRoot})}}),
+        kRefused, multi_reader.id, {u"J:\\", u"K:\\"}),
       // The card is the device; its parent, the host controller, would veto.
-      {"sd slot on pci",
-       {u"M:\\", {sd_card, sd_host, kRoot}, true},
-       EjectOutcome::kRefused,
-       sd_card.id,
-       {u"M:\\"}},
+      R("sd slot on pci", T(u"M:\\", {sd_card, sd_host, kRoot}, true), kRefused, sd_card.id,
+        {u"M:\\"}),
       // The disk's parent is one interface of the device: the device goes.
-      {"composite usb device",
-       {u"N:\\",
-        {disk(u"USBSTOR\\CDROM&VEN_HUAWEI\\7&1"), Dev(u"USB\\VID_12D1&PID_1506&MI_02\\7&1"),
-         composite, kHub, kRoot},
-        false,
-        {},
-        {},
-        os::DeviceClass::kDisk,
-        3},
-       EjectOutcome::kRefused,
-       composite.id,
-       {u"N:\\"}},
+      R("composite usb device",
+        T(u"N:\\",
+          {disk(u"USBSTOR\\CDROM&VEN_HUAWEI\\7&1"), Dev(u"USB\\VID_12D1&PID_1506&MI_02\\7&1"),
+           composite, kHub, kRoot},
+          false, {}, {}, os::DeviceClass::kDisk, 3),
+        kRefused, composite.id, {u"N:\\"}),
       // Floppy 0 is not disk 0, the system's.
-      {"usb floppy",
-       {u"A:\\",
-        {disk(u"USBSTOR\\SFLOPPY&VEN_TEAC\\6&1&0"), floppy, kHub, kRoot},
-        true,
-        {},
-        {},
-        os::DeviceClass::kFloppy,
-        0},
-       EjectOutcome::kRefused,
-       floppy.id,
-       {u"A:\\"}},
+      R("usb floppy",
+        T(u"A:\\", {disk(u"USBSTOR\\SFLOPPY&VEN_TEAC\\6&1&0"), floppy, kHub, kRoot}, true, {}, {},
+          os::DeviceClass::kFloppy, 0),
+        kRefused, floppy.id, {u"A:\\"}),
       // A system started from a stick keeps its stick.
-      {"system on a usb stick",
-       {u"D:\\",
-        {disk(u"USBSTOR\\DISK&VEN_X\\1&0"), stick, kHub, kRoot},
-        true,
-        {},
-        {},
-        os::DeviceClass::kDisk,
-        0},
-       EjectOutcome::kSystemDisk,
-       u"",
-       {}},
-      {"second internal disk",
-       {u"D:\\",
-        {disk(u"SCSI\\DISK&VEN_ST2000\\4&1"), Dev(u"PCI\\VEN_8086&DEV_A352\\3&1"), kRoot},
-        false,
-        {},
-        {},
-        os::DeviceClass::kDisk,
-        1,
-        os::kDriveFixed},
-       EjectOutcome::kNotRemovable,
-       u"",
-       {}},
+      R("system on a usb stick",
+        T(u"D:\\", {disk(u"USBSTOR\\DISK&VEN_X\\1&0"), stick, kHub, kRoot}, true, {}, {},
+          os::DeviceClass::kDisk, 0),
+        kSystemDisk, u"", {}),
+      R("second internal disk",
+        T(u"D:\\",
+          {disk(u"SCSI\\DISK&VEN_ST2000\\4&1"), Dev(u"PCI\\VEN_8086&DEV_A352\\3&1"), kRoot}, false,
+          {}, {}, os::DeviceClass::kDisk, 1, os::kDriveFixed),
+        kNotRemovable, u"", {}),
       // Wine's drives: no device tree at all.
-      {"fixed drive, no device found",
-       {u"Z:\\",
-        {},
-        false,
-        {},
-        {},
-        os::DeviceClass::kUnknown,
-        0xFFFFFFFF,
-        os::kDriveFixed,
-        os::kBusUnknown},
-       EjectOutcome::kNotRemovable,
-       u"",
-       {}},
-      {"removable drive, no device found",
-       {u"E:\\", {}, false, {}, {}, os::DeviceClass::kUnknown, 0xFFFFFFFF},
-       EjectOutcome::kUnidentified,
-       u"",
-       {}},
+      R("fixed drive, no device found",
+        T(u"Z:\\", {}, false, {}, {}, os::DeviceClass::kUnknown, 0xFFFFFFFF, os::kDriveFixed,
+          os::kBusUnknown),
+        kNotRemovable, u"", {}),
+      R("removable drive, no device found",
+        T(u"E:\\", {}, false, {}, {}, os::DeviceClass::kUnknown, 0xFFFFFFFF), kUnidentified, u"",
+        {}),
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     std::u16string ejected;
     std::vector<std::u16string> flushed, searched;
     sys::DriveOps ops;
-    ops.volume_root = [&](std::u16string_view) { return std::u16string(row.tree.root); };
+    ops.volume_root = [&](std::u16string_view) { return row.tree.root; };
     ops.query = [&](std::u16string_view, os::StorageDevice* d) {
-      *d = row.tree.Facts();
+      *d = row.tree;
       return true;
     };
     ops.flush = [&](const std::vector<std::u16string>& roots) {
@@ -412,7 +246,7 @@ TEST(DriveEject, EjectsTheFirstDeviceThatMayBeUnpluggedOrElseOnlyTheMedium) {
       return os::VolumeHolders{};
     };
     ops.pause = [](std::uint32_t) {};
-    const std::u16string suite = std::u16string(row.tree.root) + u"Suite\\TvEject";
+    const std::u16string suite = row.tree.root + u"Suite\\TvEject";
     const auto report = sys::EjectDriveOf(suite, {}, ops);
     EXPECT_EQ(report.outcome, row.refusal) << base::Narrow(report.reason);
     EXPECT_EQ(ejected, row.ejected) << base::Narrow(report.plan.rule);
@@ -421,8 +255,8 @@ TEST(DriveEject, EjectsTheFirstDeviceThatMayBeUnpluggedOrElseOnlyTheMedium) {
     EXPECT_FALSE(report.plan.rule.empty());
 
     // The closer closes what runs from every volume the eject takes along, and only those.
-    const sys::CloseScope scope = sys::ChooseCloseScope(
-        std::u16string(row.tree.root) + u"Suite\\TvAppsClose\\x.exe", &report.plan);
+    const sys::CloseScope scope =
+        sys::ChooseCloseScope(row.tree.root + u"Suite\\TvAppsClose\\x.exe", &report.plan);
     std::vector<std::u16string> closed;
     if (scope.whole_drive) closed.push_back(scope.folder);
     closed.insert(closed.end(), scope.other_volumes.begin(), scope.other_volumes.end());
@@ -430,73 +264,44 @@ TEST(DriveEject, EjectsTheFirstDeviceThatMayBeUnpluggedOrElseOnlyTheMedium) {
   }
 }
 
-TEST(DriveEject, TheTemporaryFoldersDriveIsRefusedAsNotRemovable) {
-  TempDir temp;
-  Script never;  // nothing may be ejected: its pause and eject must stay unused
-  sys::DriveOps ops = sys::SystemDriveOps();
-  ops.eject = never.Ops().eject;
-  ops.pause = never.Ops().pause;
-  const auto report = sys::EjectDriveOf(temp.u16(), {sys::kRetryTries, 1000}, ops);
-  EXPECT_TRUE(report.outcome == EjectOutcome::kNotRemovable ||
-              report.outcome == EjectOutcome::kSystemDisk)
-      << base::Narrow(report.reason);
-  EXPECT_EQ(never.ejects, 0);
-  EXPECT_NE(report.reason.find(u"is not"), std::u16string::npos) << base::Narrow(report.reason);
-}
-
-class DriveEjectLoop : public testing::Test {
- protected:
-  void SetUp() override {
-    std::string why;
-    if (!drive_.Create(temp_, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
-    std::filesystem::create_directories(std::filesystem::path(suite()));
-  }
-  std::u16string suite() const { return drive_.mount_point() + u"/Suite/TvEject"; }
-  TempDir temp_;
-  testing_support::LoopMount drive_;
-};
-
-TEST_F(DriveEjectLoop, ALoopDeviceIsNotRemovableWithoutTheTestHook) {
-  const auto report = sys::EjectDriveOf(suite(), {}, sys::SystemDriveOps());
-  EXPECT_EQ(report.outcome, EjectOutcome::kNotRemovable) << base::Narrow(report.reason);
-  EXPECT_TRUE(drive_.Mounted());
-}
-
-TEST_F(DriveEjectLoop, UnmountsAFreeDrive) {
-  os::fault::ScopedRemovableDisk hook(drive_.device());
-  const auto report = sys::EjectDriveOf(suite(), {sys::kRetryTries, 1000}, sys::SystemDriveOps());
-  EXPECT_EQ(report.outcome, EjectOutcome::kUnmounted) << base::Narrow(report.reason);
-  EXPECT_EQ(report.tries, 1);
-  EXPECT_FALSE(drive_.Mounted());
-}
-
-TEST_F(DriveEjectLoop, RetriesABusyDriveThenNamesWhoHoldsIt) {
+// A loop-mounted FAT drive: not removable until the test hook says so; then a holder makes
+// every try fail and is named, and once it is gone the drive is unmounted.
+TEST(DriveEjectLoop, RefusedUntilFreeThenUnmounted) {
   if (testing_support::RunInOwnPidNamespace()) return;
-  os::fault::ScopedRemovableDisk hook(drive_.device());
-  ChildProcess holder;
-  const std::u16string ready = temp_.u16(u"ready");
-  ASSERT_TRUE(
-      holder.Start(testing_support::HelperProgram(u"sleeper"), {u"--ready", ready}, suite()));
-  ASSERT_TRUE(testing_support::WaitForFile(ready));
-
+  TempDir temp;
+  testing_support::LoopMount drive;
+  std::string why;
+  if (!drive.Create(temp, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
+  const std::u16string suite = drive.mount_point() + u"/Suite/TvEject";
+  std::filesystem::create_directories(std::filesystem::path(suite));
   std::vector<std::uint32_t> pauses{};
   sys::DriveOps ops = sys::SystemDriveOps();
   ops.pause = [&](std::uint32_t ms) { pauses.push_back(ms); };
-  const auto report = sys::EjectDriveOf(suite(), {sys::kRetryTries, 1000}, ops);
+  const sys::EjectOptions retry{sys::kRetryTries, 1000};
+  EXPECT_EQ(sys::EjectDriveOf(suite, retry, ops).outcome, EjectOutcome::kNotRemovable);
+  EXPECT_TRUE(drive.Mounted());
+
+  os::fault::ScopedRemovableDisk hook(drive.device());
+  ChildProcess holder;
+  ASSERT_TRUE(holder.Start(testing_support::HelperProgram(u"sleeper"),
+                           {u"--ready", temp.u16(u"ready")}, suite));
+  ASSERT_TRUE(testing_support::WaitForFile(temp.u16(u"ready")));
+  const auto report = sys::EjectDriveOf(suite, retry, ops);
   EXPECT_EQ(report.outcome, EjectOutcome::kRefused) << base::Narrow(report.reason);
   EXPECT_EQ(report.tries, 5);
   EXPECT_EQ(pauses, std::vector<std::uint32_t>(4, 1000u));
   ASSERT_EQ(report.blockers.processes.size(), 1u) << base::Narrow(report.reason);
   EXPECT_EQ(report.blockers.processes[0].process.pid, holder.pid());
-  EXPECT_NE(report.reason.find(u"sleeper (" + base::ToText(holder.pid()) + u": " + suite() + u")"),
+  EXPECT_NE(report.reason.find(u"sleeper (" + base::ToText(holder.pid()) + u": " + suite + u")"),
             std::u16string::npos)
       << base::Narrow(report.reason);
-  EXPECT_TRUE(drive_.Mounted());
+  EXPECT_TRUE(drive.Mounted());
 
-  // Once the holder is gone the same eject goes through.
   holder.Kill();
-  EXPECT_EQ(sys::EjectDriveOf(suite(), {}, ops).outcome, EjectOutcome::kUnmounted);
-  EXPECT_FALSE(drive_.Mounted());
+  const auto freed = sys::EjectDriveOf(suite, retry, ops);
+  EXPECT_EQ(freed.outcome, EjectOutcome::kUnmounted) << base::Narrow(freed.reason);
+  EXPECT_EQ(freed.tries, 1);
+  EXPECT_FALSE(drive.Mounted());
 }
 
 }  // namespace
