@@ -126,6 +126,10 @@ TEST(DiskEjectorMessage, EachOutcomeSaysWhatHappenedAndWhy) {
       R(Report(kRefused), 0x35, {u"OutstandingOpen: /media/STICK", u"Close the programs"}),
       R(app_veto, 0x35, {u"notepad.exe", u"These programs are using it"}),
       R(failed, 0x10, {u"error 31", u"the report's reason"}),
+      // Named from the system's record: the device's id is no words for a person.
+      R(Report(kRefused, {H(9176, u"\\Device\\HarddiskVolume3\\dllhost.exe", HoldKind::kStopped,
+                            u"USB\\VID_1&PID_2\\3", false)}),
+        0x35, {u"dllhost.exe (9176) stopped the removal (as the system recorded it)"}, {u"VID_1"}),
       // An own program with a window.
       R(Report(kRefused, {H(4242, u"/usr/bin/editor", HoldKind::kFile, u"/media/STICK/notes.txt",
                             true, u"notes.txt - Editor")}),

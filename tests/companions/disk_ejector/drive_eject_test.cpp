@@ -77,21 +77,39 @@ TEST(DriveEject, ARefusalNamesTheVetoAndTheHolders) {
       u"the system refused to eject /dev/sdz after 5 tries (OutstandingOpen: /media/STICK)";
   const std::u16string editor =
       u"; held by /media/STICK/App/editor (2147483640: /media/STICK/App/editor)";
+  // The system's record of who stopped a removal: of this disk, of another device, and of the
+  // editor the search found already.
+  const os::RemovalVeto host{{9176, 0, u"\\Device\\HarddiskVolume3\\dllhost.exe", u"", 0},
+                             u"/DEV/SDZ"};
+  const os::RemovalVeto other{{77, 0, u"other.exe", u"", 0}, u"USB\\VID_1&PID_2\\3"};
+  const os::RemovalVeto again{{kEditor, 0, u"editor.exe", u"", 0}, u"/dev/sdz"};
   const struct {
     bool holder;
     int uninspected;
+    std::vector<os::RemovalVeto> vetoes;
     std::u16string reason;
   } rows[] = {
-      {true, 2, refused + editor + u", 2 not inspected"},
-      {true, 0, refused + editor},
-      {false, 1, refused + u"; held by 1 not inspected"},
-      {false, 0, refused},
+      {true, 2, {}, refused + editor + u", 2 not inspected"},
+      {true, 0, {}, refused + editor},
+      {false, 1, {}, refused + u"; held by 1 not inspected"},
+      {false, 0, {other}, refused},
+      {true,
+       0,
+       {host, other, again},
+       refused + editor + u", \\Device\\HarddiskVolume3\\dllhost.exe (9176: /DEV/SDZ)"},
   };
   for (const auto& row : rows) {
-    FakeDrive script{.answers = {kBusy}, .holder = row.holder, .uninspected = row.uninspected};
+    FakeDrive script{.answers = {kBusy},
+                     .holder = row.holder,
+                     .uninspected = row.uninspected,
+                     .vetoes = row.vetoes};
     const auto report = sys::EjectDriveOf(u"/media/STICK/x", {sys::kRetryTries}, script.Ops());
     EXPECT_EQ(report.answer.veto_type, os::kVetoOutstandingOpen);
     EXPECT_EQ(report.reason, row.reason);
+    // Since before the first of the five tries, a second apart.
+    EXPECT_EQ(script.veto_seconds, std::vector<std::uint32_t>{15});
+    for (const auto& h : report.blockers.processes)
+      EXPECT_EQ(h.closable, h.kind != os::HoldKind::kStopped) << "a record's pid may be reused";
   }
   EXPECT_EQ(sys::VetoTypeName(12), u"InsufficientRights");
   EXPECT_EQ(sys::VetoTypeName(13), u"AlreadyRemoved");

@@ -33,9 +33,10 @@ struct FakeDrive {
   bool holder = true;          // the editor holds the drive
   int uninspected = 0;         // processes a search could not look at
   std::u16string reused_by{};  // the program that has the editor's pid after the first search
+  std::vector<os::RemovalVeto> vetoes{};  // the system's record of stopped removals
   // What happened.
   int ejects = 0, flushes = 0, holder_scans = 0;
-  std::vector<std::uint32_t> pauses{};
+  std::vector<std::uint32_t> pauses{}, veto_seconds{};
   std::u16string asked_for{}, working{};  // the path asked about; the working folder at the eject
 
   void Refuse(int times) {
@@ -83,6 +84,10 @@ struct FakeDrive {
                             true}};
       found.uninspected = uninspected;
       return found;
+    };
+    ops.vetoes = [this](std::uint32_t seconds) {
+      veto_seconds.push_back(seconds);
+      return vetoes;
     };
     ops.pause = [this](std::uint32_t ms) { pauses.push_back(ms); };
     return ops;
