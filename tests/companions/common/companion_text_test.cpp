@@ -58,10 +58,11 @@ TEST(CompanionText, TheConfigurationChoosesTheLanguage) {
     temp.Write(row.file_name, kLanguages);
     const std::u16string code = app::LoadCompanionLanguage(temp.u16());
     EXPECT_EQ(code, row.code ? row.code : mLang::getUserLangISO()) << row.config;
-    if (row.text)
+    if (row.text) {
       EXPECT_EQ(app::CompanionText(u"TvDiskEjector.Messages.Ejected", {{u"%drive%", u"E:\\"}}),
                 row.text)
           << row.config;
+    }
   }
   mLang::Lang().Xml(nullptr);
 }
