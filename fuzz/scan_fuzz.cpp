@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "support/xml_structure.h"
+#include "xml_structure.h"
 #include "xml/comment_cut.h"
 #include "xml/scan.h"
 

@@ -38,21 +38,15 @@ TEST(XmlChildPath, GetChildValueReadsAndCreatesOnRequest) {
   EXPECT_EQ(ChildNames(root->GetChildNode(u"a")), u"b,x,");
 }
 
-TEST(XmlChildPath, GetChildNodeCreatesWithEventsAndKeepsWhatItMade) {
-  XmlNodePtr root = Node(u"root");
-  std::vector<std::u16string> events;
+TEST(XmlChildPath, GetChildNodeCreatesWithEventsAndEachStepCanAnswerForItself) {
+  XmlNodePtr root = Node(u"x", {Node(u"y", {Node(u"z")})});
+  xml_test::Lines events;
   auto rec = Recorder::On({root}, events);
   root->GetChildNode(u"p/q", true, false, u"/");
-  EXPECT_EQ(events, (std::vector<std::u16string>{u"root:ChildAdded(p)", u"root:ChildAdded(q)"}));
-  XmlNodePtr q = root->GetChildNode(u"p/q", false, false, u"/");
-  ASSERT_NE(q, nullptr);
-  EXPECT_EQ(q->Path(), u"root.p.q");
+  EXPECT_EQ(events, (xml_test::Lines{u"x:ChildAdded(p)", u"x:ChildAdded(q)"}));
+  EXPECT_EQ(root->GetChildNode(u"p/q", false, false, u"/")->Path(), u"x.p.q");
   EXPECT_EQ(root->GetChildNode(u"p/q"), nullptr);  // with ".", one step named "p/q"
-}
-
-TEST(XmlChildPath, EachStepCanAnswerForItselfAndRecursionReachesDeeper) {
   // FindNode tests the current node first: a step named like the node itself stays there.
-  XmlNodePtr root = Node(u"x", {Node(u"y", {Node(u"z")})});
   EXPECT_EQ(root->GetChildNode(u"x.y")->Name(), u"y");
   EXPECT_EQ(root->GetChildNode(u"z"), nullptr);
   EXPECT_EQ(root->GetChildNode(u"z", false, true)->Name(), u"z");
@@ -80,10 +74,9 @@ TEST(XmlChildPath, FixSplit) {
   LogCapture log;
   EXPECT_EQ(cXmlNode::FixSplit(u"abc", {1, -1}, 0), Fields{});
   EXPECT_EQ(cXmlNode::FixSplit(u"abc", {1, 1}, -5), Fields{});
-  EXPECT_EQ(log.lines,
-            (std::vector<std::u16string>{
-                u"Error 5 (Invalid procedure call or argument) in Function cXmlNode.FixSplit",
-                u"Error 5 (Invalid procedure call or argument) in Function cXmlNode.FixSplit"}));
+  const std::u16string error =
+      u"Error 5 (Invalid procedure call or argument) in Function cXmlNode.FixSplit";
+  EXPECT_EQ(log.lines, (xml_test::Lines{error, error}));
 }
 
 }  // namespace

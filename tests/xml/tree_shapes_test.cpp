@@ -48,6 +48,8 @@ TEST(XmlTreeShapes, MillionLevelChain) {
     leaf->Value(u"x");
     root->Attribut(u"k", u"v");
     EXPECT_EQ(top->heard + bottom->heard, 2);
+    root->Sleep();  // held at the bottom: every level stays awake
+    EXPECT_FALSE(root->IsSleeping() || leaf->Parent()->IsSleeping());
     // Release deletes the chain from the bottom, each deletion heard once at the top.
     root->Release();
     EXPECT_EQ(top->heard, 1 + kMillion - 1);
