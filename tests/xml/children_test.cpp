@@ -49,13 +49,11 @@ TEST(XmlNodeChildren, AddChildPositions) {
     const char16_t* names;
     std::int32_t result, index;
     std::u16string log;
-  } rows[] = {
-      {{}, {}, u"x,y,z,n", 4, 4, u""},    {1, {}, u"n,x,y,z", 4, 1, u""},
-      {3, {}, u"x,y,n,z", 4, 3, u""},     {{}, 1, u"x,n,y,z", 4, 2, u""},
-      {{}, 3, u"x,y,z,n", 4, 4, u""},     {4, {}, u"x,y,z", 0, 0, kAddRange},
-      {0, {}, u"x,y,z", 0, 0, kAddRange}, {{}, 0, u"x,y,z", 0, 0, kAddRange},
-      {{}, 4, u"x,y,z", 0, 0, kAddRange}, {1, 1, u"x,y,z", 0, 0, kAddRefused},
-  };
+  } rows[] = {{{}, {}, u"x,y,z,n", 4, 4, u""},    {1, {}, u"n,x,y,z", 4, 1, u""},
+              {3, {}, u"x,y,n,z", 4, 3, u""},     {{}, 1, u"x,n,y,z", 4, 2, u""},
+              {{}, 3, u"x,y,z,n", 4, 4, u""},     {4, {}, u"x,y,z", 0, 0, kAddRange},
+              {0, {}, u"x,y,z", 0, 0, kAddRange}, {{}, 0, u"x,y,z", 0, 0, kAddRange},
+              {{}, 4, u"x,y,z", 0, 0, kAddRange}, {1, 1, u"x,y,z", 0, 0, kAddRefused}};
   for (const auto& r : rows) {
     LogCapture log;
     XmlNodePtr p = Node(u"p", {Node(u"x"), Node(u"y"), Node(u"z")});
@@ -123,17 +121,15 @@ TEST(XmlNodeChildren, EmancipateAndDelChildByNodeOrPosition) {
     const char16_t* text;
     const char16_t* left;
     int error;
-  } rows[] = {
-      {false, 0, 0, u"", u"x,z,w", 0},    {false, 1, 2, u"", u"x,z,w", 0},
-      {false, 1, 2.5, u"", u"x,z,w", 0},  // halves to even
-      {false, 1, 3.5, u"", u"x,y,z", 0},  // to the nearest
-      {false, 2, 0, u" 2 ", u"x,z,w", 0}, {false, 1, 0, u"", u"x,y,z,w", 9},
-      {false, 1, 5, u"", u"x,y,z,w", 9},  {false, 2, 0, u"two", u"x,y,z,w", 13},
-      {true, 0, 0, u"", u"x,z,w", 0},     {true, 1, 2.5, u"", u"x,z,w", 0},
-      {true, 2, 0, u"2", u"x,z,w", 0},    {true, 3, 0, u"", u"x,y,z,w", 0},
-      {true, 4, 0, u"", u"x,y,z,w", 0},   {true, 1, 0, u"", u"x,y,z,w", 9},
-      {true, 1, 5, u"", u"x,y,z,w", 9},   {true, 2, 0, u"first", u"x,y,z,w", 13},
-  };
+  } rows[] = {{false, 0, 0, u"", u"x,z,w", 0},    {false, 1, 2, u"", u"x,z,w", 0},
+              {false, 1, 2.5, u"", u"x,z,w", 0},  // halves to even
+              {false, 1, 3.5, u"", u"x,y,z", 0},  // to the nearest
+              {false, 2, 0, u" 2 ", u"x,z,w", 0}, {false, 1, 0, u"", u"x,y,z,w", 9},
+              {false, 1, 5, u"", u"x,y,z,w", 9},  {false, 2, 0, u"two", u"x,y,z,w", 13},
+              {true, 0, 0, u"", u"x,z,w", 0},     {true, 1, 2.5, u"", u"x,z,w", 0},
+              {true, 2, 0, u"2", u"x,z,w", 0},    {true, 3, 0, u"", u"x,y,z,w", 0},
+              {true, 4, 0, u"", u"x,y,z,w", 0},   {true, 1, 0, u"", u"x,y,z,w", 9},
+              {true, 1, 5, u"", u"x,y,z,w", 9},   {true, 2, 0, u"first", u"x,y,z,w", 13}};
   for (const auto& r : rows) {
     SCOPED_TRACE(testing::Message() << r.del << " " << r.form << " " << r.number);
     LogCapture log;
@@ -254,25 +250,23 @@ TEST(XmlNodeChildren, FindNodeQueryForms) {
     const char16_t* query;
     bool recursive, skip_me;
     const char16_t* found;
-  } rows[] = {
-      {u"LANGUAGE", false, false, u"Language"},
-      {u"a:lang=FR", false, false, u"Language"},  // attribute value without regard to case
-      {u"a:id=main", false, false, u"item"},      // children by the attribute form only
-      {u"a:id=deep", false, false, u""},          // not recursive: children only
-      {u"a:id=deep", true, false, u"sub"},
-      {u"A:id=main", false, false, u"a:id=main"},  // the prefix is exact: a plain name
-      {u"a:ver", false, false, u"doc"},            // empty attribute: the node itself
-      {u"a:nothing", false, true, u"Language"},    // missing counts as empty
-      {u"Lang=FR", true, false, u""},              // the value is exact
-      {u"lang=fr", true, false, u"lang"},          // the name any case: Language has "fr" too,
-      {u"Language=fr", true, false, u"Language"},  // but its name is not "lang"
-      {u"lang=fr", false, false, u""},             // not recursive: children by name only
-      {u"doc", false, false, u"doc"},
-      {u"doc", false, true, u""},
-      {u"sub", false, false, u""},
-      {u"sub", true, true, u"sub"},
-      {u"", false, false, u""},
-  };
+  } rows[] = {{u"LANGUAGE", false, false, u"Language"},
+              {u"a:lang=FR", false, false, u"Language"},  // attribute value without regard to case
+              {u"a:id=main", false, false, u"item"},      // children by the attribute form only
+              {u"a:id=deep", false, false, u""},          // not recursive: children only
+              {u"a:id=deep", true, false, u"sub"},
+              {u"A:id=main", false, false, u"a:id=main"},  // the prefix is exact: a plain name
+              {u"a:ver", false, false, u"doc"},            // empty attribute: the node itself
+              {u"a:nothing", false, true, u"Language"},    // missing counts as empty
+              {u"Lang=FR", true, false, u""},              // the value is exact
+              {u"lang=fr", true, false, u"lang"},  // the name any case: Language has "fr" too,
+              {u"Language=fr", true, false, u"Language"},  // but its name is not "lang"
+              {u"lang=fr", false, false, u""},             // not recursive: children by name only
+              {u"doc", false, false, u"doc"},
+              {u"doc", false, true, u""},
+              {u"sub", false, false, u""},
+              {u"sub", true, true, u"sub"},
+              {u"", false, false, u""}};
   EXPECT_EQ(doc->Child(4)->FindNode(u"a:id=main"), doc->Child(4));  // the name before its forms
   for (const auto& r : rows) {
     XmlNodePtr found = doc->FindNode(r.query, r.recursive, r.skip_me);

@@ -26,8 +26,7 @@ TEST(XmlEntities, EncodeEscapesOutsideCdataAndDropsIndentAfterCrLf) {
       {u"<![CDATA[<& open", u"<![CDATA[<& open"},  // unterminated: the rest as it is
       {u"<![CDATA]]>", u"&lt;![CDATA]]&gt;"},
       {u"\u00e9\u20ac", u"\u00e9\u20ac"},
-      {u"", u""},
-  };
+      {u"", u""}};
   for (const auto& r : rows) {
     EXPECT_EQ(cXmlNode::EncodeSpecialChars(r.in), r.out)
         << testing::PrintToString(std::u16string(r.in));
@@ -61,8 +60,7 @@ TEST(XmlEntities, DecodeNamesNumbersAndTheLostLastCharacter) {
       {u"&#129;&#141;&#143;&#144;&#157;", u"\u0081\u008d\u008f\u0090\u009d"},
       {u"&#146;&#159;&#255;", u"\u2019\u0178\u00ff"},
       {u"no reference", u"no reference"},
-      {u"", u""},
-  };
+      {u"", u""}};
   for (const auto& r : rows) {
     EXPECT_EQ(cXmlNode::DecodeSpecialChars(r.in), r.out)
         << testing::PrintToString(std::u16string(r.in));

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "xml/node.h"
 #include "xml_test_util.h"
 
@@ -80,33 +78,6 @@ TEST(XmlLifecycle, SleepSparesTheBranchesHeldFromOutside) {
   EXPECT_EQ(held->Parent(), root->Child(1));
   held->Value(u"2");
   EXPECT_EQ(root->GetChildValue(u"a.a1"), u"2");
-}
-
-TEST(XmlLifecycle, SleepJudgesEachChildsHoldersAtItsOwnTurn) {
-  // a2 is held, so root and a stay awake; the root's handler, told that a1 went to sleep,
-  // takes b1 or lets it go before b's turn comes.
-  struct OnSave : xml::XmlNodeEvents {
-    std::function<void(const XmlNodePtr&)> saved;
-    void SaveSleepData(cXmlNode&, const XmlNodePtr& node, std::u16string&, bool&) override {
-      saved(node);
-    }
-  };
-  for (const bool held_before : {true, false}) {
-    XmlNodePtr root = Sample();
-    const XmlNodePtr a2 = root->Child(1)->Child(2);
-    XmlNodePtr outside = held_before ? root->Child(2)->Child(1) : nullptr;
-    auto handler = std::make_shared<OnSave>();
-    handler->saved = [&](const XmlNodePtr& node) {
-      if (node->Name() == u"a1") outside = held_before ? nullptr : root->Child(2)->Child(1);
-    };
-    root->AddEventSink(handler);
-    root->Sleep();
-    EXPECT_FALSE(root->IsSleeping());
-    EXPECT_TRUE(root->Child(1)->Child(1)->IsSleeping());
-    EXPECT_EQ(root->Child(2)->IsSleeping(), held_before);
-    // The node taken stays in its place under its awake parent.
-    if (!held_before) EXPECT_EQ(outside->Parent(), root->Child(2));
-  }
 }
 
 }  // namespace

@@ -32,11 +32,12 @@ TEST(XmlParser, BothPathsReadTheRulesAsWritten) {
       {u"<a>a &amp; b &lt;&AMP;</a>", u"a\"a & b <?\""},              // entities, names exact
       {u"<a><!DOCTYPE x><b/></a>", u"a\"<!DOCTYPE x><b/>\""},         // "<!" content is text
       {u"<a><!-- c --><b/><!-- <c/> --></a>", u"a{b}"},               // comments cut first
-      {u"<a>x<!-- y</a>", u"a\"x<!-- y\""},                           // unterminated comment kept
-      {u"<a><![CDATA[x</a>", u"a\"<![CDATA[x\""},                     // unterminated CDATA is text
-      {u"<a", u""},                                                   // no ">"
-      {u"<a><b>1</a>", u"a"},                                         // child without closing tag
-      {u"<a><b></a></b>", u"a"},                                      // crossed closings
+      {u"<a><!<!-- x -->-- y --><b/><!-<!-- -->- z --></a>", u"a{b}"},  // a cut joins a comment
+      {u"<a>x<!-- y</a>", u"a\"x<!-- y\""},                             // unterminated comment kept
+      {u"<a><![CDATA[x</a>", u"a\"<![CDATA[x\""},                // unterminated CDATA is text
+      {u"<a", u""},                                              // no ">"
+      {u"<a><b>1</a>", u"a"},                                    // child without closing tag
+      {u"<a><b></a></b>", u"a"},                                 // crossed closings
       {u"<a b=\"1\" B=\"2\" c=\"\"/>", u"a[b=2]"},               // the attribute setter's rules
       {u"<a x=\"1\" y=\"2/>", u"a[x=1]"},                        // unclosed quote ends reading
       {u"<a  x = \"1\"   y=\"&quot;\" />", u"a[x=1,y=\"]"},      // blanks around names trimmed
@@ -53,8 +54,7 @@ TEST(XmlParser, BothPathsReadTheRulesAsWritten) {
       {u"<a><c><!-- </c> --></c><c>x</C></a>", u"a{c;c\"x\"}"},
       {u"<?xml version=\"1.0\"?>\r\n<!-- h -->\r\n<cfg a=\"1\">\r\n\t<x k=\"&amp;\">t</x>\r\n\t"
        u"<y><z/><z>2</z></y>\r\n\t<w><![CDATA[<p>\r\n q</p>]]></w>\r\n</cfg>",
-       u"cfg[a=1]{x[k=&]\"t\";y{z;z\"2\"};w\"<![CDATA[<p>\r\n q</p>]]>\"}"},
-  };
+       u"cfg[a=1]{x[k=&]\"t\";y{z;z\"2\"};w\"<![CDATA[<p>\r\n q</p>]]>\"}"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(base::Narrow(c.text));
     EXPECT_EQ(Dump(Read(c.text)), c.tree);
@@ -77,8 +77,7 @@ TEST(XmlParser, DeclarationSetsVersionAndOnlyOnRequestTheEncoding) {
       {false, u"<?xml version=\"1.1\" encoding=\"utf-8\"?><r><c>\u00C3\u00A8</c></r>", u"1.1",
        u"utf-8", u"r{c\"\u00E8\"}"},
       {false, u"<?xml version=\"1.1\" encoding=\"windows-1252\"?><a>\u00C3\u00A9</a>", u"1.1",
-       u"windows-1252", u"a\"\u00C3\u00A9\""},
-  };
+       u"windows-1252", u"a\"\u00C3\u00A9\""}};
   for (const auto& c : cases) {
     SCOPED_TRACE(base::Narrow(c.text));
     for (bool full : {false, true}) {

@@ -76,8 +76,7 @@ TEST(XmlRules, MatchRuleCases) {
        false},
       {"a rule whose path does not fit is skipped",
        R({Rule(u"title", {Attr(u"missing")}), Rule(u"")}), d.item, true},
-      {"type is exact", R({Rule(u"", {Attr(u"x", u"", u"Filter")}), Rule(u"")}), d.item, false},
-  };
+      {"type is exact", R({Rule(u"", {Attr(u"x", u"", u"Filter")}), Rule(u"")}), d.item, false}};
   for (const auto& r : rows) {
     EXPECT_EQ(r.node->MatchRule(r.rules), r.match) << r.what;
   }
@@ -116,13 +115,11 @@ TEST(XmlRules, NodeMatchPairsByNameAndTheApplicableRulesKeys) {
     const char* what;
     XmlNodePtr other;
     bool match;
-  } rows[] = {
-      {"same keys", item(u"1", u"file", u"fr"), true},
-      {"other id", item(u"2", u"file", u"fr"), false},
-      {"other parent lang", item(u"1", u"file", u"en"), false},
-      {"the filter is judged on this node only", item(u"1", u"dir", u"fr"), true},
-      {"other name", Node(NodeDef{u"title", u"", {{u"id", u"1"}}}), false},
-  };
+  } rows[] = {{"same keys", item(u"1", u"file", u"fr"), true},
+              {"other id", item(u"2", u"file", u"fr"), false},
+              {"other parent lang", item(u"1", u"file", u"en"), false},
+              {"the filter is judged on this node only", item(u"1", u"dir", u"fr"), true},
+              {"other name", Node(NodeDef{u"title", u"", {{u"id", u"1"}}}), false}};
   for (const auto& r : rows) EXPECT_EQ(d.item->Match(rules, r.other), r.match) << r.what;
 
   // No rule applies (the path does not fit): the names decide.

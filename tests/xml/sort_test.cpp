@@ -19,30 +19,28 @@ TEST(XmlSort, OrdersChildrenByTheirKeys) {
     const char16_t *text, *key;
     bool ascendant;
     const char16_t* order;
-  } cases[] = {
-      // Numeric columns compare by value through their leading zeros.
-      {u"<r><a n=\"10\"/><b n=\"9\"/><c n=\" 1.5 \"/></r>", u"a:n", true, u"c,b,a"},
-      // One value that is not a number (or missing) makes the column text: 10 before 9.
-      {u"<r><a n=\"10\"/><b n=\"9\"/><c n=\"x\"/></r>", u"a:n", true, u"a,b,c"},
-      {u"<r><a n=\"10\"/><b n=\"9\"/><c/></r>", u"a:n", true, u"c,a,b"},
-      // Text compares without regard to case.
-      {u"<r><a t=\"b\"/><b t=\"A\"/><c t=\"a\"/></r>", u"a:t", true, u"b,c,a"},
-      // Equal keys keep their order ascending and come out reversed descending.
-      {u"<r><a k=\"1\"/><b k=\"1\"/><c k=\"0\"/></r>", u"a:k", true, u"c,a,b"},
-      {u"<r><a k=\"1\"/><b k=\"1\"/><c k=\"0\"/></r>", u"a:k", false, u"b,a,c"},
-      // Child values, grandchild attributes, names, several keys, unknown kinds.
-      {u"<r><a><t>y</t></a><b><t>x</t></b></r>", u"c:t", true, u"b,a"},
-      {u"<r><a><t d=\"2\"/></a><b><t d=\"1\"/></b></r>", u"c:t/a:d", true, u"b,a"},
-      {u"<r><zz/><Y/><x/></r>", u"name", true, u"x,Y,zz"},
-      {u"<r><a g=\"1\" n=\"2\"/><b g=\"0\" n=\"3\"/><c g=\"1\" n=\"1\"/></r>", u"a:g,a:n", true,
-       u"b,c,a"},
-      {u"<r><a k=\"2\"/><b k=\"1\"/></r>", u"q:k", true, u"a,b"},
-      {u"<r><a k=\"2\"/><b k=\"1\"/></r>", u"", true, u"a,b"},
-      // A shorter text pads with spaces: "ab" before "ab!" whatever the rest.
-      {u"<r><a k=\"ab!\"/><b k=\"ab\"/></r>", u"a:k", true, u"b,a"},
-      // Negative numbers do not sort by value.
-      {u"<r><a k=\"-5\"/><b k=\"3\"/><c k=\"-10\"/></r>", u"a:k", true, u"a,c,b"},
-  };
+  } cases[] = {// Numeric columns compare by value through their leading zeros.
+               {u"<r><a n=\"10\"/><b n=\"9\"/><c n=\" 1.5 \"/></r>", u"a:n", true, u"c,b,a"},
+               // One value that is not a number (or missing) makes the column text: 10 before 9.
+               {u"<r><a n=\"10\"/><b n=\"9\"/><c n=\"x\"/></r>", u"a:n", true, u"a,b,c"},
+               {u"<r><a n=\"10\"/><b n=\"9\"/><c/></r>", u"a:n", true, u"c,a,b"},
+               // Text compares without regard to case.
+               {u"<r><a t=\"b\"/><b t=\"A\"/><c t=\"a\"/></r>", u"a:t", true, u"b,c,a"},
+               // Equal keys keep their order ascending and come out reversed descending.
+               {u"<r><a k=\"1\"/><b k=\"1\"/><c k=\"0\"/></r>", u"a:k", true, u"c,a,b"},
+               {u"<r><a k=\"1\"/><b k=\"1\"/><c k=\"0\"/></r>", u"a:k", false, u"b,a,c"},
+               // Child values, grandchild attributes, names, several keys, unknown kinds.
+               {u"<r><a><t>y</t></a><b><t>x</t></b></r>", u"c:t", true, u"b,a"},
+               {u"<r><a><t d=\"2\"/></a><b><t d=\"1\"/></b></r>", u"c:t/a:d", true, u"b,a"},
+               {u"<r><zz/><Y/><x/></r>", u"name", true, u"x,Y,zz"},
+               {u"<r><a g=\"1\" n=\"2\"/><b g=\"0\" n=\"3\"/><c g=\"1\" n=\"1\"/></r>", u"a:g,a:n",
+                true, u"b,c,a"},
+               {u"<r><a k=\"2\"/><b k=\"1\"/></r>", u"q:k", true, u"a,b"},
+               {u"<r><a k=\"2\"/><b k=\"1\"/></r>", u"", true, u"a,b"},
+               // A shorter text pads with spaces: "ab" before "ab!" whatever the rest.
+               {u"<r><a k=\"ab!\"/><b k=\"ab\"/></r>", u"a:k", true, u"b,a"},
+               // Negative numbers do not sort by value.
+               {u"<r><a k=\"-5\"/><b k=\"3\"/><c k=\"-10\"/></r>", u"a:k", true, u"a,c,b"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(base::Narrow(c.text) + " " + base::Narrow(c.key));
     XmlNodePtr r = Read(c.text);
@@ -83,12 +81,10 @@ TEST(XmlSort, RecursesToTheDepthAskedWithoutEvents) {
   const struct {
     std::int32_t depth;
     const char16_t *top, *b, *y;
-  } cases[] = {
-      {0, u"a,b", u"z,y", u"q,p"},
-      {1, u"a,b", u"y,z", u"q,p"},
-      {-1, u"a,b", u"y,z", u"p,q"},
-      {-2, u"a,b", u"z,y", u"q,p"},
-  };
+  } cases[] = {{0, u"a,b", u"z,y", u"q,p"},
+               {1, u"a,b", u"y,z", u"q,p"},
+               {-1, u"a,b", u"y,z", u"p,q"},
+               {-2, u"a,b", u"z,y", u"q,p"}};
   for (const auto& c : cases) {
     XmlNodePtr r = Read(text);
     Lines events;

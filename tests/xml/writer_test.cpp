@@ -48,8 +48,7 @@ TEST(XmlWriter, WritesOneElementPerLineIndentedByTabs) {
       {Node({u"a", u"AB", {{u"ContentEncoding", u"base64"}}}),
        u"<a ContentEncoding=\"base64\">QQBCAA==\r\n</a>"},
       {Node({u"a", u"AB", {{u"ContentEncoding", u"Base64"}}}),
-       u"<a ContentEncoding=\"Base64\">AB</a>"},
-  };
+       u"<a ContentEncoding=\"Base64\">AB</a>"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(base::Narrow(c.text));
     EXPECT_EQ(c.tree->XmlData(), c.text);
@@ -83,15 +82,13 @@ TEST(XmlWriter, IndentLeavesCdataLinesAlone) {
     const char16_t* text;
     std::int32_t level;
     const char16_t *indent, *out;
-  } cases[] = {
-      {u"a\r\nb", 2, u"\tx", u"\t\ta\r\n\t\tb"},
-      {u"", 1, u"\t", u""},
-      {u"a\r\n", 1, u"-", u"-a\r\n-"},
-      {u"<![CDATA[x\r\ny\r\nz]]>\r\nw", 1, u"\t", u"\t<![CDATA[x\r\ny\r\nz]]>\r\n\tw"},
-      {u"<![CDATA[x]]>\r\nw", 1, u"\t", u"\t<![CDATA[x]]>\r\n\tw"},
-      {u"]]><![CDATA[\r\nw", 1, u"\t", u"\t]]><![CDATA[\r\n\tw"},
-      {u"a\nb", 1, u"", u"a\nb"},
-  };
+  } cases[] = {{u"a\r\nb", 2, u"\tx", u"\t\ta\r\n\t\tb"},
+               {u"", 1, u"\t", u""},
+               {u"a\r\n", 1, u"-", u"-a\r\n-"},
+               {u"<![CDATA[x\r\ny\r\nz]]>\r\nw", 1, u"\t", u"\t<![CDATA[x\r\ny\r\nz]]>\r\n\tw"},
+               {u"<![CDATA[x]]>\r\nw", 1, u"\t", u"\t<![CDATA[x]]>\r\n\tw"},
+               {u"]]><![CDATA[\r\nw", 1, u"\t", u"\t]]><![CDATA[\r\n\tw"},
+               {u"a\nb", 1, u"", u"a\nb"}};
   for (const auto& c : cases) EXPECT_EQ(cXmlNode::Indent(c.text, c.level, c.indent), c.out);
   EXPECT_EQ(cXmlNode::Indent(u"a", -1, u"\t"), u"");
 }
