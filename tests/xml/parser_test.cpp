@@ -176,20 +176,4 @@ TEST(XmlParser, RuleMembersAnswerAsTheReaderReads) {
   EXPECT_EQ(cXmlNode::DeleteRems(u"a<!-<!-- x -->- y -->b<!-- z", u"<!--", u"-->"), u"ab<!-- z");
 }
 
-TEST(XmlParser, MillionLevelChainReadWithoutRecursion) {
-  const std::size_t depth = 1000000;
-  std::u16string text;
-  for (std::size_t i = 0; i < depth; ++i) text += u"<e>";
-  text += u"x";
-  for (std::size_t i = 0; i < depth; ++i) text += u"</e>";
-  XmlNodePtr node = Read(text);
-  std::size_t levels = 1;
-  for (; node->ChildCount() == 1; ++levels) node = node->Child(1);
-  EXPECT_EQ(levels, depth);
-  EXPECT_EQ(node->RawValue(), u"x");
-  XmlNodePtr full = Read(text);
-  full->WakeUp(true);
-  EXPECT_EQ(full->NodeCount(), static_cast<std::int32_t>(depth - 1));
-}
-
 }  // namespace

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "base/text.h"
 #include "xml/node.h"
 #include "xml_test_util.h"
@@ -10,26 +8,6 @@ namespace {
 
 using xml_test::Dump;
 using xml_test::Node;
-
-// The format as first defined: each child's whole text indented once per level above it.
-// Recursive and quadratic on purpose; for small trees.
-std::u16string ReferenceXml(const XmlNodePtr& n) {
-  std::u16string s = u"<" + n->Name();
-  for (std::int32_t i = 1; i <= n->AttrCount(); ++i) {
-    const std::u16string name = n->AttrName(i);
-    s += u" " + name + u"=\"" + n->EncodeText(n->Attribut(name)) + u"\"";
-  }
-  if (n->ChildCount() > 0) {
-    s += u">\r\n";
-    for (std::int32_t i = 1; i <= n->ChildCount(); ++i)
-      s += cXmlNode::Indent(ReferenceXml(n->Child(i)), 1, u"\t") + u"\r\n";
-  } else if (!n->RawValue().empty()) {
-    s += u">" + n->EncodeText(n->RawValue());
-  } else {
-    return s + u"/>";
-  }
-  return s + u"</" + n->Name() + u">";
-}
 
 TEST(XmlWriter, WritesOneElementPerLineIndentedByTabs) {
   const struct {
@@ -91,32 +69,6 @@ TEST(XmlWriter, IndentLeavesCdataLinesAlone) {
                {u"a\nb", 1, u"", u"a\nb"}};
   for (const auto& c : cases) EXPECT_EQ(cXmlNode::Indent(c.text, c.level, c.indent), c.out);
   EXPECT_EQ(cXmlNode::Indent(u"a", -1, u"\t"), u"");
-}
-
-// Random trees whose names, attributes and values hold line breaks and CDATA markers, open
-// and closed, written in one pass and by the per-level definition.
-TEST(XmlWriter, OnePassIndentationMatchesPerLevelIndentation) {
-  const char16_t* pieces[] = {u"a", u"\r\n", u"\r\n  ", u"<![CDATA[", u"]]>", u"x y", u"<", u"&"};
-  std::mt19937 rng(7);
-  const auto text = [&](int max) {
-    std::u16string s;
-    for (int k = std::uniform_int_distribution<int>(0, max)(rng); k > 0; --k)
-      s += pieces[std::uniform_int_distribution<int>(0, 7)(rng)];
-    return s;
-  };
-  for (int round = 0; round < 1500; ++round) {
-    XmlNodePtr root = Node(u"r");
-    std::vector<XmlNodePtr> nodes{root};
-    for (int k = std::uniform_int_distribution<int>(0, 16)(rng); k > 0; --k) {
-      XmlNodePtr parent =
-          nodes[std::uniform_int_distribution<std::size_t>(0, nodes.size() - 1)(rng)];
-      XmlNodePtr child = Node({u"n" + text(1), text(4)});
-      if (rng() % 3 == 0) child->Attribut(u"k", text(3));
-      parent->AddChild(child);
-      nodes.push_back(child);
-    }
-    ASSERT_EQ(root->XmlData(), ReferenceXml(root)) << "round " << round;
-  }
 }
 
 TEST(XmlWriter, RoundTripGivesTheSameTree) {
