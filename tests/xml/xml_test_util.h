@@ -25,10 +25,6 @@ struct XmlNodeTestPeer {
     node.GetExtras().xml_version.assign(v);
   }
   static void RequestSaveSleepData(cXmlNode& node) { node.RequestSaveSleepData(); }
-  // Appends the way the reader does, without events.
-  static void AppendChildQuiet(cXmlNode& parent, XmlNodePtr child) {
-    parent.AppendChildQuiet(std::move(child));
-  }
   // Raises the Deleted family on a node as it stands (children included).
   static void RaiseDeleted(cXmlNode& node) { node.RaiseDeleted(node.EventLock(), nullptr); }
 };
