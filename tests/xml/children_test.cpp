@@ -22,10 +22,8 @@ const std::u16string kAddRefused =
 TEST(XmlNodeChildren, ChildValueAndChildAttribut) {
   XmlNodePtr p =
       Node({u"p", u"", {{u"id", u"self"}}}, {Node({u"Lang", u"fr"}), Node({u"lang", u"en"})});
-  EXPECT_EQ(p->ChildValue(u"LANG"), u"fr");
-  EXPECT_EQ(p->ChildValue(u"none"), u"");
-  EXPECT_TRUE(p->ChildExists(u"lang"));
-  EXPECT_FALSE(p->ChildExists(u"lan"));
+  EXPECT_EQ(p->ChildValue(u"LANG") + p->ChildValue(u"none"), u"fr");
+  EXPECT_TRUE(p->ChildExists(u"lang") && !p->ChildExists(u"lan"));
   p->ChildValue(u"lang", u"de");
   p->ChildValue(u"new", u"");  // no text: nothing made
   EXPECT_EQ(xml_test::Dump(p), u"p[id=self]{Lang\"de\";lang\"en\"}");
@@ -80,8 +78,7 @@ TEST(XmlNodeChildren, AddChildMovesANodeAndRefusesLoops) {
   Lines events;
   auto rec = Recorder::On({p, q, y}, events);
   q->AddChild(y);
-  EXPECT_EQ(ChildNames(p), u"x,z");
-  EXPECT_EQ(y->Parent(), q);
+  EXPECT_EQ(ChildNames(p) + u"/" + y->Parent()->Name(), u"x,z/q");
   EXPECT_EQ(events, (Lines{u"y:Added", u"q:ChildAdded(y)"}));  // nothing at the old parent
 
   LogCapture log;
@@ -89,9 +86,7 @@ TEST(XmlNodeChildren, AddChildMovesANodeAndRefusesLoops) {
   c->Parent(a);  // a parent that is an ancestor is fine
   a->Parent(c);  // a parent below the node is not
   a->Parent(a);
-  EXPECT_EQ(a->Parent(), nullptr);
-  EXPECT_EQ(c->AddChild(a), 0);
-  EXPECT_EQ(b->AddChild(b), 0);
+  EXPECT_TRUE(!a->Parent() && c->AddChild(a) == 0 && b->AddChild(b) == 0);
   // A node linked to a parent that does not list it can still not take that parent: linked by
   // the setter, by a refused position, or left behind when the parent was read again.
   XmlNodePtr r = Node(u"r"), s = Node(u"s"), t = Node(u"t"), u = Node(u"u");
@@ -103,9 +98,7 @@ TEST(XmlNodeChildren, AddChildMovesANodeAndRefusesLoops) {
   const XmlNodePtr kept = read->Child(1);
   read->XmlData(u"<p/>");
   EXPECT_EQ(kept->AddChild(read), 0);
-  EXPECT_EQ(r->Parent(), nullptr);
-  EXPECT_EQ(t->Parent(), nullptr);
-  EXPECT_EQ(read->Parent(), nullptr);
+  EXPECT_TRUE(!r->Parent() && !t->Parent() && !read->Parent());
   const std::u16string parent_refused =
       u"Error 5 (Invalid procedure call or argument) in Property cXmlNode.Parent";
   EXPECT_EQ(log.lines, (Lines{parent_refused, parent_refused, kAddRefused, kAddRefused, kAddRefused,
@@ -155,12 +148,11 @@ TEST(XmlNodeChildren, EmancipateAndDelChildByNodeOrPosition) {
     const bool gone = ChildNames(p) == u"x,z,w";
     EXPECT_EQ(y->Parent(), gone ? nullptr : p);
     // Released: no event, nothing deleted. Deleted: the subtree first, each node marked.
-    EXPECT_EQ(y->Deleted, gone && r.del);
-    EXPECT_EQ(yc->Deleted, gone && r.del);
-    EXPECT_EQ(y->ChildCount(), gone && r.del ? 0 : 1);
-    EXPECT_EQ(events, gone && r.del ? (Lines{u"y:ChildDeleted(yc)", u"p:ChildDeleted(yc)",
-                                             u"y:Deleted", u"p:ChildDeleted(y)"})
-                                    : Lines{});
+    const bool deleted = gone && r.del;
+    EXPECT_TRUE(y->Deleted == deleted && yc->Deleted == deleted && y->ChildCount() == !deleted);
+    EXPECT_EQ(events, deleted ? (Lines{u"y:ChildDeleted(yc)", u"p:ChildDeleted(yc)", u"y:Deleted",
+                                       u"p:ChildDeleted(y)"})
+                              : Lines{});
     EXPECT_FALSE(stranger->Deleted);
   }
 }
@@ -202,10 +194,7 @@ TEST(XmlNodeChildren, CloneCopiesTheSubtreeButNotTextBesideChildren) {
   inner->ItemData = 3;
   leaf->ItemData = 4;
   XmlNodePtr copy = inner->Clone();
-  ASSERT_NE(copy, nullptr);
-  EXPECT_EQ(copy->Parent(), nullptr);
-  EXPECT_EQ(copy->EventProxyObject(), nullptr);
-  EXPECT_EQ(copy->XMLVersion(), u"");
+  EXPECT_TRUE(!copy->Parent() && !copy->EventProxyObject() && copy->XMLVersion().empty());
   EXPECT_EQ(copy->XMLEncoding(), u"utf-8");  // inherited on the source, own on the copy
   EXPECT_EQ(xml_test::Dump(copy), u"inner[id=1,x=2]{leaf[k=v]\"a<b\"}");  // markers go
   EXPECT_EQ(copy->ItemData + copy->Child(1)->ItemData, 7);

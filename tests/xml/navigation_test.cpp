@@ -59,24 +59,23 @@ TEST(XmlPath, Forms) {
   XmlNodePtr b = Node({u"b", u"", {{u"id", u"7"}, {u"name", u"nb"}}}, {c});
   XmlNodePtr a = Node(u"a", {b});
   XmlNodePtr e2 = Node(u""), e1 = Node(u"", {e2}), top = Node(u"a", {e1});
+  // Attribute names any case; nodes without a name still get their separators.
   const struct {
     XmlNodePtr node;
     const char16_t *attribut, *sep;
     XmlNodePtr root;
     const char16_t* path;
-  } rows[] = {
-      {c, u"", u".", nullptr, u"a.b.c"},
-      {c, u"", u".", a, u"b.c"},
-      {c, u"", u".", c, u""},
-      {c, u"id|name", u".", nullptr, u"a.b-7.c-nc"},
-      {c, u"name|id", u".", nullptr, u"a.b-nb.c-nc"},
-      {c, u"ID", u".", nullptr, u"a.b-7.c"},  // attribute names any case
-      {c, u"none||id", u".", nullptr, u"a.b-7.c"},
-      {c, u"", u"::", nullptr, u"a::b::c"},
-      {c, u"", u"", nullptr, u"abc"},
-      {e2, u"", u".", nullptr, u"a.."},
-      {e2, u"", u".", top, u"."},  // empty names
-  };
+  } rows[] = {{c, u"", u".", nullptr, u"a.b.c"},
+              {c, u"", u".", a, u"b.c"},
+              {c, u"", u".", c, u""},
+              {c, u"id|name", u".", nullptr, u"a.b-7.c-nc"},
+              {c, u"name|id", u".", nullptr, u"a.b-nb.c-nc"},
+              {c, u"ID", u".", nullptr, u"a.b-7.c"},
+              {c, u"none||id", u".", nullptr, u"a.b-7.c"},
+              {c, u"", u"::", nullptr, u"a::b::c"},
+              {c, u"", u"", nullptr, u"abc"},
+              {e2, u"", u".", nullptr, u"a.."},
+              {e2, u"", u".", top, u"."}};
   for (const auto& r : rows)
     EXPECT_EQ(r.node->Path(r.attribut, r.sep, r.root), r.path) << base::Narrow(r.path);
   // A stop node outside the chain gives what was built, with its separator.
@@ -94,16 +93,12 @@ TEST(XmlChildPath, GetChildValueReadsAndCreatesOnRequest) {
     const char16_t* attr;
     const char16_t* value;
     std::int32_t nodes_after;
-  } rows[] = {{u"a.b", false, u"", u"B", 2},
-              {u"A.B", false, u"", u"B", 2},
-              {u"a", false, u"id", u"A", 2},
-              {u"a", false, u"none", u"", 2},
-              {u"a.x.y", false, u"", u"", 2},  // nothing made
-              {u"", false, u"", u"", 2},       // no steps: the node itself (no text)
-              {u"a.x.y", true, u"", u"", 4},
-              // Empty steps are empty names; the first made answers the second step for itself.
-              {u"a..", true, u"", u"", 5},
-              {u"a..", false, u"", u"", 5}};
+  } rows[] = {
+      // A missing step makes nothing unless asked; no steps is the node itself; empty steps are
+      // empty names, and the first made answers the second step for itself.
+      {u"a.b", false, u"", u"B", 2},  {u"A.B", false, u"", u"B", 2},  {u"a", false, u"id", u"A", 2},
+      {u"a", false, u"none", u"", 2}, {u"a.x.y", false, u"", u"", 2}, {u"", false, u"", u"", 2},
+      {u"a.x.y", true, u"", u"", 4},  {u"a..", true, u"", u"", 5},    {u"a..", false, u"", u"", 5}};
   for (const auto& r : rows) {
     EXPECT_EQ(root->GetChildValue(r.path, r.create, r.attr), r.value)
         << testing::PrintToString(std::u16string(r.path));
@@ -126,6 +121,7 @@ TEST(XmlChildPath, GetChildNodeCreatesWithEventsAndEachStepCanAnswerForItself) {
   EXPECT_EQ(root->GetChildNode(u"z", false, true)->Name(), u"z");
 }
 
+// Fields past the end of the text are short, then empty.
 TEST(XmlChildPath, FixSplit) {
   using Fields = std::vector<std::u16string>;
   struct Row {
@@ -135,7 +131,7 @@ TEST(XmlChildPath, FixSplit) {
     Fields fields;
   } rows[] = {{u"20120113>07", {8, 2}, 1, {u"20120113", u"07"}},
               {u"abcdef", {2, 2, 2}, 0, {u"ab", u"cd", u"ef"}},
-              {u"ab", {1, 5, 3}, 0, {u"a", u"b", u""}},  // past the end: short, then empty
+              {u"ab", {1, 5, 3}, 0, {u"a", u"b", u""}},
               {u"a-b-c", {1, 1}, 1, {u"a", u"b"}},
               {u"abc", {}, 1, {}},
               {u"abc", {0, 1}, 1, {u"", u"b"}}};

@@ -41,45 +41,44 @@ struct Doc {
 TEST(XmlRules, MatchRuleCases) {
   Doc d;
   struct Row {
-    const char* what;
     XmlNodePtr rules;
     XmlNodePtr node;
     bool match;
   } rows[] = {
-      {"no MatchRule child", R({Node(u"Other")}), d.item, false},
-      {"empty rule set", Node(u"R"), d.item, false},
-      {"no criteria, no path", R({Rule(u"")}), d.title, true},
-      {"path suffix", R({Rule(u"list.item")}), d.item, true},
-      {"plain suffix, no separator check", R({Rule(u"item")}), d.listitem, true},
-      {"path longer than the node's", R({Rule(u"x.root.list")}), d.list, false},
-      {"path is case-sensitive", R({Rule(u"List.item")}), d.item, false},
-      {"rule element name is exact", R({Node(u"matchrule")}), d.item, false},
-      {"attribute exists", R({Rule(u"", {Attr(u"id")})}), d.item, true},
-      {"attribute name exact", R({Rule(u"", {Attr(u"ID")})}), d.item, false},
-      {"attribute value", R({Rule(u"", {Attr(u"kind", u"file")})}), d.item, true},
-      {"attribute value exact", R({Rule(u"", {Attr(u"kind", u"File")})}), d.item, false},
-      {"child exists", R({Rule(u"", {Criterion(u"Child", u"TITLE")})}), d.item, true},
-      {"child value", R({Rule(u"", {Criterion(u"Child", u"title", u"T")})}), d.item, true},
-      {"child value exact", R({Rule(u"", {Criterion(u"Child", u"title", u"t")})}), d.item, false},
-      {"on the parent", R({Rule(u"", {Attr(u"lang", u"fr", u"", u"1")})}), d.item, true},
-      {"parentdepth rounded", R({Rule(u"", {Attr(u"lang", u"", u"", u"0.6")})}), d.item, true},
-      {"two levels up", R({Rule(u"", {Attr(u"lang", u"", u"", u"2")})}), d.title, true},
-      {"past the top tests an empty node", R({Rule(u"", {Attr(u"lang", u"", u"", u"4")})}), d.title,
+      {R({Node(u"Other")}), d.item, false},                      // no MatchRule child
+      {Node(u"R"), d.item, false},                               // empty rule set
+      {R({Rule(u"")}), d.title, true},                           // no criteria, no path
+      {R({Rule(u"list.item")}), d.item, true},                   // path suffix
+      {R({Rule(u"item")}), d.listitem, true},                    // plain suffix, no separator check
+      {R({Rule(u"x.root.list")}), d.list, false},                // path longer than the node's
+      {R({Rule(u"List.item")}), d.item, false},                  // path is case-sensitive
+      {R({Node(u"matchrule")}), d.item, false},                  // rule element name is exact
+      {R({Rule(u"", {Attr(u"id")})}), d.item, true},             // attribute exists
+      {R({Rule(u"", {Attr(u"ID")})}), d.item, false},            // attribute name exact
+      {R({Rule(u"", {Attr(u"kind", u"file")})}), d.item, true},  // attribute value
+      {R({Rule(u"", {Attr(u"kind", u"File")})}), d.item, false},        // attribute value exact
+      {R({Rule(u"", {Criterion(u"Child", u"TITLE")})}), d.item, true},  // child exists
+      {R({Rule(u"", {Criterion(u"Child", u"title", u"T")})}), d.item, true},   // child value
+      {R({Rule(u"", {Criterion(u"Child", u"title", u"t")})}), d.item, false},  // child value exact
+      {R({Rule(u"", {Attr(u"lang", u"fr", u"", u"1")})}), d.item, true},       // on the parent
+      {R({Rule(u"", {Attr(u"lang", u"", u"", u"0.6")})}), d.item, true},  // parentdepth rounded
+      {R({Rule(u"", {Attr(u"lang", u"", u"", u"2")})}), d.title, true},   // two levels up
+      // past the top tests an empty node
+      {R({Rule(u"", {Attr(u"lang", u"", u"", u"4")})}), d.title, false},
+      {R({Rule(u"", {Node(u"Note")})}), d.item, true},  // other criteria count as satisfied
+      // binding failure in the first fitting rule rejects
+      {R({Rule(u"item", {Attr(u"missing")}), Rule(u"")}), d.item, false},
+      // a failing filter passes to the next rule
+      {Node(u"R", {Rule(u"item", {Attr(u"missing", u"", u"filter")}), Rule(u"")}), d.item, true},
+      // filter holds, binding fails
+      {R({Rule(u"", {Attr(u"kind", u"file", u"filter"), Attr(u"id", u"2")}), Rule(u"")}), d.item,
        false},
-      {"other criteria count as satisfied", R({Rule(u"", {Node(u"Note")})}), d.item, true},
-      {"binding failure in the first fitting rule rejects",
-       R({Rule(u"item", {Attr(u"missing")}), Rule(u"")}), d.item, false},
-      {"a failing filter passes to the next rule",
-       Node(u"R", {Rule(u"item", {Attr(u"missing", u"", u"filter")}), Rule(u"")}), d.item, true},
-      {"filter holds, binding fails",
-       R({Rule(u"", {Attr(u"kind", u"file", u"filter"), Attr(u"id", u"2")}), Rule(u"")}), d.item,
-       false},
-      {"a rule whose path does not fit is skipped",
-       R({Rule(u"title", {Attr(u"missing")}), Rule(u"")}), d.item, true},
-      {"type is exact", R({Rule(u"", {Attr(u"x", u"", u"Filter")}), Rule(u"")}), d.item, false}};
-  for (const auto& r : rows) {
-    EXPECT_EQ(r.node->MatchRule(r.rules), r.match) << r.what;
-  }
+      // a rule whose path does not fit is skipped
+      {R({Rule(u"title", {Attr(u"missing")}), Rule(u"")}), d.item, true},
+      {R({Rule(u"", {Attr(u"x", u"", u"Filter")}), Rule(u"")}), d.item, false},  // type is exact
+  };
+  for (std::size_t i = 0; i < std::size(rows); ++i)
+    EXPECT_EQ(rows[i].node->MatchRule(rows[i].rules), rows[i].match) << "row " << i;
 }
 
 TEST(XmlRules, BadParentDepthOrMissingRulesLogAndAnswerFalse) {

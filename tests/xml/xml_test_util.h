@@ -20,7 +20,6 @@ struct XmlNodeTestPeer {
     node.sleep_ = xml::SleepText::Owned(text);
   }
   static std::u16string SleepText(const cXmlNode& node) { return node.sleep_.str(); }
-  static void SetNodeFromPtrGuard(cXmlNode& node, bool on) { node.node_from_ptr_guard_ = on; }
   static void SetXmlVersion(cXmlNode& node, std::u16string_view v) {
     node.GetExtras().xml_version.assign(v);
   }
