@@ -128,7 +128,8 @@ TEST(XmlParser, LazyReadingKeepsChildrenAsleepUntilAskedAndRaisesOnlyOnAssignmen
   n->XmlData(u"<z y=\"2\">t</z>");
   n->XmlData(u"");
   EXPECT_EQ(Dump(n), u"z[y=2]\"t\"");
-  // Malformed text keeps the name the lazy path had; the full path starts from nothing.
+  // Malformed text keeps the name the lazy path had (not its attributes); the full path
+  // starts from nothing.
   n->XmlData(u"<a>no end");
   EXPECT_EQ(n->Name() + n->Attribut(u"y"), u"z");
   n->XmlData___NonRecursif(u"<a>no end");
