@@ -73,7 +73,6 @@ TEST(XmlPath, Forms) {
               {c, u"ID", u".", nullptr, u"a.b-7.c"},
               {c, u"none||id", u".", nullptr, u"a.b-7.c"},
               {c, u"", u"::", nullptr, u"a::b::c"},
-              {c, u"", u"", nullptr, u"abc"},
               {e2, u"", u".", nullptr, u"a.."},
               {e2, u"", u".", top, u"."}};
   for (const auto& r : rows)

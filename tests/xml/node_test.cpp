@@ -120,36 +120,35 @@ TEST(XmlNodeTree, MissingNodesGiveNeutralResults) {
     const char* what;
     std::function<bool(const XmlNodePtr&)> neutral;  // on a node "p" with one child "c"
     std::u16string log;                              // the first line logged, "" for none
-  } rows[] = {
-      {"AddChild(nothing)",
-       [](auto& p) { return p->AddChild(nullptr) == 0 && p->ChildCount() == 1; },
-       u"Erreur" + not_set + u"dans Function cXmlNode.AddChild"},
-      {"Child(0)", [](auto& p) { return !p->Child(0); },
-       u"Error" + range + u"in Property cXmlNode.Child"},
-      {"Child past the end", [](auto& p) { return !p->Child(2); },
-       u"Error" + range + u"in Property cXmlNode.Child"},
-      {"AttrName(0)", [](auto& p) { return p->AttrName(0).empty(); },
-       u"Error" + range + u"in Property cXmlNode.AttrName"},
-      {"CopyItemDataTo(nothing)", [](auto& p) { return p->CopyItemDataTo(nullptr), true; },
-       u"Error" + not_set + u"in Sub cXmlNode.CopyItemDataTo"},
-      {"MatchRule(nothing)", [](auto& p) { return !p->MatchRule(nullptr); },
-       u"Error" + not_set + u"in Function cXmlNode.MatchRule"},
-      {"Match(nothing)", [](auto& p) { return !p->Match(nullptr); },
-       u"Error" + not_set + u"in Function cXmlNode.NodeMatch"},
-      {"AddEventSink(nothing)", [](auto& p) { return p->AddEventSink(nullptr), true; }, u""},
-      {"neighbours of a node without a parent",
-       [](auto& p) {
-         return !p->Parent() && !p->PrevSibling() && !p->NextSibling() && !p->PrevNode() &&
-                !p->GetParent(2) && p->RootNode() == p && p->Child(1)->NextNode() == nullptr;
-       },
-       u""},
-      {"paths and children that are not there",
-       [](auto& p) {
-         p->SortChilds(u"c:missing,c:none/a:id");
-         return !p->GetChildNode(u"c.d.e") && p->GetChildValue(u"x.y").empty() &&
-                p->ChildAttribut(u"x", u"id").empty() && p->ChildValue(u"x").empty();
-       },
-       u""}};
+  } rows[] = {{"AddChild(nothing)",
+               [](auto& p) { return p->AddChild(nullptr) == 0 && p->ChildCount() == 1; },
+               u"Erreur" + not_set + u"dans Function cXmlNode.AddChild"},
+              {"Child(0)", [](auto& p) { return !p->Child(0); },
+               u"Error" + range + u"in Property cXmlNode.Child"},
+              {"Child past the end", [](auto& p) { return !p->Child(2); },
+               u"Error" + range + u"in Property cXmlNode.Child"},
+              {"AttrName(0)", [](auto& p) { return p->AttrName(0).empty(); },
+               u"Error" + range + u"in Property cXmlNode.AttrName"},
+              {"CopyItemDataTo(nothing)", [](auto& p) { return p->CopyItemDataTo(nullptr), true; },
+               u"Error" + not_set + u"in Sub cXmlNode.CopyItemDataTo"},
+              {"MatchRule(nothing)", [](auto& p) { return !p->MatchRule(nullptr); },
+               u"Error" + not_set + u"in Function cXmlNode.MatchRule"},
+              {"Match(nothing)", [](auto& p) { return !p->Match(nullptr); },
+               u"Error" + not_set + u"in Function cXmlNode.NodeMatch"},
+              {"neighbours of a node without a parent",
+               [](auto& p) {
+                 return !p->Parent() && !p->PrevSibling() && !p->NextSibling() && !p->PrevNode() &&
+                        !p->GetParent(2) && p->RootNode() == p &&
+                        p->Child(1)->NextNode() == nullptr;
+               },
+               u""},
+              {"paths and children that are not there",
+               [](auto& p) {
+                 p->SortChilds(u"c:missing,c:none/a:id");
+                 return !p->GetChildNode(u"c.d.e") && p->GetChildValue(u"x.y").empty() &&
+                        p->ChildAttribut(u"x", u"id").empty() && p->ChildValue(u"x").empty();
+               },
+               u""}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     const XmlNodePtr p = Node(u"p", {Node(u"c")});
