@@ -165,14 +165,16 @@ TEST(XmlParser, RuleMembersAnswerAsTheReaderReads) {
   EXPECT_EQ(name, u"a");
   EXPECT_EQ(n->NextTag(u"<a/>", 0, length, name), 1);  // before the first: from the first
   EXPECT_EQ(n->FindTagEnd(u"<a><A>x</a></A>", 2, u"a"), 12);
+  xml_test::LogCapture log;
   EXPECT_EQ(n->FindTagEnd(u"<a></a>", 0, u"a"), 0);  // no position 0: a trapped call
+  EXPECT_EQ(log.lines.size(), 1u);
   EXPECT_TRUE(n->GetTagInfo(u"<t k=\"&lt;\">v</T>"));
   EXPECT_EQ(Dump(n), u"t[k=<]\"v\"");
   EXPECT_FALSE(n->GetTagInfo(u"x") || n->GetTagInfo(u"<u>v</t>"));
   EXPECT_EQ(n->Name(), u"u");
   EXPECT_FALSE(n->GetTagInfo(u"<w k=\"2\" </w>"));
   EXPECT_EQ(Dump(n), u"w[k=2]\"v\"");  // attributes read, the value left as it was
-  EXPECT_TRUE(cXmlNode::IsXML(u" \r\n\t<a>", 0) && !cXmlNode::IsXML(u" <![CDATA[x]]>", 1));
+  EXPECT_TRUE(cXmlNode::IsXML(u" \r\n\t<a>", 1) && !cXmlNode::IsXML(u" <![CDATA[x]]>", 1));
   EXPECT_EQ(cXmlNode::xTrim(u" \t\r\nx y\n "), u"x y");
   EXPECT_EQ(cXmlNode::DeleteRems(u"a<!-<!-- x -->- y -->b<!-- z", u"<!--", u"-->"), u"ab<!-- z");
 }
