@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <string>
 
-#include "support/xml_structure.h"
 #include "xml/comment_cut.h"
 #include "xml/scan.h"
+#include "xml_structure.h"
 
 namespace {
 

@@ -24,15 +24,17 @@ class Counter : public xml::XmlNodeEvents {
 TEST(XmlTreeShapes, MillionLevelChain) {
   const std::int64_t live = cXmlNode::LiveNodeCount();
   {
-    // root > n > ... > leaf, built without events, the way the reader builds a document.
-    XmlNodePtr root = Node(u"root");
+    // root > e > ... > leaf, read lazily and woken one level at a time on the way down; a
+    // second copy read at once.
+    std::u16string text = u"<root>";
+    for (std::int32_t i = 2; i < kMillion; ++i) text += u"<e>";
+    text += u"<leaf>x</leaf>";
+    for (std::int32_t i = 2; i < kMillion; ++i) text += u"</e>";
+    XmlNodePtr root = xml_test::Read(text + u"</root>");
     XmlNodePtr leaf = root;
-    for (std::int32_t i = 1; i < kMillion; ++i) {
-      XmlNodePtr next = cXmlNode::Create();
-      next->Name(i + 1 == kMillion ? u"leaf" : u"n");
-      XmlNodeTestPeer::AppendChildQuiet(*leaf, next);
-      leaf = std::move(next);
-    }
+    while (leaf->ChildCount() == 1) leaf = leaf->Child(1);
+    EXPECT_EQ(leaf->Name() + leaf->Value(), u"leafx");
+    EXPECT_EQ(xml_test::Read(text + u"</root>", true)->NodeCount(), kMillion - 1);
     EXPECT_EQ(root->NodeCount(), kMillion - 1);  // the walk down
     EXPECT_EQ(root->FindNode(u"leaf", true), leaf);
     EXPECT_EQ(leaf->Depth(), kMillion - 1);  // the walks up
@@ -45,9 +47,11 @@ TEST(XmlTreeShapes, MillionLevelChain) {
     auto top = std::make_shared<Counter>(), bottom = std::make_shared<Counter>();
     root->AddEventSink(top);
     leaf->AddEventSink(bottom);
-    leaf->Value(u"x");
+    leaf->Value(u"y");
     root->Attribut(u"k", u"v");
     EXPECT_EQ(top->heard + bottom->heard, 2);
+    root->Sleep();  // held at the bottom: every level stays awake
+    EXPECT_FALSE(root->IsSleeping() || leaf->Parent()->IsSleeping());
     // Release deletes the chain from the bottom, each deletion heard once at the top.
     root->Release();
     EXPECT_EQ(top->heard, 1 + kMillion - 1);

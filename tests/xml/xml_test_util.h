@@ -20,24 +20,20 @@ struct XmlNodeTestPeer {
     node.sleep_ = xml::SleepText::Owned(text);
   }
   static std::u16string SleepText(const cXmlNode& node) { return node.sleep_.str(); }
-  static void SetNodeFromPtrGuard(cXmlNode& node, bool on) { node.node_from_ptr_guard_ = on; }
   static void SetXmlVersion(cXmlNode& node, std::u16string_view v) {
     node.GetExtras().xml_version.assign(v);
   }
   static void RequestSaveSleepData(cXmlNode& node) { node.RequestSaveSleepData(); }
-  // Nodes in the process that have a listener.
-  static std::int64_t ListeningNodes() { return xml::detail::listening_nodes; }
-  // Appends the way the reader does, without events.
-  static void AppendChildQuiet(cXmlNode& parent, XmlNodePtr child) {
-    parent.AppendChildQuiet(std::move(child));
-  }
   // Raises the Deleted family on a node as it stands (children included).
   static void RaiseDeleted(cXmlNode& node) { node.RaiseDeleted(node.EventLock(), nullptr); }
 };
 
 namespace xml_test {
 
-// A node with a name, a text, attributes and children.
+using testing_support::LogCapture;
+using Lines = std::vector<std::u16string>;
+
+// A node with a name, a raw text, attributes and children.
 struct NodeDef {
   std::u16string name;
   std::u16string value;
@@ -57,108 +53,78 @@ inline XmlNodePtr Node(const char16_t* name, std::initializer_list<XmlNodePtr> c
   return Node(NodeDef{name, {}, {}}, children);
 }
 
+// A node read lazily (XmlData) or all at once (XmlData___NonRecursif).
+inline XmlNodePtr Read(std::u16string_view text, bool full = false) {
+  XmlNodePtr n = cXmlNode::Create();
+  if (full) {
+    n->XmlData___NonRecursif(text);
+  } else {
+    n->XmlData(text);
+  }
+  return n;
+}
+
 // The names of a node's children, joined by ",".
 inline std::u16string ChildNames(const XmlNodePtr& node) {
   std::u16string names;
-  for (std::int32_t i = 1; i <= node->ChildCount(); ++i) {
-    if (i > 1) names += u",";
-    names += node->Child(i)->Name();
-  }
+  for (std::int32_t i = 1; i <= node->ChildCount(); ++i)
+    names += (i > 1 ? u"," : u"") + node->Child(i)->Name();
   return names;
 }
 
-// A tree as one line, for comparisons: name, [attributes], "raw value", {children; ...}.
-// Reading it wakes the nodes one level at a time, as ChildCount does. Walks without recursion.
-inline std::u16string Dump(const XmlNodePtr& top) {
-  std::u16string out;
-  struct Frame {
-    XmlNodePtr node;
-    std::int32_t next;
-  };
-  std::vector<Frame> stack;
-  const auto open = [&](const XmlNodePtr& n) {
-    out += n->Name();
-    if (n->AttrCount() > 0) {
-      out += u"[";
-      for (std::int32_t i = 1; i <= n->AttrCount(); ++i) {
-        if (i > 1) out += u",";
-        out += n->AttrName(i) + u"=" + n->Attribut(n->AttrName(i));
-      }
-      out += u"]";
-    }
-    if (!n->RawValue().empty()) out += u"\"" + n->RawValue() + u"\"";
-    stack.push_back({n, 0});
-  };
-  open(top);
-  while (!stack.empty()) {
-    Frame& f = stack.back();
-    const std::int32_t count = f.node->ChildCount();
-    if (f.next == count) {
-      if (count > 0) out += u"}";
-      stack.pop_back();
-      continue;
-    }
-    out += f.next == 0 ? u"{" : u";";
-    const XmlNodePtr child = f.node->Child(++f.next);
-    open(child);
-  }
-  return out;
+// A small tree as one line: name, [attributes], "raw value", {children; ...}. Reading it wakes
+// the nodes one level at a time, as ChildCount does.
+inline std::u16string Dump(const XmlNodePtr& n) {
+  std::u16string out = n->Name();
+  for (std::int32_t i = 1; i <= n->AttrCount(); ++i)
+    out += (i > 1 ? u"," : u"[") + n->AttrName(i) + u"=" + n->Attribut(n->AttrName(i));
+  if (n->AttrCount() > 0) out += u"]";
+  if (!n->RawValue().empty()) out += u"\"" + n->RawValue() + u"\"";
+  for (std::int32_t i = 1; i <= n->ChildCount(); ++i)
+    out += (i > 1 ? u";" : u"{") + Dump(n->Child(i));
+  return n->ChildCount() > 0 ? out + u"}" : out;
 }
-
-using testing_support::LogCapture;
 
 // A typed listener that writes one line per event: "sender:Event" followed by the names of
 // the node parameters and the texts, e.g. "b:ChildModified(c,id)".
 class Recorder : public xml::XmlNodeEvents {
  public:
-  explicit Recorder(std::vector<std::u16string>& out) : out_(out) {}
-
-  static std::shared_ptr<Recorder> On(std::initializer_list<XmlNodePtr> nodes,
-                                      std::vector<std::u16string>& out) {
+  explicit Recorder(Lines& out) : out_(out) {}
+  static std::shared_ptr<Recorder> On(std::initializer_list<XmlNodePtr> nodes, Lines& out) {
     auto r = std::make_shared<Recorder>(out);
     for (const auto& n : nodes) n->AddEventSink(r);
     return r;
   }
-
-  void Modified(cXmlNode& s, const std::u16string& a) override { Put(s, u"Modified", {a}); }
-  void ChildModified(cXmlNode& s, const XmlNodePtr& n, const std::u16string& a) override {
-    Put(s, u"ChildModified", {NameOf(n), a});
+  using S = cXmlNode;
+  using N = XmlNodePtr;
+  using T = std::u16string;
+  using P = xml::EventParamList;
+  void Modified(S& s, const T& a) override { Put(s, u"Modified", {a}); }
+  void ChildModified(S& s, const N& n, const T& a) override {
+    Put(s, u"ChildModified", {Of(n), a});
   }
-  void ParentModifed(cXmlNode& s, const XmlNodePtr& n, const std::u16string& a) override {
-    Put(s, u"ParentModifed", {NameOf(n), a});
+  void ParentModifed(S& s, const N& n, const T& a) override {
+    Put(s, u"ParentModifed", {Of(n), a});
   }
-  void Deleted(cXmlNode& s) override { Put(s, u"Deleted", {}); }
-  void ChildDeleted(cXmlNode& s, const XmlNodePtr& n) override {
-    Put(s, u"ChildDeleted", {NameOf(n)});
+  void Deleted(S& s) override { Put(s, u"Deleted", {}); }
+  void ChildDeleted(S& s, const N& n) override { Put(s, u"ChildDeleted", {Of(n)}); }
+  void ParentDeleted(S& s, const N& n) override { Put(s, u"ParentDeleted", {Of(n)}); }
+  void Added(S& s) override { Put(s, u"Added", {}); }
+  void ChildAdded(S& s, const N& n) override { Put(s, u"ChildAdded", {Of(n)}); }
+  void ParentAdded(S& s, const N& n) override { Put(s, u"ParentAdded", {Of(n)}); }
+  void NodeEvent(S& s, const T& id, const P&) override { Put(s, u"NodeEvent", {id}); }
+  void ChildNodeEvent(S& s, const T& id, const N& n, const P&) override {
+    Put(s, u"ChildNodeEvent", {id, Of(n)});
   }
-  void ParentDeleted(cXmlNode& s, const XmlNodePtr& n) override {
-    Put(s, u"ParentDeleted", {NameOf(n)});
+  void ParentNodeEvent(S& s, const T& id, const N& n, const P&) override {
+    Put(s, u"ParentNodeEvent", {id, Of(n)});
   }
-  void Added(cXmlNode& s) override { Put(s, u"Added", {}); }
-  void ChildAdded(cXmlNode& s, const XmlNodePtr& n) override { Put(s, u"ChildAdded", {NameOf(n)}); }
-  void ParentAdded(cXmlNode& s, const XmlNodePtr& n) override {
-    Put(s, u"ParentAdded", {NameOf(n)});
+  void SaveSleepData(S& s, const N& n, T& data, bool& saved) override {
+    Put(s, u"SaveSleepData", {Of(n), data});
+    if (keep_sleep_text) saved = true, kept = data;
   }
-  void NodeEvent(cXmlNode& s, const std::u16string& id, const xml::EventParamList&) override {
-    Put(s, u"NodeEvent", {id});
-  }
-  void ChildNodeEvent(cXmlNode& s, const std::u16string& id, const XmlNodePtr& n,
-                      const xml::EventParamList&) override {
-    Put(s, u"ChildNodeEvent", {id, NameOf(n)});
-  }
-  void ParentNodeEvent(cXmlNode& s, const std::u16string& id, const XmlNodePtr& n,
-                       const xml::EventParamList&) override {
-    Put(s, u"ParentNodeEvent", {id, NameOf(n)});
-  }
-  void SaveSleepData(cXmlNode& s, const XmlNodePtr& n, std::u16string& data, bool& saved) override {
-    Put(s, u"SaveSleepData", {NameOf(n), data});
-    if (keep_sleep_text) {
-      saved = true;
-      kept = data;
-    }
-  }
-  void RestoreSleepData(cXmlNode& s, const XmlNodePtr& n, std::u16string& data) override {
-    Put(s, u"RestoreSleepData", {NameOf(n)});
+  void RestoreSleepData(S& s, const N& n, T& data) override {
+    Put(s, u"RestoreSleepData", {Of(n)});
     data = kept;
   }
 
@@ -166,23 +132,13 @@ class Recorder : public xml::XmlNodeEvents {
   std::u16string kept;
 
  private:
-  static std::u16string NameOf(const XmlNodePtr& n) { return n ? n->Name() : u"<none>"; }
-  void Put(cXmlNode& sender, std::u16string_view event,
-           std::initializer_list<std::u16string> params) {
-    std::u16string line = sender.Name() + u":" + std::u16string(event);
-    if (params.size() != 0) {
-      line += u"(";
-      bool first = true;
-      for (const auto& p : params) {
-        if (!first) line += u",";
-        line += p;
-        first = false;
-      }
-      line += u")";
-    }
-    out_.push_back(std::move(line));
+  static T Of(const N& n) { return n ? n->Name() : u"<none>"; }
+  void Put(S& sender, std::u16string_view event, std::initializer_list<T> params) {
+    T line = sender.Name() + u":" + T(event);
+    for (const auto& p : params) line += (&p == params.begin() ? u"(" : u",") + p;
+    out_.push_back(params.size() ? line + u")" : line);
   }
-  std::vector<std::u16string>& out_;
+  Lines& out_;
 };
 
 }  // namespace xml_test

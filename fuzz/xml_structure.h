@@ -1,6 +1,6 @@
 // The element structure of a document as the reader builds it, two ways: by applying the
 // reader's rules (xml/scan.h) to copies of the text the way the element parse does, level by
-// level, and from the one-pass index (xml/element_scan.h). Tests and the fuzz target compare
+// level, and from the one-pass index (xml/element_scan.h). The scan fuzz target compares
 // the two element by element.
 #pragma once
 

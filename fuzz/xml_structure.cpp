@@ -1,4 +1,4 @@
-#include "support/xml_structure.h"
+#include "xml_structure.h"
 
 #include <utility>
 
