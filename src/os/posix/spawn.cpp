@@ -2,6 +2,9 @@
 // async-signal-safe calls: everything it needs is prepared before the fork.
 #include "os/posix/spawn.h"
 
+#include <algorithm>
+#include <string_view>
+
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -82,6 +85,19 @@ SpawnResult Spawn(const std::vector<std::string>& argv, const SpawnOptions& opti
   for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
   const char* folder = options.folder.empty() ? nullptr : options.folder.c_str();
+  // The child's environment, made before the fork (nothing is allocated after it).
+  std::vector<char*> env;
+  for (char** e = environ; *e; ++e) {
+    const std::string_view entry(*e);
+    const bool replaced =
+        std::any_of(options.environment.begin(), options.environment.end(), [&](const auto& s) {
+          const std::size_t name = s.find('=');
+          return entry.size() > name && entry.substr(0, name + 1) == s.substr(0, name + 1);
+        });
+    if (!replaced) env.push_back(*e);
+  }
+  for (const std::string& s : options.environment) env.push_back(const_cast<char*>(s.c_str()));
+  env.push_back(nullptr);
 
   // The child writes the errno of a failed chdir or exec here; a successful exec closes it.
   int report[2];
@@ -114,7 +130,7 @@ SpawnResult Spawn(const std::vector<std::string>& argv, const SpawnOptions& opti
     }
     if (folder && chdir(folder) != 0) ReportAndExit(report[1], errno);
     CloseInheritedDescriptors();
-    execve(args[0], args.data(), environ);
+    execve(args[0], args.data(), env.data());
     ReportAndExit(report[1], errno);
   }
   close(report[1]);

@@ -27,6 +27,8 @@ struct SpawnOptions {
   // standard input from /dev/null: it outlives the caller's terminal (no SIGHUP when the
   // terminal's leader ends, no job control) and never takes the user's typing from the shell.
   bool new_session = false;
+  // "NAME=value" settings that replace the caller's for the child; the rest is inherited.
+  std::vector<std::string> environment;
 };
 
 struct SpawnResult {

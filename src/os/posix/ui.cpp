@@ -18,6 +18,7 @@
 // it is set no dialog and no window is tried (ways 1 and 4), so tests never raise a real one.
 #include <errno.h>
 #include <fcntl.h>
+#include <locale.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -255,6 +256,17 @@ int WaitBounded(pid_t pid, int limit_ms) {
 
 // Runs a dialog program, collecting its standard output and error; exit_code -1 when it did
 // not start.
+// GTK and Xt read their arguments in the user's locale; where the C library lacks it (a
+// "pt_BR.UTF-8" that was never generated) they fall back to ASCII and refuse or blank any
+// other text. Such a user's dialogs run in the C library's UTF-8 locale instead.
+std::vector<std::string> DialogEnvironment() {
+  if (locale_t user = newlocale(LC_ALL_MASK, "", static_cast<locale_t>(0))) {
+    freelocale(user);
+    return {};
+  }
+  return {"LC_ALL=C.UTF-8"};
+}
+
 ToolOutput RunTool(const std::vector<std::string>& argv) {
   ToolOutput result;
   int out_pipe[2];
@@ -268,6 +280,7 @@ ToolOutput RunTool(const std::vector<std::string>& argv) {
   posix::SpawnOptions options;
   options.stdout_fd = out_pipe[1];
   options.stderr_fd = err_pipe[1];
+  options.environment = DialogEnvironment();
   posix::SpawnResult spawned = posix::Spawn(argv, options);
   close(out_pipe[1]);
   close(err_pipe[1]);
@@ -443,6 +456,7 @@ std::optional<std::int32_t> TerminalWindowBox(const MessageBoxParams& params,
       "while [ ! -e \"$2\" ] && kill -0 \"$3\" 2>/dev/null; do sleep 0.2; done";
   posix::SpawnOptions options;
   options.quiet_stderr = true;
+  options.environment = DialogEnvironment();
   // x-terminal-emulator takes -T and -e (Debian's rule for the alternative), as xterm does.
   posix::SpawnResult spawned =
       posix::Spawn({terminal, "-T", Utf8Lines(params.caption), "-e", "/bin/sh", "-c", script, "sh",
@@ -515,6 +529,7 @@ void NotShown(const MessageBoxParams& params) {
   if (HasGraphicalSession() && !notify.empty()) {
     posix::SpawnOptions options;
     options.quiet_stderr = true;
+    options.environment = DialogEnvironment();
     posix::SpawnResult spawned = posix::Spawn({notify, caption, text}, options);
     if (spawned.pid >= 0) WaitBounded(spawned.pid, 3000);
   }
