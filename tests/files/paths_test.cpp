@@ -72,34 +72,4 @@ TEST(Paths, PartsAndMarks) {
     EXPECT_EQ(mFileUtils::LongPath(path), marked) << Show(path);
 }
 
-// The companions' tests on paths: whole components, either separator, either case on request.
-TEST(Paths, UnderParentAndChild) {
-  struct Row {
-    std::u16string path, folder;
-    bool under_ignoring_case, under;
-  } rows[] = {
-      // clang-format off
-      {u"C:\\Suite\\a.exe", u"C:\\Suite", true, true}, {u"C:\\Suite", u"C:\\Suite\\", true, true},
-      {u"C:\\Suite2\\a.exe", u"C:\\Suite", false, false}, {u"c:/suite/a", u"C:\\Suite", true, false},
-      {u"/media/s/x", u"/", true, true}, {u"C:\\", u"C:\\Suite", false, false},
-      // clang-format on
-  };
-  for (const Row& row : rows) {
-    EXPECT_EQ(sys::PathIsUnder(row.path, row.folder, true), row.under_ignoring_case)
-        << Show(row.path) << " under " << Show(row.folder);
-    EXPECT_EQ(sys::PathIsUnder(row.path, row.folder, false), row.under) << Show(row.path);
-  }
-  EXPECT_EQ(sys::ParentFolder(u"E:\\Suite\\x.exe"), u"E:\\Suite");
-  EXPECT_EQ(sys::ParentFolder(u"E:\\x.exe"), u"E:\\");
-  EXPECT_EQ(sys::ParentFolder(u"/x"), u"/");
-  EXPECT_EQ(sys::ParentFolder(u"x.exe"), u"");
-  EXPECT_EQ(sys::ChildPath(u"E:\\", u"x"), u"E:\\x");
-  EXPECT_EQ(sys::ChildPath(u"/media/s", u"x"), u"/media/s/x");
-  EXPECT_EQ(sys::ChildPath(u"Suite", u"x"), u"Suite\\x");
-  EXPECT_TRUE(sys::IsRootPath(u"C:") && sys::IsRootPath(u"\\\\server\\share\\"));
-  EXPECT_FALSE(sys::IsRootPath(u"C:\\x"));
-  EXPECT_TRUE(sys::SamePath(u"C:/A", u"c:\\a", true));
-  EXPECT_FALSE(sys::SamePath(u"C:/A", u"c:\\a", false));
-}
-
 }  // namespace
