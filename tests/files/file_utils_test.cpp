@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <ctime>
+#include <chrono>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -33,25 +33,21 @@ class FileUtils : public ::testing::Test {
 TEST_F(FileUtils, FileExistsAndAttributes) {
   dir.Write(u"five.txt", "12345");
   fs::create_directory(fs::path(P(u"folder")));
-  std::time_t t = std::time(nullptr);
-  std::tm tm{};
-#ifdef _WIN32
-  gmtime_s(&tm, &t);
-#else
-  gmtime_r(&t, &tm);
-#endif
-  const base::Date now = base::MakeDate(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour,
-                                        tm.tm_min, tm.tm_sec);
+  // Dates count days since 30 December 1899, in UTC here.
+  const base::Date now =
+      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count() /
+          86400 +
+      25569;
+  // Sizes past 4 GiB take the high word (a sparse file: no space is used).
+  std::filesystem::resize_file(fs::path(dir.Write(u"big", "")), 4294967301u);
   // A folder is no file, but its size and date are written; nothing found writes nothing.
   struct Row {
     const char16_t* name;
     bool exists;
     double size;
-  } rows[] = {{u"five.txt", true, 5},
-              {u"f*.txt", true, 5},
-              {u"folder", false, 0},
-              {u"missing", false, -1},
-              {u"nofolder\\five.txt", false, -1}};
+  } rows[] = {{u"five.txt", true, 5},  {u"big", true, 4294967301.0},
+              {u"f*.txt", true, 5},    {u"folder", false, 0},
+              {u"missing", false, -1}, {u"nofolder\\five.txt", false, -1}};
   for (const Row& row : rows) {
     double size = -1;
     base::Date date = -1;
@@ -188,10 +184,15 @@ TEST_F(FileUtils, MoveFileToAndCreateFolder) {
   EXPECT_TRUE(mFileUtils::MoveFileTo(P(u"from"), P(u"to")));
   EXPECT_EQ(dir.Read(u"to"), "data");
 
-  for (const std::u16string& path :
-       {P(u"a\\b\\c\\"), P(u"a/b/d"), P(u"a\\b"), mFileUtils::LongPath(P(u"long\\one"))}) {
+  // The drive form of the folder's path ("Z:" is "/" on Linux), marked or not.
+  const std::u16string drive = dir.u16().starts_with(u"/") ? u"Z:" + dir.u16() : dir.u16();
+  for (auto [path, made] : {std::pair{P(u"a\\b\\c\\"), u"a/b/c"},
+                            {P(u"a/b/d"), u"a/b/d"},
+                            {P(u"a\\b"), u"a/b"},
+                            {drive + u"/z/y", u"z/y"},
+                            {mFileUtils::LongPath(drive + u"\\long\\one"), u"long/one"}}) {
     EXPECT_TRUE(mFileUtils::CreateFolder(path)) << base::Narrow(path);
-    EXPECT_TRUE(fs::is_directory(fs::path(mGlobal::GetFullPath(path))));
+    EXPECT_TRUE(fs::is_directory(fs::path(P(made)))) << base::Narrow(path);
   }
   EXPECT_FALSE(mFileUtils::CreateFolder(P(u"to\\sub"))) << "a file stands in the way";
   EXPECT_FALSE(mFileUtils::CreateFolder(u""));
