@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
@@ -102,10 +103,16 @@ class PosixUdisks : public testing::TestWithParam<FakeUdisks> {
   // Puts the stand-in on the bus under udisks2's name and answers calls in a thread.
   void Serve() {
     fake_.mount_point = base::Narrow(drive_.mount_point());
-    ASSERT_GE(sd_bus_new(&bus_), 0);
-    ASSERT_GE(sd_bus_set_address(bus_, address_.c_str()), 0);
-    ASSERT_GE(sd_bus_set_bus_client(bus_, 1), 0);
-    ASSERT_GE(sd_bus_start(bus_), 0);
+    // The socket's file appears before the daemon listens on it: a refused start is tried again.
+    for (int tries = 0; tries < 50 && !bus_; ++tries) {
+      ASSERT_GE(sd_bus_new(&bus_), 0);
+      ASSERT_GE(sd_bus_set_address(bus_, address_.c_str()), 0);
+      ASSERT_GE(sd_bus_set_bus_client(bus_, 1), 0);
+      if (sd_bus_start(bus_) >= 0) break;
+      bus_ = sd_bus_unref(bus_);
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    ASSERT_NE(bus_, nullptr) << "no connection to the private bus";
     const std::string block = "/org/freedesktop/UDisks2/block_devices/" +
                               base::Narrow(drive_.device()).substr(5);  // "loop3"
     const std::string ud = "org.freedesktop.UDisks2";
