@@ -61,7 +61,7 @@ TEST(SaveFile, WritesTheExactBytes) {
       {u"\u041F\u0440\u0438", "", true, 2, false, "\xD0\x9F\xD1\x80\xD0\xB8"},
       {u"", "\x80", false, 2, false, "\x80"}, {u"", utf16_ab, false, 1, false, utf16_ab},
       {u"", "caf\xE9", true, 2, false, "caf\xC3\xA9"},  // as text: decoded as a file's bytes are
-      {u"", "ab", true, 1, false, std::string("a\0b\0", 4)},
+      {u"", "ab", true, 1, false, std::string("a\0b\0", 4)}, {u"", "abc", false, 0, false, "abc"},
       // clang-format on
   };
   for (const auto& row : rows) {
@@ -100,6 +100,9 @@ TEST(SaveFile, AppendsReplacesAndKeepsBackups) {
   EXPECT_FALSE(dir.Exists(u"s.xml.003.bak"));
   ASSERT_TRUE(SaveFile(s, u"v5", true, 2, false, 1252, 3, false, u"old", 0, 0));
   EXPECT_EQ(dir.Read(u"old/s.xml.001.bak"), "v4");
+  dir.Write(u"taken", "a file where the backups' folder should be");
+  EXPECT_FALSE(SaveFile(s, u"v6", true, 2, false, 1252, 3, false, u"taken", 0, 0));
+  EXPECT_EQ(dir.Read(u"s.xml"), "v5");
 }
 
 TEST(SaveFile, DatedBackupsAtMostOnePerPeriodAndExpire) {
@@ -110,9 +113,9 @@ TEST(SaveFile, DatedBackupsAtMostOnePerPeriodAndExpire) {
   dir.Write(old_name, "ancient");
   dir.Write(u"s.xml", "v1");
   LogCapture log;
-  ASSERT_TRUE(SaveFile(path, u"v2", true, 2, false, 1252, 0, false, u"", 7, 60));
-  ASSERT_TRUE(SaveFile(path, u"v3", true, 2, false, 1252, 0, false, u"", 7, 60));
-  EXPECT_TRUE(log.Has(u"Suppression fichier BAK (plus de 7 jours) => "));
+  ASSERT_TRUE(SaveFile(path, u"v2", true, 2, false, 1252, 0, false, u"", 1, 60));
+  ASSERT_TRUE(SaveFile(path, u"v3", true, 2, false, 1252, 0, false, u"", 1, 60));
+  EXPECT_TRUE(log.Has(u"Suppression fichier BAK (plus de 1 jours) => "));
   EXPECT_TRUE(log.Has(u"Skip file backup ["));
   const Names names = Listing(dir);
   ASSERT_EQ(names.size(), 2u) << "one dated backup and the file";
