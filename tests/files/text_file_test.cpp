@@ -62,6 +62,7 @@ TEST(SaveFile, WritesTheExactBytes) {
       {u"", "\x80", false, 2, false, "\x80"}, {u"", utf16_ab, false, 1, false, utf16_ab},
       {u"", "caf\xE9", true, 2, false, "caf\xC3\xA9"},  // as text: decoded as a file's bytes are
       {u"", "ab", true, 1, false, std::string("a\0b\0", 4)}, {u"", "abc", false, 0, false, "abc"},
+      {u"", "abc", true, 0, false, "abc"},  // text with no encoding asked for: left as it is
       // clang-format on
   };
   for (const auto& row : rows) {
