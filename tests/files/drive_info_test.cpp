@@ -43,13 +43,13 @@ TEST(DriveInfo, VolumeAndDeviceOfADrive) {
 
   // No medium, no such drive or a volume that does not answer: the volume outputs are cleared
   // and the call goes on. A device that cannot be asked changes no text.
-  const char* cleared = "||vendor?|product?|revision?|serial?|0";
+  const std::string cleared = "||vendor?|product?|revision?|serial?|0", volume = upper.Shown();
   using os::fault::Op;
   for (auto [drive, volume_only, fails, ok, shown] :
        {std::tuple{u"Q", true, Op::kCount, true, cleared},
         {u"Q", false, Op::kCount, false, cleared},
         {u"Z", true, Op::kVolumeInfo, true, cleared},
-        {u"Z", false, Op::kDeviceQuery, false, upper.Shown().c_str()}}) {
+        {u"Z", false, Op::kDeviceQuery, false, volume}}) {
     os::fault::Scope faults;
     if (fails != Op::kCount) os::fault::Arm(fails, 21);  // ERROR_NOT_READY
     Outputs out;
