@@ -27,36 +27,9 @@ constexpr bool kWindows = false;
 
 // Waits up to ms for pid to stop running.
 bool WaitGone(std::uint32_t pid, int ms) {
-  for (int waited = 0; waited < ms; waited += 20) {
-    if (!os::IsProcessRunning(pid)) return true;
+  for (int waited = 0; waited < ms && os::IsProcessRunning(pid); waited += 20)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
   return !os::IsProcessRunning(pid);
-}
-
-TEST(OsApps, ListsAStartedProgramWithItsPathAndParent) {
-  TempDir temp;
-  const std::u16string copy = testing_support::CopyHelperProgram(u"sleeper", temp.u16(u"App"));
-  ASSERT_FALSE(copy.empty());
-  const std::u16string ready = temp.u16(u"ready");
-  ChildProcess child;
-  ASSERT_TRUE(child.Start(copy, {u"--ready", ready}));
-  ASSERT_TRUE(testing_support::WaitForFile(ready));
-
-  const os::ProcessEntry* found = nullptr;
-  const auto all = os::EnumProcesses();
-  for (const auto& p : all)
-    if (p.pid == child.pid()) found = &p;
-  ASSERT_NE(found, nullptr) << "pid " << child.pid() << " not among " << all.size();
-  EXPECT_TRUE(fs::equivalent(fs::path(found->image), fs::path(copy)));
-  EXPECT_EQ(found->parent_pid, os::GetCurrentProcessId());
-  EXPECT_FALSE(found->owner.empty());
-  EXPECT_EQ(found->owner, os::ProcessOwner(os::GetCurrentProcessId()));
-  EXPECT_NE(found->start, 0u);
-  EXPECT_EQ(os::ParentProcessId(child.pid()), os::GetCurrentProcessId());
-  EXPECT_EQ(os::ProcessImagePath(child.pid()), found->image);
-  EXPECT_TRUE(fs::equivalent(fs::path(os::ProcessImagePath(os::GetCurrentProcessId())),
-                             fs::path(testing_support::HelperProgram(u"tveject_tests"))));
 }
 
 // The entry a listing gives for pid.
@@ -64,6 +37,26 @@ os::ProcessEntry Listed(std::uint32_t pid) {
   for (const auto& p : os::EnumProcesses())
     if (p.pid == pid) return p;
   return os::ProcessEntry{};
+}
+
+TEST(OsApps, ListsAStartedProgramWithItsPathAndParent) {
+  TempDir temp;
+  const std::u16string copy = testing_support::CopyHelperProgram(u"sleeper", temp.u16(u"App"));
+  ASSERT_FALSE(copy.empty());
+  ChildProcess child;
+  ASSERT_TRUE(child.Start(copy, {u"--ready", temp.u16(u"ready")}));
+  ASSERT_TRUE(testing_support::WaitForFile(temp.u16(u"ready")));
+  const os::ProcessEntry found = Listed(child.pid());
+  ASSERT_EQ(found.pid, child.pid());
+  EXPECT_TRUE(fs::equivalent(fs::path(found.image), fs::path(copy)));
+  EXPECT_EQ(found.parent_pid, os::GetCurrentProcessId());
+  EXPECT_FALSE(found.owner.empty());
+  EXPECT_EQ(found.owner, os::ProcessOwner(os::GetCurrentProcessId()));
+  EXPECT_NE(found.start, 0u);
+  EXPECT_EQ(os::ParentProcessId(child.pid()), os::GetCurrentProcessId());
+  EXPECT_EQ(os::ProcessImagePath(child.pid()), found.image);
+  EXPECT_FALSE(os::IsProcessRunning(0));
+  EXPECT_EQ(os::ParentProcessId(0xFFFFFFF0u), 0u);
 }
 
 TEST(OsApps, AHeldProcessIsSignalledOnlyWhileItIsTheListedProgram) {
@@ -74,34 +67,29 @@ TEST(OsApps, AHeldProcessIsSignalledOnlyWhileItIsTheListedProgram) {
   enum Change { kNone, kStart, kImage, kOwner };
   struct Row {
     const char16_t* program;
-    bool ignore_term;
-    bool no_pidfd;
+    bool ignore_term, no_pidfd;
     Change change;  // what differs between the entry and the process behind its number
     int sent;       // requests sent
     bool ends;
   } rows[] = {
+      // clang-format off
       {u"window_app", false, false, kNone, 1, true},
-      {u"sleeper", false, false, kNone, kWindows ? 0 : 1, !kWindows},
-      {u"sleeper", true, false, kNone, kWindows ? 0 : 1, false},
       {u"sleeper", false, true, kNone, kWindows ? 0 : 1, !kWindows},
-      {u"window_app", false, false, kStart, -1, false},
-      {u"window_app", false, false, kImage, -1, false},
-      {u"window_app", false, false, kOwner, -1, false},
-      {u"window_app", false, true, kStart, -1, false},
+      {u"sleeper", true, false, kNone, kWindows ? 0 : 1, false},
+      {u"window_app", false, false, kStart, -1, false}, {u"window_app", false, false, kOwner, -1, false},
       {u"window_app", false, true, kImage, -1, false},
+      // clang-format on
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message()
                  << base::Narrow(row.program) << " ignore-term " << row.ignore_term << " no-pidfd "
                  << row.no_pidfd << " change " << row.change);
     TempDir temp;
-    const std::u16string ready = temp.u16(u"ready");
-    std::vector<std::u16string> args = {u"--ready", ready};
+    std::vector<std::u16string> args = {u"--ready", temp.u16(u"ready")};
     if (row.ignore_term) args.push_back(u"--ignore-term");
     ChildProcess child;
     ASSERT_TRUE(child.Start(testing_support::HelperProgram(row.program), args));
-    ASSERT_TRUE(testing_support::WaitForFile(ready));
-    ASSERT_TRUE(os::IsProcessRunning(child.pid()));
+    ASSERT_TRUE(testing_support::WaitForFile(temp.u16(u"ready")));
     os::ProcessEntry entry = Listed(child.pid());
     if (row.change == kStart) entry.start += 1;
     if (row.change == kImage) entry.image = testing_support::HelperProgram(u"sleeper");
@@ -112,29 +100,20 @@ TEST(OsApps, AHeldProcessIsSignalledOnlyWhileItIsTheListedProgram) {
     os::HeldProcess held(entry);
     EXPECT_EQ(held.valid(), row.change == kNone);
     EXPECT_EQ(held.RequestClose(false), row.sent);
-    if (row.ends) {
-      // A zombie (ended, not collected yet) must already count as ended.
-      EXPECT_TRUE(WaitGone(child.pid(), 10000));
-      EXPECT_FALSE(held.Running());
-    } else {
+    if (!row.ends) {
       std::this_thread::sleep_for(std::chrono::milliseconds(300));
       EXPECT_TRUE(os::IsProcessRunning(child.pid()));
       EXPECT_EQ(held.Running(), row.change == kNone);
       EXPECT_EQ(held.Terminate(), row.change == kNone);
-      EXPECT_EQ(WaitGone(child.pid(), row.change == kNone ? 10000 : 300), row.change == kNone);
     }
+    // A zombie (ended, not collected yet) must already count as ended.
+    EXPECT_EQ(WaitGone(child.pid(), row.change == kNone ? 10000 : 300), row.change == kNone);
+    EXPECT_FALSE(held.Running());
     child.Kill();
-    EXPECT_FALSE(os::IsProcessRunning(child.pid()));
     EXPECT_EQ(held.RequestClose(false), -1);
     EXPECT_FALSE(held.Terminate());
   }
-}
-
-TEST(OsApps, NoProcessIsZero) {
-  EXPECT_FALSE(os::IsProcessRunning(0));
-  EXPECT_FALSE(os::HeldProcess(os::ProcessEntry{}).valid());
   EXPECT_EQ(os::HeldProcess(os::ProcessEntry{}).RequestClose(false), -1);
-  EXPECT_EQ(os::ParentProcessId(0xFFFFFFF0u), 0u);
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using V = std::vector<std::string>;
 
 class Files : public ::testing::Test {
  protected:
@@ -24,7 +25,6 @@ class Files : public ::testing::Test {
   os::fault::Scope faults;
 
   std::u16string P(std::u16string_view name) const { return dir.u16(name); }
-
   void MakeReadOnly(std::u16string_view name) {
     fs::permissions(fs::path(P(name)),
                     fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write,
@@ -32,8 +32,8 @@ class Files : public ::testing::Test {
   }
 };
 
-std::vector<std::string> List(const std::u16string& pattern, std::uint32_t* error = nullptr) {
-  std::vector<std::string> names;
+V List(const std::u16string& pattern, std::uint32_t* error = nullptr) {
+  V names;
   os::FindData entry;
   const os::FileSearch search = os::FindFirstFileW(pattern.c_str(), &entry);
   if (error) *error = os::GetLastError();
@@ -46,41 +46,24 @@ std::vector<std::string> List(const std::u16string& pattern, std::uint32_t* erro
 }
 
 TEST_F(Files, SearchPatterns) {
-  for (const char16_t* name :
-       {u"a.txt", u"B.TXT", u"noext", u"data.tar.gz", u"ab.txt", u"a", u"ab", u".hidden"}) {
+  for (const char16_t* name : {u"a.txt", u"B.TXT", u"noext", u"data.tar.gz", u"ab", u".hidden"})
     dir.Write(name, "x");
-  }
   fs::create_directory(fs::path(P(u"sub")));
-  using V = std::vector<std::string>;
-  const V everything = {".",  "..",     ".hidden",     "B.TXT", "a",  "a.txt",
-                        "ab", "ab.txt", "data.tar.gz", "noext", "sub"};
+  const V all = {".", "..", ".hidden", "B.TXT", "a.txt", "ab", "data.tar.gz", "noext", "sub"};
   struct Row {
     std::u16string pattern;
     V names;
   } rows[] = {
-      {u"*", everything},
-      {u"*.*", everything},
-      {u"*.txt", {"B.TXT", "a.txt", "ab.txt"}},
-      {u"*.TXT", {"B.TXT", "a.txt", "ab.txt"}},
-      {u"?.txt", {"B.TXT", "a.txt"}},
-      {u"a?.txt", {"ab.txt"}},
-      {u"a?", {"ab"}},
-      {u"?", {".", "a"}},
-      {u"A", {"a"}},
-      {u".*", {".", "..", ".hidden"}},
-      {u"*a*", {"a", "a.txt", "ab", "ab.txt", "data.tar.gz"}},
-      {u"data.*", {"data.tar.gz"}},
-      {u"*z", {"data.tar.gz"}},
-      {u"a.txt*", {"a.txt"}},
-      {u"a.txt.", {"a.txt"}},
-      {u"*.", everything},
-      {u"noext.*", {"noext"}},
+      // clang-format off
+      {u"*.", all}, {u"*.TXT", {"B.TXT", "a.txt"}}, {u"?.txt", {"B.TXT", "a.txt"}}, {u"a?", {"ab"}},
+      {u"?", {"."}}, {u".*", {".", "..", ".hidden"}}, {u"*z", {"data.tar.gz"}},
+      {u"a.txt.", {"a.txt"}}, {u"noext.*", {"noext"}},
+      // clang-format on
   };
   // A drive path, which goes through Win32's name rules ("Z:" is "/" on Linux).
   const std::u16string drive = dir.u16().starts_with(u"/") ? u"Z:" + dir.u16() : dir.u16();
-  for (const Row& row : rows) {
+  for (const Row& row : rows)
     EXPECT_EQ(List(drive + u"\\" + row.pattern), row.names) << base::Narrow(row.pattern);
-  }
   // A name with a trailing dot, made and found through the marked path.
   const std::u16string dot = u"\\\\?\\" + drive + u"\\dot.";
   os::CreateFileW(dot.c_str(), os::kGenericWrite, 0, os::kCreateNew, 0);
@@ -89,14 +72,25 @@ TEST_F(Files, SearchPatterns) {
   if (drive != dir.u16()) {
     EXPECT_EQ(List(dir.u16() + u"/a.txt."), V{});
     EXPECT_EQ(List(dir.u16() + u"/*."), (V{".", "..", "dot."}));
-    EXPECT_EQ(List(dir.u16() + u"/dot."), V{"dot."});
   }
+  // Windows' own clean-up of the folder could not delete it.
   EXPECT_TRUE(os::DeleteFileW(dot.c_str()));
   std::uint32_t error = 0;
   EXPECT_TRUE(List(P(u"nomatch*"), &error).empty());
   EXPECT_EQ(error, os::kErrorFileNotFound);
   EXPECT_TRUE(List(P(u"nofolder\\*"), &error).empty());
   EXPECT_EQ(error, os::kErrorPathNotFound);
+
+  // The entry carries size, attributes and a write time within a day of now (100 ns steps since
+  // 1601).
+  os::FindData entry;
+  ASSERT_TRUE(os::FindFirstFileW(P(u"data.tar.gz").c_str(), &entry));
+  EXPECT_EQ(entry.size_low + entry.attributes, 1u + os::kAttributeArchive);
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const std::int64_t now_ticks =
+      (std::chrono::duration_cast<std::chrono::seconds>(now).count() + 11644473600LL) * 10000000;
+  EXPECT_LT(std::llabs(static_cast<std::int64_t>(entry.last_write_time) - now_ticks),
+            864000000000LL);
 }
 
 // One volume answers the same whatever name reaches it; /proc is another volume on Linux, and
@@ -105,8 +99,7 @@ TEST_F(Files, VolumeIdentityIsTheVolumesWhateverTheName) {
   dir.Write(u"Sub/f.txt", "x");
   const std::u16string id = os::VolumeIdentity(P(u"Sub/f.txt"));
   ASSERT_FALSE(id.empty());
-  EXPECT_EQ(os::VolumeIdentity(P(u"Sub")), id);
-  EXPECT_EQ(os::VolumeIdentity(P(u"Sub/../Sub/f.txt")), id);
+  EXPECT_EQ(os::VolumeIdentity(P(u"Sub/../Sub")), id);
   EXPECT_EQ(os::VolumeIdentity(P(u"missing")), u"");
 #ifdef _WIN32
   EXPECT_EQ(os::VolumeIdentity(u"\\\\?\\" + P(u"Sub\\f.txt")), id);
@@ -115,88 +108,28 @@ TEST_F(Files, VolumeIdentityIsTheVolumesWhateverTheName) {
 #endif
 }
 
-TEST_F(Files, SearchEntryCarriesSizeAndAttributes) {
-  dir.Write(u"five.bin", "12345");
-  os::FindData entry;
-  ASSERT_TRUE(os::FindFirstFileW(P(u"five.bin").c_str(), &entry));
-  EXPECT_EQ(entry.name, u"five.bin");
-  EXPECT_EQ(entry.size_low, 5u);
-  EXPECT_EQ(entry.attributes, os::kAttributeArchive);
-  // A write time within a day of now (100 ns steps since 1601).
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  const std::int64_t now_ticks =
-      (std::chrono::duration_cast<std::chrono::seconds>(now).count() + 11644473600LL) * 10000000;
-  EXPECT_LT(std::llabs(static_cast<std::int64_t>(entry.last_write_time) - now_ticks),
-            864000000000LL);
-}
-
 TEST_F(Files, AttributesDeleteMoveAndFolders) {
-  dir.Write(u"plain", "x");
-  dir.Write(u"locked", "x");
-  dir.Write(u".dot", "x");
-  dir.Write(u"other", "y");
+  for (const char16_t* name : {u"locked", u".dot"}) dir.Write(name, "x");
   MakeReadOnly(u"locked");
   fs::create_directory(fs::path(P(u"folder")));
-
-  struct Attr {
-    std::u16string name;
-    std::uint32_t attributes;
-    std::uint32_t error;
-  } attrs[] = {
-      {u"plain", os::kAttributeArchive, 0},
-      {u"locked", os::kAttributeArchive | os::kAttributeReadOnly, 0},
-      {u".dot", os::kAttributeArchive | os::kAttributeHidden, 0},
-      {u"folder", os::kAttributeDirectory, 0},
-      {u"missing", os::kInvalidFileAttributes, os::kErrorFileNotFound},
-      {u"nofolder\\missing", os::kInvalidFileAttributes, os::kErrorPathNotFound},
-  };
-  for (const Attr& row : attrs) {
-    EXPECT_EQ(os::GetFileAttributesW(P(row.name).c_str()), row.attributes)
-        << base::Narrow(row.name);
-    if (row.error) {
-      EXPECT_EQ(os::GetLastError(), row.error) << base::Narrow(row.name);
-    }
+  for (auto [name, attributes, error] :
+       {std::tuple<const char16_t*, std::uint32_t, std::uint32_t>{
+            u"locked", os::kAttributeArchive | os::kAttributeReadOnly, 0},
+        {u".dot", os::kAttributeArchive | os::kAttributeHidden, 0},
+        {u"folder", os::kAttributeDirectory, 0},
+        {u"missing", os::kInvalidFileAttributes, os::kErrorFileNotFound},
+        {u"nofolder\\missing", os::kInvalidFileAttributes, os::kErrorPathNotFound}}) {
+    EXPECT_EQ(os::GetFileAttributesW(P(name).c_str()), attributes) << base::Narrow(name);
+    EXPECT_EQ(error ? os::GetLastError() : 0u, error) << base::Narrow(name);
   }
-
-  struct Op {
-    const char* label;
-    bool result;
-    std::uint32_t error;
-  };
-  auto check = [](const Op& op, bool result) {
-    EXPECT_EQ(result, op.result) << op.label;
-    if (!op.result) {
-      EXPECT_EQ(os::GetLastError(), op.error) << op.label;
-    }
-  };
-  check({"delete a read-only file", false, os::kErrorAccessDenied},
-        os::DeleteFileW(P(u"locked").c_str()));
-  check({"delete a folder", false, os::kErrorAccessDenied}, os::DeleteFileW(P(u"folder").c_str()));
-  check({"delete a missing file", false, os::kErrorFileNotFound},
-        os::DeleteFileW(P(u"missing").c_str()));
-  check({"delete in a missing folder", false, os::kErrorPathNotFound},
-        os::DeleteFileW(P(u"nofolder\\x").c_str()));
-  check({"move onto an existing file", false, os::kErrorAlreadyExists},
-        os::MoveFileW(P(u"plain").c_str(), P(u"other").c_str()));
-  check({"move a missing file", false, os::kErrorFileNotFound},
-        os::MoveFileW(P(u"missing").c_str(), P(u"new").c_str()));
-  check({"create an existing folder", false, os::kErrorAlreadyExists},
-        os::CreateDirectoryW(P(u"folder").c_str()));
-  check({"create a folder in a missing one", false, os::kErrorPathNotFound},
-        os::CreateDirectoryW(P(u"nofolder\\x").c_str()));
-  check({"move a read-only file", true, 0},
-        os::MoveFileW(P(u"locked").c_str(), P(u"locked2").c_str()));
-  check({"clear the read-only bit", true, 0}, os::SetFileAttributesW(P(u"locked2").c_str(), 0));
-  check({"then delete it", true, 0}, os::DeleteFileW(P(u"locked2").c_str()));
-  check({"set the read-only bit", true, 0},
-        os::SetFileAttributesW(P(u"plain").c_str(), os::kAttributeReadOnly));
-  EXPECT_EQ(os::GetFileAttributesW(P(u"plain").c_str()),
-            os::kAttributeArchive | os::kAttributeReadOnly);
-  check({"attributes of a missing file", false, os::kErrorFileNotFound},
-        os::SetFileAttributesW(P(u"missing").c_str(), 0));
-  check({"create a folder", true, 0}, os::CreateDirectoryW(P(u"made").c_str()));
-  EXPECT_TRUE(dir.Exists(u"made"));
-  EXPECT_FALSE(dir.Exists(u"locked"));
+  // The refusals the file helpers do not see for themselves (a missing file or folder is theirs).
+  EXPECT_FALSE(os::DeleteFileW(P(u"folder").c_str()));
+  EXPECT_EQ(os::GetLastError(), os::kErrorAccessDenied) << "a folder is no file to delete";
+  EXPECT_FALSE(os::DeleteFileW(P(u"locked").c_str()));
+  EXPECT_EQ(os::GetLastError(), os::kErrorAccessDenied);
+  EXPECT_TRUE(os::MoveFileW(P(u"locked").c_str(), P(u"locked2").c_str())) << "a read-only file";
+  EXPECT_FALSE(os::CreateDirectoryW(P(u"folder").c_str()));
+  EXPECT_EQ(os::GetLastError(), os::kErrorAlreadyExists);
 }
 
 TEST_F(Files, HandlesReadWriteAndSeek) {
@@ -205,56 +138,35 @@ TEST_F(Files, HandlesReadWriteAndSeek) {
     os::SetLastError(77);
     const os::File w = os::CreateFileW(path.c_str(), os::kGenericWrite, os::kFileShareRead,
                                        os::kOpenAlways, os::kAttributeNormal);
-    ASSERT_TRUE(w);
     EXPECT_EQ(os::GetLastError(), 0u) << "OPEN_ALWAYS of a new file";
-    std::uint32_t done = 0;
+    std::uint32_t done = 0, high = 99;
     ASSERT_TRUE(os::WriteFile(w, "hello world", 11, &done));
-    EXPECT_EQ(done, 11u);
-    EXPECT_TRUE(os::FlushFileBuffers(w));
-    std::uint32_t high = 99;
-    EXPECT_EQ(os::GetFileSize(w, &high), 11u);
-    EXPECT_EQ(high, 0u);
+    EXPECT_EQ(os::GetFileSize(w, &high) + high, 11u);
     const os::File r =
         os::CreateFileW(path.c_str(), os::kGenericRead, os::kFileShareRead | os::kFileShareWrite,
                         os::kOpenExisting, 0);
-    ASSERT_TRUE(r);
-    EXPECT_EQ(os::SetFilePointer(r, 6, nullptr, os::kFileBegin), 6u);
+    EXPECT_EQ(os::SetFilePointer(r, -5, nullptr, os::kFileEnd), 6u);
     char buf[16] = {};
     ASSERT_TRUE(os::ReadFile(r, buf, 16, &done));
     EXPECT_EQ(std::string(buf, done), "world");
-    EXPECT_EQ(os::SetFilePointer(r, -5, nullptr, os::kFileEnd), 6u);
-    std::int32_t seek_high = 0;
-    EXPECT_EQ(os::SetFilePointer(r, 0, &seek_high, os::kFileEnd), 11u);
-    EXPECT_EQ(seek_high, 0);
     EXPECT_EQ(os::SetFilePointer(r, -20, nullptr, os::kFileBegin), os::kInvalidSetFilePointer);
     EXPECT_EQ(os::GetLastError(), 131u) << "ERROR_NEGATIVE_SEEK";
     EXPECT_FALSE(os::WriteFile(r, "x", 1, &done)) << "a read-only handle";
   }
-
-  struct Open {
-    const char* label;
-    std::u16string path;
-    std::uint32_t access, disposition;
-    std::uint32_t error;  // 0: opens, the last error then 183 for an existing file
-  } opens[] = {
-      {"OPEN_ALWAYS of an existing file", path, os::kGenericWrite, os::kOpenAlways,
-       os::kErrorAlreadyExists},
-      {"CREATE_ALWAYS of an existing file", path, os::kGenericWrite, os::kCreateAlways,
-       os::kErrorAlreadyExists},
-      {"CREATE_NEW of an existing file", path, os::kGenericWrite, os::kCreateNew,
-       os::kErrorFileExists},
-      {"OPEN_EXISTING of a missing file", P(u"missing"), os::kGenericRead, os::kOpenExisting,
-       os::kErrorFileNotFound},
-      {"a missing folder", P(u"nofolder\\x"), os::kGenericWrite, os::kCreateAlways,
-       os::kErrorPathNotFound},
-      {"a folder", dir.u16(), os::kGenericRead, os::kOpenExisting, os::kErrorAccessDenied},
-  };
-  for (const Open& row : opens) {
+  // Opens: the error left, 183 for an existing file opened anyway.
+  for (auto [name, access, disposition, error] :
+       {std::tuple<const char16_t*, std::uint32_t, std::uint32_t, std::uint32_t>{
+            u"data.bin", os::kGenericWrite, os::kOpenAlways, os::kErrorAlreadyExists},
+        {u"data.bin", os::kGenericWrite, os::kCreateAlways, os::kErrorAlreadyExists},
+        {u"data.bin", os::kGenericWrite, os::kCreateNew, os::kErrorFileExists},
+        {u"missing", os::kGenericRead, os::kOpenExisting, os::kErrorFileNotFound},
+        {u"nofolder\\x", os::kGenericWrite, os::kCreateAlways, os::kErrorPathNotFound},
+        {u"", os::kGenericRead, os::kOpenExisting, os::kErrorAccessDenied}}) {
     os::SetLastError(77);
-    const bool opened =
-        static_cast<bool>(os::CreateFileW(row.path.c_str(), row.access, 0, row.disposition, 0));
-    EXPECT_EQ(os::GetLastError(), row.error) << row.label;
-    EXPECT_EQ(opened, row.error == os::kErrorAlreadyExists) << row.label;
+    const bool opened = static_cast<bool>(
+        os::CreateFileW((*name ? P(name) : dir.u16()).c_str(), access, 0, disposition, 0));
+    EXPECT_EQ(os::GetLastError(), error) << base::Narrow(name) << " " << disposition;
+    EXPECT_EQ(opened, error == os::kErrorAlreadyExists) << base::Narrow(name);
   }
   EXPECT_EQ(dir.Read(u"data.bin"), "") << "CREATE_ALWAYS emptied the file";
 #ifndef _WIN32
@@ -264,93 +176,6 @@ TEST_F(Files, HandlesReadWriteAndSeek) {
   EXPECT_FALSE(os::CreateFileW(path.c_str(), os::kGenericWrite, 0, os::kOpenExisting, 0));
   EXPECT_EQ(os::GetLastError(), os::kErrorAccessDenied);
 #endif
-}
-
-TEST_F(Files, FaultsFailOperationsOnDemand) {
-  dir.Write(u"f", "x");
-  const std::u16string f = P(u"f");
-  using os::fault::Op;
-  os::fault::Arm(Op::kGetAttributes, os::kErrorAccessDenied);
-  EXPECT_EQ(os::GetFileAttributesW(f.c_str()), os::kInvalidFileAttributes);
-  EXPECT_EQ(os::GetLastError(), os::kErrorAccessDenied);
-  EXPECT_EQ(os::GetFileAttributesW(f.c_str()), os::kAttributeArchive) << "only once";
-
-  os::fault::Arm(Op::kDeleteFile, os::kErrorSharingViolation, 2);
-  dir.Write(u"g", "x");
-  EXPECT_TRUE(os::DeleteFileW(P(u"g").c_str())) << "the first call passes";
-  EXPECT_FALSE(os::DeleteFileW(f.c_str()));
-  EXPECT_EQ(os::GetLastError(), os::kErrorSharingViolation);
-
-  {
-    os::fault::Arm(Op::kShortWrite, 0);
-    const os::File h =
-        os::CreateFileW(P(u"short").c_str(), os::kGenericWrite, 0, os::kCreateAlways, 0);
-    std::uint32_t done = 0;
-    EXPECT_TRUE(os::WriteFile(h, "abcd", 4, &done));
-    EXPECT_EQ(done, 3u);
-    os::fault::Arm(Op::kWrite, os::kErrorDiskFull);
-    EXPECT_FALSE(os::WriteFile(h, "abcd", 4, &done));
-    EXPECT_EQ(os::GetLastError(), os::kErrorDiskFull);
-    os::fault::Arm(Op::kFlush, os::kErrorIoDevice);
-    EXPECT_FALSE(os::FlushFileBuffers(h));
-    os::fault::Arm(Op::kSeek, os::kErrorInvalidParameter);
-    EXPECT_EQ(os::SetFilePointer(h, 0, nullptr, os::kFileEnd), os::kInvalidSetFilePointer);
-  }
-  EXPECT_EQ(dir.Read(u"short"), "abc");
-
-  struct Armed {
-    Op op;
-    bool (*call)(const std::u16string&);
-  } calls[] = {
-      {Op::kMoveFile,
-       [](const std::u16string& p) { return os::MoveFileW(p.c_str(), (p + u"2").c_str()); }},
-      {Op::kSetAttributes,
-       [](const std::u16string& p) { return os::SetFileAttributesW(p.c_str(), 0); }},
-      {Op::kCreateFolder,
-       [](const std::u16string& p) { return os::CreateDirectoryW((p + u"d").c_str()); }},
-      {Op::kOpenFile,
-       [](const std::u16string& p) {
-         return static_cast<bool>(
-             os::CreateFileW(p.c_str(), os::kGenericRead, 0, os::kOpenExisting, 0));
-       }},
-      {Op::kFlush, [](const std::u16string& p) { return os::FlushFolder(p.c_str()); }},
-      {Op::kFindFile, [](const std::u16string& p) { return !List(p).empty(); }},
-      {Op::kFullPathName,
-       [](const std::u16string& p) {
-         char16_t buf[300];
-         return os::GetFullPathNameW(p.c_str(), 300, buf) != 0;
-       }},
-  };
-  for (const Armed& row : calls) {
-    os::fault::Arm(row.op, os::kErrorWriteFault);
-    EXPECT_FALSE(row.call(f)) << static_cast<int>(row.op);
-    EXPECT_EQ(os::GetLastError(), os::kErrorWriteFault) << static_cast<int>(row.op);
-  }
-  // Allocation and pinning count one call each: the second fails, and the block with it.
-  os::fault::Arm(Op::kAlloc, os::kErrorNotEnoughMemory, 2);
-  EXPECT_FALSE(os::LockedBlock(100));
-  os::LockedBlock block(100);
-  ASSERT_TRUE(block);
-  EXPECT_EQ(block.size(), 100u);
-  block.data()[99] = 'x';
-}
-
-TEST(FilesSeam, FullPathBufferAndMessages) {
-  char16_t buf[8];
-  const std::u16string path = u"C:\\folder\\name.txt";
-  EXPECT_EQ(os::GetFullPathNameW(path.c_str(), 8, buf), path.size() + 1)
-      << "too small: the size needed with the terminator";
-  char16_t big[64];
-  EXPECT_EQ(os::GetFullPathNameW(path.c_str(), 64, big), path.size());
-  EXPECT_EQ(std::u16string(big), path);
-  EXPECT_EQ(os::GetFullPathNameW(u"", 64, big), 0u);
-
-  char text[256];
-  std::uint32_t n = os::FormatMessageA(os::kErrorFileNotFound, text, sizeof text);
-  ASSERT_GT(n, 2u);
-  EXPECT_EQ(std::string(text + n - 2, 2), "\r\n");
-  EXPECT_EQ(os::FormatMessageA(0xDEAD, text, sizeof text), 0u);
-  EXPECT_EQ(os::FormatMessageA(os::kErrorFileNotFound, text, 4), 0u);
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 // Volumes through the seam: the temporary folder's drive everywhere, and on Linux a real FAT
-// drive on a loop device that is flushed, held, refused and unmounted.
+// drive on a loop device that is described and held. (The ejector's tests refuse and eject
+// such a drive.)
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 
 #include "base/text.h"
@@ -17,7 +17,6 @@
 namespace {
 
 using testing_support::ChildProcess;
-using testing_support::LoopMount;
 using testing_support::TempDir;
 
 // What the search says pid holds: "kind path", "" when it is not listed.
@@ -28,6 +27,20 @@ std::u16string Holds(const os::VolumeHolders& holders, std::uint32_t pid) {
     return kKinds[static_cast<int>(h.kind)] + h.held;
   }
   return u"";
+}
+
+TEST(OsVolumes, TheTemporaryFolderIsOnAFixedDrive) {
+  TempDir temp;
+  const std::u16string root = os::GetVolumePathNameW(temp.u16(u"not/yet/there.txt"));
+  ASSERT_FALSE(root.empty());
+  EXPECT_TRUE(root.back() == u'/' || root.back() == u'\\') << base::Narrow(root);
+  EXPECT_EQ(temp.u16().compare(0, root.size() - 1, root, 0, root.size() - 1), 0);
+  os::StorageDevice device;
+  ASSERT_TRUE(os::QueryStorageDevice(root, &device));
+  EXPECT_EQ(device.root, root);
+  EXPECT_NE(device.drive_type, os::kDriveRemovable);
+  EXPECT_FALSE(os::QueryStorageDevice(u"Q:\\no\\such\\root\\", &device));
+  EXPECT_EQ(os::GetVolumePathNameW(u""), u"");
 }
 
 #ifdef _WIN32
@@ -47,7 +60,6 @@ TEST(OsVolumes, NamesProgramsStartedElsewhereByTheFilesTheyHold) {
   ASSERT_TRUE(outsider.Start(sleeper, {u"--ready", temp.u16(u"r3")}, temp.u16()));
   for (const char16_t* r : {u"r1", u"r2", u"r3"})
     ASSERT_TRUE(testing_support::WaitForFile(temp.u16(r)));
-
   const auto holders = os::ProcessesUsingVolumes({stick + u"\\"});
   EXPECT_TRUE(base::EqualNoCase(Holds(holders, keeps_open.pid()), u"file " + held))
       << base::Narrow(Holds(holders, keeps_open.pid()));
@@ -60,125 +72,61 @@ TEST(OsVolumes, NamesProgramsStartedElsewhereByTheFilesTheyHold) {
 }
 #endif
 
-TEST(OsVolumes, TheTemporaryFolderIsOnAFixedDrive) {
+// One process runs from the drive, one works in a folder on it, one keeps a file open there, one
+// has a file of it mapped; a fifth runs from elsewhere and must not be named. A loop device is
+// neither flagged removable nor on the usb bus: only the test's hook makes it one.
+TEST(OsLoopVolume, DescribesTheDriveAndNamesEveryKindOfHolder) {
   TempDir temp;
-  const std::u16string root = os::GetVolumePathNameW(temp.u16(u"not/yet/there.txt"));
-  ASSERT_FALSE(root.empty());
-  EXPECT_TRUE(root.back() == u'/' || root.back() == u'\\') << base::Narrow(root);
-  EXPECT_EQ(temp.u16().compare(0, root.size() - 1, root, 0, root.size() - 1), 0);
-
+  testing_support::LoopMount drive;
+  std::string why;
+  if (!drive.Create(temp, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
+  if (testing_support::RunInOwnPidNamespace()) return;
+  const std::u16string on = drive.mount_point(), root = on + u"/";
+  EXPECT_EQ(os::GetVolumePathNameW(on + u"/Suite/App/missing.exe"), root);
   os::StorageDevice device;
   ASSERT_TRUE(os::QueryStorageDevice(root, &device));
-  EXPECT_EQ(device.root, root);
-  const sys::EjectPlan plan = sys::PlanEject(device);
-  EXPECT_FALSE(sys::Ejects(plan)) << base::Narrow(plan.rule);
-  EXPECT_FALSE(plan.rule.empty());
-  EXPECT_NE(device.drive_type, os::kDriveRemovable);
-}
-
-TEST(OsVolumes, NoVolumeBehindANonexistentRoot) {
-  os::StorageDevice device;
-  EXPECT_FALSE(os::QueryStorageDevice(u"Q:\\no\\such\\root\\", &device));
-  EXPECT_EQ(os::GetVolumePathNameW(u""), u"");
-}
-
-class OsLoopVolume : public testing::Test {
- protected:
-  void SetUp() override {
-    std::string why;
-    if (!drive_.Create(temp_, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
-    root_ = drive_.mount_point() + u"/";
-  }
-  TempDir temp_;
-  LoopMount drive_;
-  std::u16string root_;
-};
-
-TEST_F(OsLoopVolume, DescribesTheLoopDeviceAndTellsWhyItIsNotRemovable) {
-  EXPECT_EQ(os::GetVolumePathNameW(drive_.mount_point() + u"/Suite/App/missing.exe"), root_);
-  os::StorageDevice device;
-  ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
-  EXPECT_EQ(device.volume, drive_.device());
-  EXPECT_EQ(device.disk, drive_.device());
+  EXPECT_EQ(device.volume + device.disk, drive.device() + drive.device());
   ASSERT_EQ(device.chain.size(), 1u);
-  EXPECT_EQ(device.chain[0].id, drive_.device());
-  EXPECT_EQ(device.mount_points, std::vector<std::u16string>{root_});
+  EXPECT_EQ(device.mount_points, std::vector<std::u16string>{root});
   EXPECT_EQ(device.device_class, os::DeviceClass::kDisk);
   EXPECT_NE(device.device_number, device.system_number);
-  // A loop device is neither flagged removable nor on the usb bus: the honest answer is no.
-  EXPECT_FALSE(device.chain[0].removable);
-  EXPECT_FALSE(device.removable_media);
+  EXPECT_FALSE(device.chain[0].removable || device.removable_media);
   EXPECT_EQ(device.drive_type, os::kDriveFixed);
-  sys::EjectPlan plan = sys::PlanEject(device);
-  EXPECT_EQ(plan.target, sys::EjectTarget::kNotRemovable);
-  EXPECT_NE(plan.rule.find(u"fixed disk"), std::u16string::npos) << base::Narrow(plan.rule);
 
-  os::fault::ScopedRemovableDisk hook(drive_.device());
-  ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
-  EXPECT_TRUE(device.chain[0].removable);
-  EXPECT_EQ(device.drive_type, os::kDriveRemovable);
-  plan = sys::PlanEject(device);
-  EXPECT_EQ(plan.target, sys::EjectTarget::kDevice);
-  EXPECT_EQ(plan.node, drive_.device());
-  EXPECT_TRUE(os::FlushVolumes(plan.volumes));
-}
-
-TEST_F(OsLoopVolume, NamesEveryKindOfHolderAndRefusesWhileHeld) {
-  if (testing_support::RunInOwnPidNamespace()) return;
-  // One process runs from the drive, one works in a folder on it, one keeps a file open there,
-  // one has a file of it mapped; a fifth runs from elsewhere and must not be named.
-  const std::u16string exe =
-      testing_support::CopyHelperProgram(u"sleeper", drive_.mount_point() + u"/Apps");
+  const std::u16string exe = testing_support::CopyHelperProgram(u"sleeper", on + u"/Apps");
   ASSERT_FALSE(exe.empty());
-  std::filesystem::create_directories(std::filesystem::path(drive_.mount_point() + u"/Work"));
-  ChildProcess runs_from, works_in, keeps_open, maps, outsider;
+  std::filesystem::create_directories(std::filesystem::path(on + u"/Work"));
   const std::u16string sleeper = testing_support::HelperProgram(u"sleeper");
-  ASSERT_TRUE(runs_from.Start(exe, {u"--ready", temp_.u16(u"r1")}, temp_.u16()));
-  ASSERT_TRUE(
-      works_in.Start(sleeper, {u"--ready", temp_.u16(u"r2")}, drive_.mount_point() + u"/Work"));
+  ChildProcess runs_from, works_in, keeps_open, maps, outsider;
+  ASSERT_TRUE(runs_from.Start(exe, {u"--ready", temp.u16(u"r1")}, temp.u16()));
+  ASSERT_TRUE(works_in.Start(sleeper, {u"--ready", temp.u16(u"r2")}, on + u"/Work"));
   ASSERT_TRUE(keeps_open.Start(
-      sleeper, {u"--ready", temp_.u16(u"r3"), u"--open", drive_.mount_point() + u"/Work/log.txt"},
-      temp_.u16()));
-  ASSERT_TRUE(outsider.Start(sleeper, {u"--ready", temp_.u16(u"r4")}, temp_.u16()));
-  ASSERT_TRUE(maps.Start(
-      sleeper, {u"--ready", temp_.u16(u"r5"), u"--map", drive_.mount_point() + u"/Work/lib.so"},
-      temp_.u16()));
+      sleeper, {u"--ready", temp.u16(u"r3"), u"--open", on + u"/Work/log.txt"}, temp.u16()));
+  ASSERT_TRUE(outsider.Start(sleeper, {u"--ready", temp.u16(u"r4")}, temp.u16()));
+  ASSERT_TRUE(maps.Start(sleeper, {u"--ready", temp.u16(u"r5"), u"--map", on + u"/Work/lib.so"},
+                         temp.u16()));
   for (const char16_t* r : {u"r1", u"r2", u"r3", u"r4", u"r5"})
-    ASSERT_TRUE(testing_support::WaitForFile(temp_.u16(r)));
-
-  const auto holders = os::ProcessesUsingVolumes({root_});
-  const std::u16string& on = drive_.mount_point();
+    ASSERT_TRUE(testing_support::WaitForFile(temp.u16(r)));
+  const auto holders = os::ProcessesUsingVolumes({root});
   EXPECT_EQ(Holds(holders, runs_from.pid()), u"program " + exe);
   EXPECT_EQ(Holds(holders, works_in.pid()), u"folder " + on + u"/Work");
   EXPECT_EQ(Holds(holders, keeps_open.pid()), u"file " + on + u"/Work/log.txt");
   EXPECT_EQ(Holds(holders, maps.pid()), u"module " + on + u"/Work/lib.so");
-  EXPECT_EQ(Holds(holders, outsider.pid()), u"");
-  EXPECT_EQ(Holds(holders, os::GetCurrentProcessId()), u"");
+  EXPECT_EQ(Holds(holders, outsider.pid()) + Holds(holders, os::GetCurrentProcessId()), u"");
   EXPECT_EQ(holders.uninspected, 0) << "root may look at every process";
   for (const auto& h : holders.processes)
     EXPECT_TRUE(h.closable) << h.process.pid << ": the test's own may be asked to close";
 
-  os::fault::ScopedRemovableDisk hook(drive_.device());
-  os::StorageDevice device;
-  ASSERT_TRUE(os::QueryStorageDevice(root_, &device));
-  os::EjectAnswer answer;
-  EXPECT_FALSE(os::RequestDeviceEject(device.disk, device.mount_points, &answer));
-  EXPECT_EQ(answer.done, os::EjectDone::kNothing);
-  EXPECT_EQ(answer.veto_type, os::kVetoOutstandingOpen);
-  EXPECT_EQ(answer.veto_name, drive_.mount_point());
-  EXPECT_TRUE(drive_.Mounted());
-
-  runs_from.Kill();
-  works_in.Kill();
-  keeps_open.Kill();
-  maps.Kill();
-  EXPECT_TRUE(os::ProcessesUsingVolumes({root_}).processes.empty());
-  EXPECT_TRUE(os::RequestDeviceEject(device.disk, device.mount_points, &answer))
-      << os::GetLastError();
-  // A loop device has no eject of its own: unmounted is all that can be said.
-  EXPECT_EQ(answer.done, os::EjectDone::kUnmounted);
-  EXPECT_EQ(answer.veto_type, os::kVetoNone);
-  EXPECT_FALSE(drive_.Mounted());
+  os::fault::ScopedRemovableDisk hook(drive.device());
+  ASSERT_TRUE(os::QueryStorageDevice(root, &device));
+  EXPECT_TRUE(device.chain[0].removable);
+  EXPECT_EQ(device.drive_type, os::kDriveRemovable);
+  const sys::EjectPlan plan = sys::PlanEject(device);
+  EXPECT_EQ(plan.target, sys::EjectTarget::kDevice);
+  EXPECT_TRUE(os::FlushVolumes(plan.volumes));
+  // The refusal and the unmount once they are gone are the ejector's tests.
+  for (ChildProcess* p : {&runs_from, &works_in, &keeps_open, &maps}) p->Kill();
+  EXPECT_TRUE(os::ProcessesUsingVolumes({root}).processes.empty());
   EXPECT_FALSE(outsider.Exited());
 }
 

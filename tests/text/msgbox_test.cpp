@@ -14,15 +14,14 @@
 #ifndef _WIN32
 #include <fcntl.h>
 #include <poll.h>
-#include <pty.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstring>
 #include <functional>
 #include <future>
-#include <memory>
 
 #include "support/scoped_env.h"
 #include "support/temp_dir.h"
@@ -32,41 +31,29 @@ namespace {
 
 using testing_support::LogCapture;
 
+// The box handed to the platform: size, owner, style (task modality added) and the texts.
 TEST(MsgBox, BuildsTheBoxThePlatformShows) {
   const struct {
     const char16_t* title;
     std::int32_t buttons;
     os::Handle owner;
     bool task_modal;
-    const char16_t* caption;
-    std::uint32_t style;
-    os::Handle owner_seen;
-  } rows[] = {
-      {u"", 1, -1, false, u"Tarvel USB Eject v2.0.12", 1, 0},
-      {u"", 16, -1, true, u"Tarvel USB Eject v2.0.12", 0x2010, 0},
-      {u"Mon titre \u2713", 64, -1, true, u"Mon titre \u2713", 0x2040, 0},
-      {u"T", 0x2001, -1, true, u"T", 0x2001, 0},
-      {u"T", 0, 0x1234, false, u"T", 0, 0x1234},
-  };
+    const char* seen;
+  } rows[] = {{u"", 1, -1, false, "40 0 1 Tarvel USB Eject v2.0.12|Line \xc3\xa9"},
+              {u"Mon titre \u2713", 64, -1, true, "40 0 8256 Mon titre \xe2\x9c\x93|Line \xc3\xa9"},
+              {u"T", 0, 0x1234, false, "40 4660 0 T|Line \xc3\xa9"}};
   for (const auto& row : rows) {
     os::fault::Scope scope;
-    os::MessageBoxParams seen;
-    seen.size = 0;
-    std::u16string caption, text;
+    std::string seen;
     os::fault::SetMessageBoxAnswer([&](const os::MessageBoxParams& p) {
-      seen = p;
-      caption = p.caption;
-      text = p.text;
+      seen = std::to_string(p.size) + " " + std::to_string(p.owner) + " " +
+             std::to_string(p.style) + " " + base::Narrow(p.caption) + "|" + base::Narrow(p.text);
       return 2;
     });
-    EXPECT_EQ(mUnicodePatch::MsgBox(u"Line one\r\nLine \u00e9 two", row.buttons, row.title, u"", 0,
-                                    row.owner, row.task_modal),
+    EXPECT_EQ(mUnicodePatch::MsgBox(u"Line \u00e9", row.buttons, row.title, u"", 0, row.owner,
+                                    row.task_modal),
               2);
-    EXPECT_EQ(seen.size, 40u);
-    EXPECT_EQ(caption, row.caption);
-    EXPECT_EQ(text, u"Line one\r\nLine \u00e9 two");
-    EXPECT_EQ(seen.style, row.style) << base::Narrow(row.caption);
-    EXPECT_EQ(seen.owner, row.owner_seen);
+    EXPECT_EQ(seen, row.seen);
   }
   // A failure inside is logged and answers 0.
   os::fault::Scope scope;
@@ -108,104 +95,6 @@ int OpenPty(std::string* slave) {
   return master;
 }
 
-// A pseudo-terminal the box is pointed at through TVEJECT_TTY. The test types on the master
-// side and reads what the box wrote there.
-class TerminalBoxTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    std::string slave_path;
-    master_ = OpenPty(&slave_path);
-    ASSERT_GE(master_, 0);
-    // Held open by the test, so what the box wrote stays readable after it closed its side.
-    slave_ = open(slave_path.c_str(), O_RDWR | O_NOCTTY);
-    ASSERT_GE(slave_, 0);
-    tty_.reset(new testing_support::ScopedEnv({{"TVEJECT_TTY", slave_path.c_str()}}));
-  }
-  void TearDown() override {
-    if (slave_ >= 0) close(slave_);
-    if (master_ >= 0) close(master_);
-  }
-
-  // Shows a box, types `input` and returns the answer; screen_ holds what was shown.
-  std::int32_t Run(std::int32_t flags, std::string_view input, std::u16string_view title = u"") {
-    auto answer = std::async(std::launch::async, [&] {
-      return mUnicodePatch::MsgBox(u"First line\r\nSecond \u00e9 line", flags, title, u"", 0, -1,
-                                   true);
-    });
-    EXPECT_EQ(write(master_, input.data(), input.size()), static_cast<ssize_t>(input.size()));
-    if (answer.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
-      EXPECT_EQ(write(master_, "\n\x04", 2), 2);  // unstick the box before failing
-      ADD_FAILURE() << "the box did not take the answer " << input;
-    }
-    std::int32_t result = answer.get();
-    screen_ = Drain(master_, 50);
-    return result;
-  }
-
-  int master_ = -1;
-  int slave_ = -1;
-  std::unique_ptr<testing_support::ScopedEnv> tty_;
-  std::string screen_;
-};
-
-// Every answer's screen shows the caption, the text lines (CR LF as one break) and, where the
-// row says, the icon word before the text or the numbered buttons.
-TEST_F(TerminalBoxTest, EachFormOfAnswerPicksItsButton) {
-  const struct {
-    std::int32_t flags;
-    const char* input;
-    std::int32_t answer;
-    const char* shown = "";
-  } rows[] = {
-      // clang-format off
-      {1, "2\n", 2, "[1] OK  [2] Cancel\r\n"}, {1 | 16, "1\n", 1, "(Error) First line"},
-      {1, "cancel\n", 2}, {1, "CaNcEl\n", 2}, {1, "ok\n", 1}, {1, "c\n", 2}, {1, "O\n", 1},
-      {1, "\n", 1}, {1, "  2 \n", 2}, {1, "\x04", 2}, {0, "\x04", 1, "[1] OK\r\n"},
-      {0 | 32, "ok\n", 1, "(Question) First line"},
-      {2, "r\n", 4, "[1] Abort  [2] Retry  [3] Ignore\r\n"}, {2, "3\n", 5}, {2, "abort\n", 3},
-      {2, "\x04", 0}, {3 | 48, "n\n", 7, "(Warning) First line"},
-      {3, "\n", 6, "[1] Yes  [2] No  [3] Cancel\r\n"}, {3, "\x04", 2}, {3, "YES\n", 6},
-      {4 | 64, "yes\n", 6, "(Information) First line"}, {4, "2\n", 7, "[1] Yes  [2] No\r\n"},
-      {4, "\x04", 0}, {5, "\n", 4, "[1] Retry  [2] Cancel\r\n"}, {5, "\x04", 2}, {5, "C\n", 2},
-      {0x101, "\n", 2}, {0x203, "\n", 2}, {6, "t\n", 10},
-      {6, "continue\n", 11, "[1] Cancel  [2] Try Again  [3] Continue\r\n"},
-      // clang-format on
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << "flags " << row.flags << " answer \"" << row.input << "\"");
-    EXPECT_EQ(Run(row.flags, row.input), row.answer);
-    EXPECT_NE(screen_.find("Tarvel USB Eject v2.0.12\r\n"), std::string::npos) << screen_;
-    EXPECT_NE(screen_.find("First line\r\nSecond \xc3\xa9 line\r\n"), std::string::npos);
-    EXPECT_EQ(screen_.find("\r\r"), std::string::npos) << screen_;
-    EXPECT_NE(screen_.find(row.shown), std::string::npos) << screen_;
-    if ((row.flags & 0xF0) == 0) {
-      EXPECT_EQ(screen_.find('('), std::string::npos) << screen_;
-    }
-  }
-}
-
-TEST_F(TerminalBoxTest, UnrecognisedAnswersAskAgain) {
-  EXPECT_EQ(Run(1, "maybe\n3\n0\nx\ncancel\n", u"Own caption"), 2);
-  std::size_t asked = 0;
-  for (std::size_t at = 0; (at = screen_.find("Please answer", at)) != std::string::npos; ++at)
-    ++asked;
-  EXPECT_EQ(asked, 4u) << screen_;
-  EXPECT_NE(screen_.find("Own caption\r\n"), std::string::npos) << screen_;
-  // "C" names two buttons of Cancel/Try Again/Continue, so it asks again.
-  EXPECT_EQ(Run(6, "c\ncancel\n"), 2);
-  EXPECT_NE(screen_.find("Please answer"), std::string::npos);
-}
-
-TEST_F(TerminalBoxTest, HangUpIsTheEndOfInput) {
-  auto answer = std::async(std::launch::async, [] { return mUnicodePatch::MsgBox(u"Go?", 1); });
-  EXPECT_NE(DrainUntilAsked(master_).find("Go?"), std::string::npos) << "the box never showed";
-  close(slave_);
-  close(master_);
-  slave_ = master_ = -1;
-  ASSERT_EQ(answer.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-  EXPECT_EQ(answer.get(), 2);
-}
-
 // Runs body in a child process and returns its exit status; setup runs in the child first.
 int InChild(const std::function<void()>& setup, const std::function<int()>& body) {
   pid_t pid = fork();
@@ -224,45 +113,92 @@ void NoGraphicalSessionNoHook() {
   unsetenv("WAYLAND_DISPLAY");
 }
 
-TEST(MsgBoxPosix, ControllingTerminalIsUsedWithoutTheHook) {
-  int master = -1;
-  pid_t pid = forkpty(&master, nullptr, nullptr, nullptr);
-  ASSERT_GE(pid, 0);
-  if (pid == 0) {
-    NoGraphicalSessionNoHook();
-    _exit(mUnicodePatch::MsgBox(u"Eject now?", 4));
-  }
-  const std::string screen = DrainUntilAsked(master);
-  EXPECT_NE(screen.find("[1] Yes  [2] No"), std::string::npos) << screen;
-  EXPECT_EQ(write(master, "no\n", 3), 3);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  close(master);
-  EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 7);
-}
-
-// Without a terminal of its own but with its output going to one (the ejector, in a session of
-// its own, started from a shell), an OK box is printed there and not asked, so the shell keeps
-// what is typed; a box with a choice is not asked there either. With no terminal at all, the
-// box goes to the log. Either way the answer is what closing the box gives.
-TEST(MsgBoxPosix, WithoutItsOwnTerminalTheBoxIsShownNotAsked) {
+// A box pointed at a pseudo-terminal through TVEJECT_TTY: the test types on the master side and
+// reads what the box wrote there. Every screen shows the caption, the text lines (CR LF as one
+// break) and, where the row says, the icon word or the numbered buttons; an answer that names no
+// button (or two) asks again.
+TEST(MsgBoxPosix, TerminalBoxTakesEachFormOfAnswer) {
   const struct {
     std::int32_t flags;
-    int answer;
-    bool output_on_a_terminal;
-  } rows[] = {{0x40, 1, true}, {0x10, 1, true}, {1, 2, true},  {4, 0, true}, {0, 1, false},
-              {1, 2, false},   {3, 2, false},   {4, 0, false}, {5, 2, false}};
+    const char* input;
+    std::int32_t answer;
+    const char* shown = "";
+    std::size_t asked_again = 0;
+  } rows[] = {
+      // clang-format off
+      {1, "2\n", 2, "[1] OK  [2] Cancel\r\n"}, {1 | 16, "1\n", 1, "(Error) First line"},
+      {1, "CaNcEl\n", 2}, {1, "\n", 1}, {1, "  2 \n", 2}, {1, "\x04", 2}, {0, "\x04", 1, "[1] OK\r\n"},
+      {0 | 32, "ok\n", 1, "(Question) First line"}, {2, "r\n", 4, "[1] Abort  [2] Retry  [3] Ignore\r\n"},
+      {3 | 48, "n\n", 7, "(Warning) First line"}, {3, "\n", 6, "[1] Yes  [2] No  [3] Cancel\r\n"},
+      {3, "\x04", 2}, {4 | 64, "yes\n", 6, "(Information) First line"}, {4, "2\n", 7, "[1] Yes  [2] No\r\n"},
+      {4, "\x04", 0}, {5, "\n", 4, "[1] Retry  [2] Cancel\r\n"}, {0x101, "\n", 2}, {6, "t\n", 10},
+      {6, "continue\n", 11, "[1] Cancel  [2] Try Again  [3] Continue\r\n"},
+      {1, "maybe\n3\n0\nx\ncancel\n", 2, "Please answer", 4}, {6, "c\ncancel\n", 2, "", 1},
+      // clang-format on
+  };
+  std::string slave;
+  const int master = OpenPty(&slave);
+  ASSERT_GE(master, 0);
+  // Held open by the test, so what the box wrote stays readable after it closed its side.
+  const int held = open(slave.c_str(), O_RDWR | O_NOCTTY);
+  testing_support::ScopedEnv tty({{"TVEJECT_TTY", slave.c_str()}});
   for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << "flags " << row.flags << " answer \"" << row.input << "\"");
+    auto answer = std::async(std::launch::async, [&] {
+      return mUnicodePatch::MsgBox(u"First line\r\nSecond \u00e9 line", row.flags);
+    });
+    EXPECT_EQ(write(master, row.input, strlen(row.input)), static_cast<ssize_t>(strlen(row.input)));
+    if (answer.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+      EXPECT_EQ(write(master, "\n\x04", 2), 2);  // unstick the box before failing
+      ADD_FAILURE() << "the box did not take the answer";
+    }
+    EXPECT_EQ(answer.get(), row.answer);
+    const std::string screen = Drain(master, 50);
+    EXPECT_NE(screen.find("Tarvel USB Eject v2.0.12\r\n"), std::string::npos) << screen;
+    EXPECT_NE(screen.find("First line\r\nSecond \xc3\xa9 line\r\n"), std::string::npos);
+    EXPECT_EQ(screen.find("\r\r"), std::string::npos) << screen;
+    EXPECT_NE(screen.find(row.shown), std::string::npos) << screen;
+    EXPECT_EQ(screen.find('(') == std::string::npos, (row.flags & 0xF0) == 0) << screen;
+    std::size_t asked = 0;
+    for (std::size_t at = 0; (at = screen.find("Please answer", at)) != std::string::npos; ++at)
+      ++asked;
+    EXPECT_EQ(asked, row.asked_again) << screen;
+  }
+  close(held);
+  // A hang-up is the end of input.
+  auto answer = std::async(std::launch::async, [] { return mUnicodePatch::MsgBox(u"Go?", 1); });
+  EXPECT_NE(DrainUntilAsked(master).find("Go?"), std::string::npos) << "the box never showed";
+  close(master);
+  ASSERT_EQ(answer.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  EXPECT_EQ(answer.get(), 2);
+}
+
+// Without the hook the box asks on the controlling terminal. Without a terminal of its own but
+// with its output going to one (the ejector, in a session of its own, started from a shell), a
+// box is printed there and not asked, so the shell keeps what is typed. With no terminal at all,
+// the box goes to the log. Either way the answer is what closing the box gives.
+TEST(MsgBoxPosix, TheTerminalsABoxFinds) {
+  enum Terminal { kNone, kOutputOnly, kControlling };
+  const struct {
+    std::int32_t flags;
+    Terminal terminal;
+    int answer;
+  } rows[] = {{4, kControlling, 7}, {0x40, kOutputOnly, 1}, {1, kOutputOnly, 2},
+              {4, kOutputOnly, 0},  {0, kNone, 1},          {3, kNone, 2}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << "flags " << row.flags << " terminal " << row.terminal);
     std::string slave;
     const int master = OpenPty(&slave);
     ASSERT_GE(master, 0);
+    ASSERT_EQ(write(master, "no\n", 3), 3);  // typed ahead, read only by a box that asks
     // The answer, plus 100 when the box was logged with its caption and text.
     const int status = InChild(
         [&] {
           NoGraphicalSessionNoHook();
-          setsid();  // no controlling terminal any more
-          if (!row.output_on_a_terminal) return;
-          const int fd = open(slave.c_str(), O_RDWR | O_NOCTTY);
+          setsid();  // no controlling terminal any more, until the slave is opened as one
+          if (row.terminal == kNone) return;
+          const int fd =
+              open(slave.c_str(), row.terminal == kControlling ? O_RDWR : O_RDWR | O_NOCTTY);
           for (int to : {0, 1, 2}) dup2(fd, to);
         },
         [&] {
@@ -275,15 +211,11 @@ TEST(MsgBoxPosix, WithoutItsOwnTerminalTheBoxIsShownNotAsked) {
         });
     const std::string screen = Drain(master, 100);
     close(master);
-    SCOPED_TRACE(testing::Message()
-                 << "flags " << row.flags << " terminal " << row.output_on_a_terminal);
-    if (row.output_on_a_terminal) {
-      EXPECT_EQ(status % 100, row.answer);
-      EXPECT_NE(screen.find("Drive removed"), std::string::npos) << screen;
-      EXPECT_EQ(screen.find("> "), std::string::npos) << screen;
-    } else {
-      EXPECT_EQ(status, 100 + row.answer);
-    }
+    // On a terminal the box is shown there; whether it is logged as well is not asked.
+    EXPECT_EQ(row.terminal == kNone ? status : status % 100,
+              row.answer + (row.terminal == kNone ? 100 : 0));
+    EXPECT_EQ(screen.find("Drive removed") != std::string::npos, row.terminal != kNone) << screen;
+    EXPECT_EQ(screen.find("> ") != std::string::npos, row.terminal == kControlling) << screen;
   }
 }
 
@@ -338,56 +270,35 @@ TEST(MsgBoxPosix, DialogProgramsInTurn) {
       // clang-format off
       {1 | 16, {{"zenity", "Cancel\\n", 1}}, 2, "zenity", "--title=Cap\n--text=Line one\nLine two\n"
        "--icon-name=dialog-error\n--extra-button=OK\n--extra-button=Cancel\n"},
-      {3, {{"zenity", "No\\n", 1}}, 7, "zenity",
-       "--extra-button=Yes\n--extra-button=No\n--extra-button=Cancel\n"},
-      {3, {{"zenity", "", 1}}, 2, "zenity", "--question\n--switch\n--no-markup\n"},
-      {2, {{"zenity", "Retry\\n", 1}}, 4, "zenity",
-       "--extra-button=Abort\n--extra-button=Retry\n--extra-button=Ignore\n"},
-      {4 | 32, {{"zenity", "", 1}}, 0, "zenity", "--icon-name=dialog-question\n"},
-      {0 | 48, {{"zenity", "", 1}}, 1, "zenity", "--icon-name=dialog-warning\n--extra-button=OK\n"},
-      {5 | 64, {{"zenity", "Retry\\n", 1}}, 4, "zenity", "--icon-name=dialog-information\n"},
+      {3, {{"zenity", "No\\n", 1}}, 7, "zenity", "--question\n--switch\n--no-markup\n--title=Cap\n"
+       "--text=Line one\nLine two\n--extra-button=Yes\n--extra-button=No\n--extra-button=Cancel\n"},
       {0 | 48, {{"kdialog", "", 0}}, 1, "kdialog", "--title\nCap\n--sorry\nLine one\nLine two\n"},
-      {0 | 16, {{"kdialog", "", 0}}, 1, "kdialog", "--error\n"},
       {1, {{"kdialog", "", 1}}, 2, "kdialog",
        "--yesno\nLine one\nLine two\n--yes-label\nOK\n--no-label\nCancel\n"},
-      {1, {{"kdialog", "", 0}}, 1, "kdialog", "--yesno\n"},
       {3 | 48, {{"kdialog", "", 2}}, 2, "kdialog", "--warningyesnocancel\n"},
-      {3, {{"kdialog", "", 1}}, 7, "kdialog",
-       "--yes-label\nYes\n--no-label\nNo\n--cancel-label\nCancel\n"},
       {6, {{"kdialog", "", 0}}, 10, "kdialog",
        "--yes-label\nTry Again\n--no-label\nContinue\n--cancel-label\nCancel\n"},
-      {2, {{"kdialog", "", 2}}, 5, "kdialog",
-       "--yes-label\nAbort\n--no-label\nRetry\n--cancel-label\nIgnore\n"},
       {1 | 48, {{"xmessage", "", 101}}, 1, "xmessage",
        "-title\nCap\n-buttons\nOK:101,Cancel:102\n(Warning) Line one\n"},
-      {2 | 48, {{"xmessage", "", 103}}, 5, "xmessage"},
-      // zenity without a display, closed, timed out, answering with warnings, not knowing an
-      // option; kdialog aborted or without a display; xmessage without a display.
+      // zenity without a display, closed, timed out, not knowing an option; kdialog aborted;
+      // xmessage without a display.
       {1, {{"zenity", "", 1, no_display}, {"xmessage", "", 101}}, 1, "xmessage"},
       {1, {{"zenity", "", 1}, {"xmessage", "", 101}}, 2, "zenity"},
       {4, {{"zenity", "", 5}, {"xmessage", "", 101}}, 0, "zenity"},
-      {1, {{"zenity", "OK\\n", 1, "Gtk-Message: mapped without a transient parent\\n"}}, 1, "zenity"},
       {4, {{"zenity", "", 255}, {"kdialog", "", 134}, {"xmessage", "", 101}}, 6, "xmessage"},
-      {0, {{"kdialog", "", 1, "qt.qpa.xcb: could not connect to display :98\\n"},
-           {"xmessage", "", 101}}, 1, "xmessage"},
       {1, {{"xmessage", "", 1, "Error: Can't open display: :98\\n"}}, 2, nullptr},
       {0, {{"xterm", "", 1}}, 1, nullptr},  // a terminal that cannot open its window
-      {0, {}, 1, nullptr},
       // clang-format on
   };
   for (const auto& row : rows) {
     FakeDialog fakes;
     for (const Program& p : row.programs) fakes.Add(p.name, p.out, p.code, p.err);
-    SCOPED_TRACE(testing::Message()
-                 << "flags " << row.flags << ", first "
-                 << (row.programs.empty() ? "none" : row.programs[0].name) << ", code "
-                 << (row.programs.empty() ? 0 : row.programs[0].code));
+    SCOPED_TRACE(testing::Message() << "flags " << row.flags << ", first " << row.programs[0].name
+                                    << ", code " << row.programs[0].code);
     EXPECT_EQ(fakes.Show(row.flags), row.answer);
     bool after_shown = false;  // programs after the one that showed the box are not started
     for (const Program& p : row.programs) {
-      if (after_shown) {
-        EXPECT_EQ(fakes.Args(p.name), "") << p.name;
-      }
+      EXPECT_TRUE(!after_shown || fakes.Args(p.name).empty()) << p.name;
       after_shown = after_shown || (row.shown_by && std::string(p.name) == row.shown_by);
     }
     const std::string err = fakes.dir.Read(u"stderr");

@@ -9,81 +9,48 @@
 
 namespace {
 
-using os::posix::MountEntry;
-
-TEST(PosixMounts, ParsesMountInfoLines) {
-  const char* text =
-      "22 27 0:21 / /proc rw,relatime - proc proc rw\n"
+TEST(PosixMounts, ParsesMountInfoAndFindsTheTopmostLongestMount) {
+  const auto table = os::posix::ParseMountInfo(
       "27 1 254:0 / / rw,relatime - ext4 /dev/vda rw,discard\n"
       "36 35 98:0 /mnt1 /mnt/parent rw,noatime master:1 shared:7 - ext3 /dev/root rw\n"
       "40 27 8:17 / /media/u/MY\\040STICK rw,nosuid - vfat /dev/sdb1 rw,fmask=0022\n"
-      "41 27 0:45 /@home /home rw - btrfs /dev/nvme0n1p2 rw\n"
       "garbage line without separator\n"
       "42 27 8:x / /bad rw - ext4 /dev/sdc rw\n"
-      "43 27 8:33 / relative rw - ext4 /dev/sdc1 rw\n";
-  auto table = os::posix::ParseMountInfo(text);
-  struct Row {
-    std::uint32_t major, minor;
-    const char* mount_point;
-    const char* fs_type;
-    const char* source;
-  } rows[] = {
-      {0, 21, "/proc", "proc", "proc"},
-      {254, 0, "/", "ext4", "/dev/vda"},
-      {98, 0, "/mnt/parent", "ext3", "/dev/root"},        // optional fields skipped
-      {8, 17, "/media/u/MY STICK", "vfat", "/dev/sdb1"},  // \040 is a blank
-      {0, 45, "/home", "btrfs", "/dev/nvme0n1p2"},
-  };
-  ASSERT_EQ(table.size(), std::size(rows));  // the three bad lines are skipped
-  for (std::size_t i = 0; i < table.size(); ++i) {
-    EXPECT_EQ(table[i].major, rows[i].major) << i;
-    EXPECT_EQ(table[i].minor, rows[i].minor) << i;
-    EXPECT_EQ(table[i].mount_point, rows[i].mount_point) << i;
-    EXPECT_EQ(table[i].fs_type, rows[i].fs_type) << i;
-    EXPECT_EQ(table[i].source, rows[i].source) << i;
+      "43 27 8:33 / relative rw - ext4 /dev/sdc1 rw\n"
+      "44 27 8:18 / /media/u/MY\\040STICK/in rw - ext4 /dev/sdb2 rw\n"
+      "45 27 8:49 / /media/u/MY\\040STICK rw - vfat /dev/sdd1 rw\n");  // over the first
+  // Optional fields are skipped, \040 is a blank, the three bad lines are left out.
+  ASSERT_EQ(table.size(), 5u);
+  std::string shown;
+  for (const auto& m : table) {
+    shown += std::to_string(m.major) + ":" + std::to_string(m.minor) + " " + m.mount_point + " " +
+             m.fs_type + " " + m.source + "\n";
   }
-}
-
-TEST(PosixMounts, PathIsUnderComparesWholeComponents) {
-  struct Row {
-    const char* path;
-    const char* folder;
-    bool under;
-  } rows[] = {
-      {"/media/stick/app", "/media/stick", true},
-      {"/media/stick", "/media/stick", true},
-      {"/media/stick2/app", "/media/stick", false},
-      {"/media", "/media/stick", false},
-      {"/anything", "/", true},
-      {"/", "/", true},
-      {"relative", "/", false},
-      {"/a", "", false},
-  };
-  for (const auto& row : rows)
-    EXPECT_EQ(os::posix::PathIsUnder(row.path, row.folder), row.under)
-        << row.path << " under " << row.folder;
-}
-
-TEST(PosixMounts, FindsTheLongestAndTopmostMount) {
-  std::vector<MountEntry> table = {
-      {254, 0, "/", "ext4", "/dev/vda"},
-      {8, 17, "/media/stick", "vfat", "/dev/sdb1"},
-      {8, 18, "/media/stick/inner", "ext4", "/dev/sdb2"},
-      {8, 33, "/media/stick", "vfat", "/dev/sdc1"},  // mounted over the first one
-  };
-  struct Row {
-    const char* path;
-    int index;
-  } rows[] = {
-      {"/home/u/file", 0},         {"/media/stick/app/x", 3}, {"/media/stick", 3},
-      {"/media/stick/inner/y", 2}, {"/media/stick2/z", 0},
-  };
-  for (const auto& row : rows)
-    EXPECT_EQ(os::posix::FindMountFor(table, row.path), row.index) << row.path;
+  EXPECT_EQ(shown,
+            "254:0 / ext4 /dev/vda\n98:0 /mnt/parent ext3 /dev/root\n"
+            "8:17 /media/u/MY STICK vfat /dev/sdb1\n8:18 /media/u/MY STICK/in ext4 /dev/sdb2\n"
+            "8:49 /media/u/MY STICK vfat /dev/sdd1\n");
+  for (auto [path, index] : {std::pair{"/home/u/file", 0},
+                             {"/media/u/MY STICK/app/x", 4},
+                             {"/media/u/MY STICK", 4},
+                             {"/media/u/MY STICK/in/y", 3},
+                             {"/media/u/MY STICK2/z", 0}}) {
+    EXPECT_EQ(os::posix::FindMountFor(table, path), index) << path;
+  }
   EXPECT_EQ(os::posix::FindMountFor({}, "/x"), -1);
 }
 
-TEST(PosixMounts, ResolvesMissingTailsThroughTheNearestExistingFolder) {
+TEST(PosixMounts, PathRules) {
+  for (auto [path, folder, under] : {std::tuple{"/media/stick/app", "/media/stick", true},
+                                     {"/media/stick", "/media/stick", true},
+                                     {"/media/stick2/app", "/media/stick", false},
+                                     {"/media", "/media/stick", false},
+                                     {"/", "/", true},
+                                     {"relative", "/", false},
+                                     {"/a", "", false}}) {
+    EXPECT_EQ(os::posix::PathIsUnder(path, folder), under) << path << " under " << folder;
+  }
+  // A missing tail is resolved through the nearest existing folder.
   testing_support::TempDir temp;
   const std::string base = os::posix::ResolvePath(temp.path().string());
   ASSERT_FALSE(base.empty());

@@ -1,4 +1,4 @@
-// The POSIX side's reading of sysfs and the mount table (no Windows counterpart to compare).
+// The POSIX side's reading of sysfs (no Windows counterpart to compare).
 #ifndef _WIN32
 
 #include "os/posix/storage.h"
@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 
+#include "base/text.h"
 #include "files/drive_info.h"
 #include "support/temp_dir.h"
 
@@ -16,9 +17,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void Put(const fs::path& file, const std::string& text) {
-  fs::create_directories(file.parent_path());
-  std::ofstream(file) << text;
+// A block device's folder with the given files (path=text), its "device" link pointing up.
+std::string Descriptor(const fs::path& block, const std::string& up,
+                       std::initializer_list<std::pair<fs::path, const char*>> files) {
+  for (const auto& [file, text] : files) {
+    fs::create_directories(file.parent_path());
+    std::ofstream(file) << text;
+  }
+  fs::create_directory_symlink(up, block / "device");
+  return os::posix::StorageDescriptor(block.string());
 }
 
 std::uint32_t At(const std::string& d, std::size_t at) {
@@ -28,64 +35,47 @@ std::uint32_t At(const std::string& d, std::size_t at) {
   return v;
 }
 
-TEST(PosixStorage, UsbStickDescriptorFromSysfs) {
+std::string Texts(const std::string& d) {
+  std::u16string vendor = u"kept", product, revision, serial;
+  mRemoveUsbDrive::ReadDeviceTexts(d, vendor, product, revision, serial);
+  return base::Narrow(vendor + u"|" + product + u"|" + revision + u"|" + serial);
+}
+
+TEST(PosixStorage, DescriptorsFromSysfs) {
   testing_support::TempDir dir;
-  // /sys/devices/.../usb1/1-1 is the USB device (its serial), the SCSI disk below it has the
-  // vendor, model and revision, and block/sdb its removable flag.
+  // A USB stick: the USB device has the serial, the SCSI disk below it the vendor, model and
+  // revision, and block/sdb its removable flag.
   const fs::path usb = dir.path() / "devices/pci0000:00/usb1/1-1";
   const fs::path scsi = usb / "1-1:1.0/host3/target3:0:0/3:0:0:0";
-  const fs::path block = scsi / "block/sdb";
-  Put(usb / "idVendor", "0951\n");
-  Put(usb / "serial", "60A44C413B6E\n");
-  Put(scsi / "vendor", "Kingston\n");
-  Put(scsi / "model", "DataTraveler 3.0\n");
-  Put(scsi / "rev", "PMAP\n");
-  Put(scsi / "type", "0\n");
-  Put(block / "removable", "1\n");
-  fs::create_directory_symlink("../..", block / "device");
-
-  const std::string d = os::posix::StorageDescriptor(block.string());
+  const std::string d = Descriptor(scsi / "block/sdb", "../..",
+                                   {{usb / "idVendor", "0951\n"},
+                                    {usb / "serial", "60A44C413B6E\n"},
+                                    {scsi / "vendor", "Kingston\n"},
+                                    {scsi / "model", "DataTraveler 3.0\n"},
+                                    {scsi / "rev", "PMAP\n"},
+                                    {scsi / "type", "0\n"},
+                                    {scsi / "block/sdb/removable", "1\n"}});
   ASSERT_EQ(d.size(), 40u + 9 + 17 + 5 + 13);
   EXPECT_EQ(At(d, 0), 40u);
   EXPECT_EQ(At(d, 4), d.size());
-  EXPECT_EQ(d[8], 0) << "a disk";
-  EXPECT_EQ(d[10], 1) << "removable";
-  EXPECT_EQ(At(d, 12), 40u);
+  EXPECT_EQ(d[8] * 10 + d[10], 1) << "a removable disk";
   EXPECT_EQ(At(d, 28), 7u) << "BusTypeUsb";
-  std::u16string vendor, product, revision, serial;
-  mRemoveUsbDrive::ReadDeviceTexts(d, vendor, product, revision, serial);
-  EXPECT_EQ(vendor, u"Kingston");
-  EXPECT_EQ(product, u"DataTraveler 3.0");
-  EXPECT_EQ(revision, u"PMAP");
-  EXPECT_EQ(serial, u"60A44C413B6E");
-}
+  EXPECT_EQ(Texts(d), "Kingston|DataTraveler 3.0|PMAP|60A44C413B6E");
 
-TEST(PosixStorage, NvmeDiskHasNoVendorText) {
-  testing_support::TempDir dir;
-  const fs::path controller = dir.path() / "devices/pci0000:00/nvme/nvme0";
-  const fs::path block = controller / "nvme0n1";
-  Put(controller / "model", "Fast SSD 1TB\n");
-  Put(controller / "serial", "S4EWNX0R\n");
-  Put(controller / "firmware_rev", "2B2QEXM7\n");
-  Put(block / "removable", "0\n");
-  fs::create_directory_symlink("..", block / "device");
-  const std::string d = os::posix::StorageDescriptor(block.string());
-  EXPECT_EQ(At(d, 12), 0u) << "no vendor";
-  EXPECT_EQ(d[10], 0);
-  EXPECT_EQ(At(d, 28), 17u) << "BusTypeNvme";
-  std::u16string vendor = u"kept", product, revision, serial;
-  mRemoveUsbDrive::ReadDeviceTexts(d, vendor, product, revision, serial);
-  EXPECT_EQ(vendor, u"kept");
-  EXPECT_EQ(product, u"Fast SSD 1TB");
-  EXPECT_EQ(revision, u"2B2QEXM7");
-  EXPECT_EQ(serial, u"S4EWNX0R");
-}
+  // An NVMe disk has no vendor text.
+  const fs::path nvme = dir.path() / "devices/pci0000:00/nvme/nvme0";
+  const std::string n = Descriptor(nvme / "nvme0n1", "..",
+                                   {{nvme / "model", "Fast SSD 1TB\n"},
+                                    {nvme / "serial", "S4EWNX0R\n"},
+                                    {nvme / "firmware_rev", "2B2QEXM7\n"},
+                                    {nvme / "nvme0n1/removable", "0\n"}});
+  EXPECT_EQ(At(n, 12) + n[10], 0u) << "no vendor, not removable";
+  EXPECT_EQ(At(n, 28), 17u) << "BusTypeNvme";
+  EXPECT_EQ(Texts(n), "kept|Fast SSD 1TB|2B2QEXM7|S4EWNX0R");
 
-TEST(PosixStorage, FileSystemNames) {
-  EXPECT_EQ(os::posix::FileSystemName("vfat"), "FAT32");
-  EXPECT_EQ(os::posix::FileSystemName("exfat"), "exFAT");
-  EXPECT_EQ(os::posix::FileSystemName("ntfs3"), "NTFS");
-  EXPECT_EQ(os::posix::FileSystemName("ext4"), "ext4");
+  EXPECT_EQ(os::posix::FileSystemName("vfat") + os::posix::FileSystemName("exfat") +
+                os::posix::FileSystemName("ntfs3") + os::posix::FileSystemName("ext4"),
+            "FAT32exFATNTFSext4");
 }
 
 }  // namespace

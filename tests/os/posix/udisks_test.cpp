@@ -3,7 +3,6 @@
 // The stand-in unmounts for real (the drive is a loop-mounted image), so the whole eject runs.
 #ifndef _WIN32
 
-#include <stdlib.h>
 #include <sys/mount.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
@@ -11,7 +10,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <filesystem>
+#include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,91 +19,68 @@
 #include "base/text.h"
 #include "os/apps.h"
 #include "os/fault.h"
-#include "os/posix/mounts.h"
 #include "support/child_process.h"
 #include "support/loop_mount.h"
+#include "support/scoped_env.h"
 #include "support/temp_dir.h"
 
 namespace {
 
-using testing_support::ChildProcess;
-
 // What the stand-in answers, and the calls it received.
 struct FakeUdisks {
-  bool busy = false;
-  std::string drive = "/org/freedesktop/UDisks2/drives/Fake_Stick";
-  bool can_power_off = true;
-  bool ejectable = true;
-  std::string mount_point;
+  const char* name;
+  bool busy;
+  std::string drive;  // "/": no drive object
+  bool can_power_off, ejectable;
+  // What the eject must give.
+  bool ok;
+  os::EjectDone done;
   std::vector<std::string> calls;
+  std::string mount_point = {};
+  std::vector<std::string> received = {};
 
-  static FakeUdisks* Of(void* p) { return static_cast<FakeUdisks*>(p); }
-
-  static int Unmount(sd_bus_message* m, void* self, sd_bus_error* error) {
-    FakeUdisks* f = Of(self);
-    f->calls.push_back("Unmount");
-    if (f->busy)
+  static int Method(sd_bus_message* m, void* self, sd_bus_error* error) {
+    FakeUdisks* f = static_cast<FakeUdisks*>(self);
+    f->received.push_back(sd_bus_message_get_member(m));
+    if (f->received.back() == "Unmount" && f->busy)
       return sd_bus_error_set(error, "org.freedesktop.UDisks2.Error.DeviceBusy", "target is busy");
-    if (umount2(f->mount_point.c_str(), 0) != 0)
+    if (f->received.back() == "Unmount" && umount2(f->mount_point.c_str(), 0) != 0)
       return sd_bus_error_set(error, "org.freedesktop.UDisks2.Error.Failed", "umount failed");
     return sd_bus_reply_method_return(m, "");
   }
-  static int PowerOff(sd_bus_message* m, void* self, sd_bus_error*) {
-    Of(self)->calls.push_back("PowerOff");
-    return sd_bus_reply_method_return(m, "");
-  }
-  static int Eject(sd_bus_message* m, void* self, sd_bus_error*) {
-    Of(self)->calls.push_back("Eject");
-    return sd_bus_reply_method_return(m, "");
-  }
-  static int Drive(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply,
-                   void* self, sd_bus_error*) {
-    return sd_bus_message_append(reply, "o", Of(self)->drive.c_str());
-  }
-  static int CanPowerOff(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply,
-                         void* self, sd_bus_error*) {
-    return sd_bus_message_append(reply, "b", Of(self)->can_power_off ? 1 : 0);
-  }
-  static int Ejectable(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply,
-                       void* self, sd_bus_error*) {
-    return sd_bus_message_append(reply, "b", Of(self)->ejectable ? 1 : 0);
+  static int Property(sd_bus*, const char*, const char*, const char* property,
+                      sd_bus_message* reply, void* self, sd_bus_error*) {
+    const FakeUdisks* f = static_cast<FakeUdisks*>(self);
+    if (property == std::string("Drive"))
+      return sd_bus_message_append(reply, "o", f->drive.c_str());
+    return sd_bus_message_append(
+        reply, "b", property == std::string("Ejectable") ? f->ejectable : f->can_power_off);
   }
 };
 
 const sd_bus_vtable kFilesystem[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("Unmount", "a{sv}", "", FakeUdisks::Unmount, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Unmount", "a{sv}", "", FakeUdisks::Method, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END};
 const sd_bus_vtable kBlock[] = {SD_BUS_VTABLE_START(0),
-                                SD_BUS_PROPERTY("Drive", "o", FakeUdisks::Drive, 0, 0),
+                                SD_BUS_PROPERTY("Drive", "o", FakeUdisks::Property, 0, 0),
                                 SD_BUS_VTABLE_END};
 const sd_bus_vtable kDrive[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_PROPERTY("CanPowerOff", "b", FakeUdisks::CanPowerOff, 0, 0),
-    SD_BUS_PROPERTY("Ejectable", "b", FakeUdisks::Ejectable, 0, 0),
-    SD_BUS_METHOD("PowerOff", "a{sv}", "", FakeUdisks::PowerOff, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Eject", "a{sv}", "", FakeUdisks::Eject, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_PROPERTY("CanPowerOff", "b", FakeUdisks::Property, 0, 0),
+    SD_BUS_PROPERTY("Ejectable", "b", FakeUdisks::Property, 0, 0),
+    SD_BUS_METHOD("PowerOff", "a{sv}", "", FakeUdisks::Method, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Eject", "a{sv}", "", FakeUdisks::Method, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END};
 
-// One conversation: what the stand-in answers, and what the eject must give.
-struct UdisksRow {
-  const char* name;
-  bool busy;
-  const char* drive;
-  bool can_power_off, ejectable;
-  bool ok;
-  os::EjectDone done;
-  std::vector<std::string> calls;
-};
-
-class PosixUdisks : public testing::TestWithParam<UdisksRow> {
+class PosixUdisks : public testing::TestWithParam<FakeUdisks> {
  protected:
   void SetUp() override {
     std::string why;
     if (!drive_.Create(temp_, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
+    if (access("/usr/bin/dbus-daemon", X_OK) != 0) GTEST_SKIP() << "dbus-daemon is missing";
     const std::string socket = (temp_.path() / "bus").string();
     // Through a shell only to quiet the daemon's complaints about its file limit.
-    if (access("/usr/bin/dbus-daemon", X_OK) != 0) GTEST_SKIP() << "dbus-daemon is missing";
     if (!daemon_.Start(u"/bin/sh", {u"-c",
                                     u"exec /usr/bin/dbus-daemon --nofork "
                                     u"--config-file=/usr/share/dbus-1/session.conf "
@@ -112,43 +89,45 @@ class PosixUdisks : public testing::TestWithParam<UdisksRow> {
         !testing_support::WaitForFile(base::Widen(socket), 5000))
       GTEST_SKIP() << "dbus-daemon could not be started";
     address_ = "unix:path=" + socket;
-    const char* old = getenv("DBUS_SYSTEM_BUS_ADDRESS");
-    if (old) old_address_ = old;
-    had_address_ = old != nullptr;
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
-    fake_.mount_point = base::Narrow(drive_.mount_point());
+    env_ = std::make_unique<testing_support::ScopedEnv>(
+        std::initializer_list<testing_support::ScopedEnv::Setting>{
+            {"DBUS_SYSTEM_BUS_ADDRESS", address_.c_str()}});
   }
 
   void TearDown() override {
     stop_ = true;
     if (loop_.joinable()) loop_.join();
     if (bus_) sd_bus_flush_close_unref(bus_);
-    if (had_address_) {
-      setenv("DBUS_SYSTEM_BUS_ADDRESS", old_address_.c_str(), 1);
-    } else {
-      unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
-    }
   }
 
   // Puts the stand-in on the bus under udisks2's name and answers calls in a thread.
   void Serve() {
-    ASSERT_GE(sd_bus_new(&bus_), 0);
-    ASSERT_GE(sd_bus_set_address(bus_, address_.c_str()), 0);
-    ASSERT_GE(sd_bus_set_bus_client(bus_, 1), 0);
-    ASSERT_GE(sd_bus_start(bus_), 0);
-    const std::string disk = base::Narrow(drive_.device()).substr(5);  // "loop3"
-    const std::string block = "/org/freedesktop/UDisks2/block_devices/" + disk;
-    const char* fs = "org.freedesktop.UDisks2.Filesystem";
-    ASSERT_GE(sd_bus_add_object_vtable(bus_, nullptr, block.c_str(), fs, kFilesystem, &fake_), 0);
-    ASSERT_GE(sd_bus_add_object_vtable(bus_, nullptr, block.c_str(),
-                                       "org.freedesktop.UDisks2.Block", kBlock, &fake_),
+    fake_.mount_point = base::Narrow(drive_.mount_point());
+    // The socket's file appears before the daemon listens on it: a refused start is tried again.
+    for (int tries = 0; tries < 50 && !bus_; ++tries) {
+      ASSERT_GE(sd_bus_new(&bus_), 0);
+      ASSERT_GE(sd_bus_set_address(bus_, address_.c_str()), 0);
+      ASSERT_GE(sd_bus_set_bus_client(bus_, 1), 0);
+      if (sd_bus_start(bus_) >= 0) break;
+      bus_ = sd_bus_unref(bus_);
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    ASSERT_NE(bus_, nullptr) << "no connection to the private bus";
+    const std::string block = "/org/freedesktop/UDisks2/block_devices/" +
+                              base::Narrow(drive_.device()).substr(5);  // "loop3"
+    const std::string ud = "org.freedesktop.UDisks2";
+    ASSERT_GE(sd_bus_add_object_vtable(bus_, nullptr, block.c_str(), (ud + ".Filesystem").c_str(),
+                                       kFilesystem, &fake_),
+              0);
+    ASSERT_GE(sd_bus_add_object_vtable(bus_, nullptr, block.c_str(), (ud + ".Block").c_str(),
+                                       kBlock, &fake_),
               0);
     if (fake_.drive != "/") {
       ASSERT_GE(sd_bus_add_object_vtable(bus_, nullptr, fake_.drive.c_str(),
-                                         "org.freedesktop.UDisks2.Drive", kDrive, &fake_),
+                                         (ud + ".Drive").c_str(), kDrive, &fake_),
                 0);
     }
-    ASSERT_GE(sd_bus_request_name(bus_, "org.freedesktop.UDisks2", 0), 0);
+    ASSERT_GE(sd_bus_request_name(bus_, ud.c_str(), 0), 0);
     loop_ = std::thread([this] {
       while (!stop_) {
         if (sd_bus_process(bus_, nullptr) > 0) continue;
@@ -159,74 +138,41 @@ class PosixUdisks : public testing::TestWithParam<UdisksRow> {
 
   testing_support::TempDir temp_;
   testing_support::LoopMount drive_;
-  ChildProcess daemon_;
-  std::string address_, old_address_;
-  bool had_address_ = false;
-  FakeUdisks fake_;
+  testing_support::ChildProcess daemon_;
+  std::string address_;
+  std::unique_ptr<testing_support::ScopedEnv> env_;
+  FakeUdisks fake_ = GetParam();
   sd_bus* bus_ = nullptr;
   std::thread loop_;
   std::atomic<bool> stop_{false};
 };
 
 TEST_P(PosixUdisks, UnmountsThenPowersOffOrEjectsWhatTheDriveAllows) {
-  const UdisksRow& row = GetParam();
-  fake_.busy = row.busy;
-  fake_.drive = row.drive;
-  fake_.can_power_off = row.can_power_off;
-  fake_.ejectable = row.ejectable;
   Serve();
-
   os::fault::ScopedRemovableDisk hook(drive_.device());
   os::StorageDevice device;
   ASSERT_TRUE(os::QueryStorageDevice(drive_.mount_point() + u"/", &device));
   os::EjectAnswer answer;
-  EXPECT_EQ(os::RequestDeviceEject(device.disk, device.mount_points, &answer), row.ok);
-  EXPECT_EQ(answer.done, row.done);
+  EXPECT_EQ(os::RequestDeviceEject(device.disk, device.mount_points, &answer), fake_.ok);
+  EXPECT_EQ(answer.done, fake_.done);
   EXPECT_EQ(answer.method.substr(0, 7), u"udisks2");
-  EXPECT_EQ(fake_.calls, row.calls);
-  EXPECT_EQ(drive_.Mounted(), row.busy);
-  if (row.busy) {
+  EXPECT_EQ(fake_.received, fake_.calls);
+  EXPECT_EQ(drive_.Mounted(), fake_.busy);
+  if (fake_.busy) {
     EXPECT_EQ(answer.veto_type, os::kVetoOutstandingOpen);
     EXPECT_EQ(answer.veto_name, drive_.mount_point());
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Conversations, PosixUdisks,
-                         testing::Values(UdisksRow{"PowerOff",
-                                                   false,
-                                                   "/org/freedesktop/UDisks2/drives/Fake_Stick",
-                                                   true,
-                                                   true,
-                                                   true,
-                                                   os::EjectDone::kRemoved,
-                                                   {"Unmount", "PowerOff"}},
-                                         UdisksRow{"EjectOnly",
-                                                   false,
-                                                   "/org/freedesktop/UDisks2/drives/Fake_Reader",
-                                                   false,
-                                                   true,
-                                                   true,
-                                                   os::EjectDone::kMediaEjected,
-                                                   {"Unmount", "Eject"}},
-                                         UdisksRow{"NoDriveObject",
-                                                   false,
-                                                   "/",
-                                                   false,
-                                                   false,
-                                                   true,
-                                                   os::EjectDone::kUnmounted,
-                                                   {"Unmount"}},
-                                         UdisksRow{"Busy",
-                                                   true,
-                                                   "/org/freedesktop/UDisks2/drives/Fake_Stick",
-                                                   true,
-                                                   true,
-                                                   false,
-                                                   os::EjectDone::kNothing,
-                                                   {"Unmount"}}),
-                         [](const testing::TestParamInfo<UdisksRow>& info) {
-                           return std::string(info.param.name);
-                         });
+const char kStick[] = "/org/freedesktop/UDisks2/drives/Fake_Stick";
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Conversations, PosixUdisks, testing::Values(
+    FakeUdisks{"PowerOff", false, kStick, true, true, true, os::EjectDone::kRemoved, {"Unmount", "PowerOff"}},
+    FakeUdisks{"EjectOnly", false, kStick, false, true, true, os::EjectDone::kMediaEjected, {"Unmount", "Eject"}},
+    FakeUdisks{"NoDriveObject", false, "/", false, false, true, os::EjectDone::kUnmounted, {"Unmount"}},
+    FakeUdisks{"Busy", true, kStick, true, true, false, os::EjectDone::kNothing, {"Unmount"}}),
+    [](const testing::TestParamInfo<FakeUdisks>& info) { return std::string(info.param.name); });
+// clang-format on
 
 }  // namespace
 
