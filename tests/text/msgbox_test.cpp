@@ -224,16 +224,18 @@ TEST(MsgBoxPosix, TheTerminalsABoxFinds) {
 struct FakeDialog {
   testing_support::TempDir dir;
   void Add(const char* name, const std::string& out, int code, const std::string& err = "") {
-    AddScript(name, "#!/bin/sh\nfor a in \"$@\"; do printf '%s\\n' \"$a\"; done > '" +
-                        (dir.path() / name).string() + ".args'\nprintf '" + err +
-                        "' >&2\nprintf '" + out + "'\nexit " + std::to_string(code) + "\n");
+    AddScript(name,
+              "#!/bin/sh\nfor a in \"$@\" \"LC_ALL=$LC_ALL\"; do printf '%s\\n' \"$a\"; done > '" +
+                  (dir.path() / name).string() + ".args'\nprintf '" + err + "' >&2\nprintf '" +
+                  out + "'\nexit " + std::to_string(code) + "\n");
   }
   void AddScript(const char* name, const std::string& body) {
     chmod(base::Narrow(dir.Write(u"bin/" + base::Widen(name), body)).c_str(), 0755);
   }
   // Shows a box in a child process with these programs as the only ones on PATH and a display,
   // no terminal, and standard error kept in a file.
-  int Show(std::int32_t flags) {
+  int Show(std::int32_t flags, const char* lang = "C.UTF-8",
+           const std::vector<std::u16string>& words = {}) {
     const std::string bin = (dir.path() / "bin").string();
     const std::string err = (dir.path() / "stderr").string();
     return InChild(
@@ -241,10 +243,15 @@ struct FakeDialog {
           NoGraphicalSessionNoHook();
           setenv("DISPLAY", ":98", 1);
           setenv("PATH", bin.c_str(), 1);
+          setenv("LANG", lang, 1);
+          unsetenv("LC_ALL");
           setsid();
           dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
         },
-        [&] { return mUnicodePatch::MsgBox(u"Line one\r\nLine two", flags, u"Cap"); });
+        [&] {
+          return words.empty() ? mUnicodePatch::MsgBox(u"Line one\r\nLine two", flags, u"Cap")
+                               : mUnicodePatch::MsgBoxWithButtons(u"Line one", flags, words);
+        });
   }
   std::string Args(const std::string& name) const { return dir.Read(base::Widen(name) + u".args"); }
 };
@@ -311,6 +318,22 @@ TEST(MsgBoxPosix, DialogProgramsInTurn) {
       EXPECT_NE(err.find("Cap\n---\nLine one\nLine two\n"), std::string::npos) << err;
       EXPECT_NE(err.find("install zenity, kdialog or xmessage"), std::string::npos) << err;
     }
+  }
+}
+
+// A box's own button words reach the dialog, and a locale the C library lacks does not stop it
+// from reading them: the dialog runs in the UTF-8 locale instead.
+TEST(MsgBoxPosix, DialogsTakeTheButtonsWordsInAnyLocale) {
+  for (const char* lang : {"C.UTF-8", "pt_XX.UTF-8"}) {
+    FakeDialog fakes;
+    fakes.Add("zenity", "Fech\xC3\xA1-los\\n", 1);
+    EXPECT_EQ(fakes.Show(5, lang, {u"Fech\u00E1-los", u"Cancelar"}), 4) << lang;
+    const std::string args = fakes.Args("zenity");
+    EXPECT_NE(args.find("--extra-button=Fech\xC3\xA1-los\n--extra-button=Cancelar\n"),
+              std::string::npos);
+    EXPECT_NE(args.find(std::string(lang) == "C.UTF-8" ? "LC_ALL=\n" : "LC_ALL=C.UTF-8\n"),
+              std::string::npos)
+        << args;
   }
 }
 
