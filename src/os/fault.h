@@ -24,17 +24,12 @@ enum class Op : int {
   kMoveFile,       // MoveFileW
   kDeleteFile,     // DeleteFileW
   kOpenFile,       // CreateFileW
-  kReadFile,       // ReadFile
-  kSeek,           // SetFilePointer
   kAlloc,          // VirtualAlloc / VirtualLock of the write block
   kWrite,          // WriteFile fails
   kShortWrite,     // WriteFile succeeds but writes fewer bytes than asked
   kFlush,          // FlushFileBuffers / fsync
-  kGetAttributes,  // GetFileAttributesW
-  kSetAttributes,  // SetFileAttributesW
   kFindFile,       // FindFirstFileW
   kLocaleInfo,     // GetLocaleInfoW has no answer
-  kFullPathName,   // GetFullPathNameW
   kVolumeInfo,     // GetVolumeInformationW
   kDeviceQuery,    // DeviceIoControl
   kCopyFile,       // CopyFileW

@@ -42,7 +42,6 @@ std::intptr_t side::ShellResultFromError(std::uint32_t error) {
 // ---- files and folders ---------------------------------------------------------------------
 
 std::uint32_t GetFullPathNameW(const char16_t* path, std::uint32_t buffer_size, char16_t* buffer) {
-  if (Hit(Op::kFullPathName)) return 0;
   return side::GetFullPathNameW(path, buffer_size, buffer);
 }
 
@@ -56,12 +55,11 @@ bool FindNextFileW(const FileSearch& search, FindData* entry) {
 }
 
 std::uint32_t GetFileAttributesW(const char16_t* path) {
-  if (Hit(Op::kGetAttributes)) return kInvalidFileAttributes;
   return side::GetFileAttributesW(path);
 }
 
 bool SetFileAttributesW(const char16_t* path, std::uint32_t attributes) {
-  return !Hit(Op::kSetAttributes) && side::SetFileAttributesW(path, attributes);
+  return side::SetFileAttributesW(path, attributes);
 }
 
 bool DeleteFileW(const char16_t* path) {
@@ -88,7 +86,7 @@ File CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t share
 
 bool ReadFile(const File& file, void* buffer, std::uint32_t size, std::uint32_t* done) {
   if (done) *done = 0;
-  return !Hit(Op::kReadFile) && side::ReadFile(file.get(), buffer, size, done);
+  return side::ReadFile(file.get(), buffer, size, done);
 }
 
 bool WriteFile(const File& file, const void* buffer, std::uint32_t size, std::uint32_t* done) {
@@ -101,7 +99,6 @@ bool WriteFile(const File& file, const void* buffer, std::uint32_t size, std::ui
 
 std::uint32_t SetFilePointer(const File& file, std::int32_t distance, std::int32_t* distance_high,
                              std::uint32_t method) {
-  if (Hit(Op::kSeek)) return kInvalidSetFilePointer;
   return side::SetFilePointer(file.get(), distance, distance_high, method);
 }
 
