@@ -238,12 +238,40 @@ TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
     std::vector<std::uint32_t> still;
     std::uint32_t min_slept, max_slept;
     int terminated;
+    sys::WaitChoice choice = sys::WaitChoice::kWait;  // what the watcher answers from 2 s on
   } rows[] = {
       {3000, 10000, false, sys::CloseOutcome::kAllClosed, {}, 3000, 3100, 0},
       {-1, 10000, false, sys::CloseOutcome::kStillRunning, {21}, 10000, 10000, 0},
       {12000, 10000, false, sys::CloseOutcome::kStillRunning, {21}, 10000, 10000, 0},
       {-1, 10000, true, sys::CloseOutcome::kAllClosed, {}, 10000, 10000, 1},
       {-1, 0, false, sys::CloseOutcome::kStillRunning, {20, 21}, 0, 0, 0},
+      {-1,
+       10000,
+       false,
+       sys::CloseOutcome::kAllClosed,
+       {},
+       2000,
+       2000,
+       1,
+       sys::WaitChoice::kCloseNow},
+      {-1,
+       10000,
+       true,
+       sys::CloseOutcome::kStillRunning,
+       {21},
+       2000,
+       2000,
+       0,
+       sys::WaitChoice::kStop},
+      {1000,
+       10000,
+       false,
+       sys::CloseOutcome::kAllClosed,
+       {},
+       1000,
+       1100,
+       0,
+       sys::WaitChoice::kStop},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.slow_ends_after << "/" << row.grace);
@@ -255,8 +283,18 @@ TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
     options.grace_ms = row.grace;
     options.force = row.force;
     options.own_path = u"/suite/TvAppsClose/TvAppsClose";
+    std::uint32_t last_elapsed = 0;
+    options.on_wait = [&](const sys::WaitProgress& w) {
+      EXPECT_EQ(w.grace_ms, row.grace);
+      EXPECT_GE(w.elapsed_ms, last_elapsed);
+      EXPECT_FALSE(w.running.empty());
+      last_elapsed = w.elapsed_ms;
+      return w.elapsed_ms >= 2000 ? row.choice : sys::WaitChoice::kWait;
+    };
     const auto report = sys::CloseApplications({u"/suite", false, u"", {}}, options, fake.Ops());
     EXPECT_EQ(report.outcome, row.outcome);
+    EXPECT_GE(last_elapsed + options.poll_ms, row.min_slept);  // told until the wait ended
+    EXPECT_LE(last_elapsed, row.max_slept);
     EXPECT_EQ(Pids(report.asked), Fake({20, 21}));
     EXPECT_EQ(Pids(report.still_running), Fake(row.still));
     EXPECT_GE(fake.slept, row.min_slept);
