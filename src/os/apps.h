@@ -55,6 +55,10 @@ std::u16string ProcessOwner(std::uint32_t pid);
 // True while pid runs. A process that has ended but was not reaped yet (a zombie) does not.
 bool IsProcessRunning(std::uint32_t pid);
 
+// The title of one of pid's visible top-level windows; "" when it has none with a title (always
+// on POSIX, where windows are the display server's, not the process's).
+std::u16string WindowTitle(std::uint32_t pid);
+
 // One process, opened once (a process handle; a pidfd) and held while the program deals with
 // it, so that its number cannot come to name another program in the meantime. Every request
 // first reads the executable, the owner and the start again through what is held, and does

@@ -228,4 +228,8 @@ bool PathsIgnoreCase() {
   return false;
 }
 
+std::u16string WindowTitle(std::uint32_t) {
+  return std::u16string();
+}
+
 }  // namespace os

@@ -83,7 +83,30 @@ BOOL CALLBACK PostCloseToWindow(HWND window, LPARAM param) {
   return TRUE;
 }
 
+struct TitleRequest {
+  DWORD pid;
+  std::u16string title;
+};
+
+BOOL CALLBACK FindTitle(HWND window, LPARAM param) {
+  auto* request = reinterpret_cast<TitleRequest*>(param);
+  DWORD owner = 0;
+  ::GetWindowThreadProcessId(window, &owner);
+  if (owner != request->pid || !::IsWindowVisible(window)) return TRUE;
+  wchar_t text[256] = {};
+  const int size = ::GetWindowTextW(window, text, 256);
+  if (size <= 0) return TRUE;
+  request->title.assign(reinterpret_cast<const char16_t*>(text), static_cast<std::size_t>(size));
+  return FALSE;
+}
+
 }  // namespace
+
+std::u16string WindowTitle(std::uint32_t pid) {
+  TitleRequest request{pid, {}};
+  ::EnumWindows(FindTitle, reinterpret_cast<LPARAM>(&request));
+  return request.title;
+}
 
 std::vector<ProcessEntry> EnumProcesses() {
   std::vector<ProcessEntry> out;
