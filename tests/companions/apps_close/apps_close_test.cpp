@@ -128,6 +128,7 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
     std::size_t boxes;  // boxes shown
     std::vector<std::uint32_t> asked;
     bool late = false;  // an application of the suite starts while the box is shown
+    os::ProgressPress press = os::ProgressPress::kNone;  // pressed in the window at once
   } rows[] = {
       {"now-out", {u"/now", u"/out"}, false, false, 0, false, 0, "0", 0, {kEditor}},
       {"stubborn", {u"/now", u"/out"}, true, false, 0, false, 1, "1", 0, {kEditor, kStubborn}},
@@ -149,6 +150,44 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
       {"unreadable", {u"/now", u"/out"}, false, false, 0, true, 2, nullptr, 0, {}},
       // What the box named is what is closed: the late one is counted, not asked.
       {"late", {u"/out"}, false, false, os::kIdOk, false, 1, "1", 2, {kEditor}, true},
+      // Cancel stops the wait, even with ForceClose; Close now ends what is left once the
+      // confirmation (the first box under /now) says OK, and only then.
+      {"cancel",
+       {u"/now", u"/out"},
+       true,
+       true,
+       0,
+       false,
+       1,
+       "1",
+       0,
+       {kEditor, kStubborn},
+       false,
+       os::ProgressPress::kCancel},
+      {"close-now",
+       {u"/now", u"/out"},
+       true,
+       false,
+       os::kIdOk,
+       false,
+       0,
+       "0",
+       1,
+       {kEditor, kStubborn},
+       false,
+       os::ProgressPress::kCloseNow},
+      {"close-now-declined",
+       {u"/now", u"/out"},
+       true,
+       false,
+       os::kIdCancel,
+       false,
+       1,
+       "1",
+       1,
+       {kEditor, kStubborn},
+       false,
+       os::ProgressPress::kCloseNow},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -172,22 +211,49 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
       if (row.late && boxes.size() == 1) fake.apps[kLate] = {temp.u16(u"Suite/Late/late"), true};
       return boxes.size() == 1 ? row.answer : os::kIdOk;
     });
+    std::vector<std::u16string> shown;  // the progress window's texts
+    os::fault::SetProgressAnswer([&](std::u16string_view text) {
+      shown.emplace_back(text);
+      return shown.size() == 1 ? row.press : os::ProgressPress::kNone;
+    });
+    const std::uint32_t grace_end = 2000;
     EXPECT_EQ(app::RunAppsClose(row.args, own, fake.Ops()), row.exit_code);
+    // Shown only while something is slow to close: it names that one, not what closed at once,
+    // and at the end says what remains.
+    EXPECT_EQ(shown.empty(), !row.stubborn || row.asked.empty());
+    for (const auto& text : shown) {
+      EXPECT_NE(text.find(u"stubborn"), std::u16string::npos) << base::Narrow(text);
+      EXPECT_EQ(text.find(u"editor"), std::u16string::npos) << base::Narrow(text);
+    }
+    if (!shown.empty() && row.out && std::string(row.out) == "1")
+      EXPECT_NE(shown.back().find(u"not closed"), std::u16string::npos);
 
     std::sort(fake.asked.begin(), fake.asked.end());
     EXPECT_EQ(fake.asked, row.asked);
     EXPECT_TRUE(fake.apps[kOutsider].alive);
-    EXPECT_EQ(fake.killed.size(), row.force && row.stubborn ? 1u : 0u);
-    // A stubborn application is waited for the whole grace period, and no longer.
+    const bool ended = row.press == os::ProgressPress::kCloseNow
+                           ? row.answer == os::kIdOk
+                           : row.press == os::ProgressPress::kNone && row.force;
+    EXPECT_EQ(fake.killed.size(), ended && row.stubborn ? 1u : 0u);
+    // A stubborn application is waited for the whole grace period, and no longer, unless a
+    // button ended the wait (then the window tells what remains for a moment).
     if (row.stubborn && !row.asked.empty()) {
-      EXPECT_EQ(fake.clock, 2000u);
+      const bool remains = row.out == std::string("1");
+      EXPECT_EQ(fake.clock,
+                (row.press != os::ProgressPress::kNone && row.answer != os::kIdCancel ? 500u
+                                                                                      : grace_end) +
+                    (remains ? 2500u : 0u));
     }
     EXPECT_EQ(temp.Exists(u"Suite/TvAppsClose/TvAppsClose.out"), row.out != nullptr);
     if (row.out) {
       EXPECT_EQ(temp.Read(u"Suite/TvAppsClose/TvAppsClose.out"), row.out);
     }
     ASSERT_EQ(boxes.size(), row.boxes);
-    if (row.boxes > 0) {
+    if (row.boxes > 0 && row.press == os::ProgressPress::kCloseNow) {
+      // The confirmation of Close now names what would be ended and warns of the loss.
+      EXPECT_NE(boxes[0].find(u"stubborn"), std::u16string::npos) << base::Narrow(boxes[0]);
+      EXPECT_NE(boxes[0].find(u"Unsaved work"), std::u16string::npos) << base::Narrow(boxes[0]);
+    } else if (row.boxes > 0) {
       // No language file beside it: the built-in texts, listing the applications by name.
       EXPECT_NE(boxes[0].find(u"editor"), std::u16string::npos) << base::Narrow(boxes[0]);
       EXPECT_EQ(boxes[0].find(u"outsider"), std::u16string::npos) << base::Narrow(boxes[0]);
