@@ -83,7 +83,11 @@ class ProgressWatcher {
     const ProgressView view = ViewProgress({Apps(remain), 0, 0, true, true});
     if (view.show) {
       window_.Update(view.text, view.line, view.percent);
-      sleep_(kRemainShownMs);
+      // A dialog that the Cancel button took away comes back to say it.
+      if (window_.Show(CompanionText(u"TvAppsClose.Messages.Caption"),
+                       CompanionText(u"TvAppsClose.Messages.CloseNow"),
+                       CompanionText(u"TvAppsClose.Messages.Cancel")))
+        sleep_(kRemainShownMs);
     }
     window_.Close();
   }

@@ -63,6 +63,7 @@ struct ProgressDialog::Impl {
   bool terminal = false;
   std::string close_now;  // the extra button's label, as zenity prints it
   std::string last;       // the last update, for a dialog shown again
+  int percent = 0;
   ProgressPress pressed = ProgressPress::kNone;
 
   void Send(const std::string& lines) {
@@ -106,6 +107,7 @@ struct ProgressDialog::Impl {
                                      "--width=420",
                                      "--title=" + base::Narrow(caption),
                                      "--text=" + (last.empty() ? std::string(" ") : last),
+                                     "--percentage=" + std::to_string(percent),
                                      "--cancel-label=" + base::Narrow(cancel),
                                      "--extra-button=" + close_now};
     std::vector<char*> argv;
@@ -149,12 +151,15 @@ bool ProgressDialog::Show(std::u16string_view caption, std::u16string_view close
 
 void ProgressDialog::Update(std::u16string_view text, std::u16string_view line, int percent) {
   Impl& w = *impl_;
+  w.last = OneLine(text);
+  w.percent = percent < 100 ? percent : 99;  // 100 would make zenity's OK button the way out
   if (w.zenity >= 0) {
-    w.last = OneLine(text);
-    w.Send(std::to_string(percent < 100 ? percent : 99) + "\n# " + w.last + "\n");
+    w.Send(std::to_string(w.percent) + "\n# " + w.last + "\n");
   } else if (w.terminal) {
     // Carriage return and erase-to-end-of-line: the line is redrawn where it stands.
-    WriteAll(2, "\r\033[K" + base::Narrow(line));
+    const int filled = (percent < 0 ? 0 : percent > 100 ? 100 : percent) / 5;
+    WriteAll(2, "\r\033[K[" + std::string(filled, '#') + std::string(20 - filled, '.') + "] " +
+                    base::Narrow(line));
   }
 }
 
