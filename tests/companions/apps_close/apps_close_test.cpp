@@ -225,8 +225,9 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
       EXPECT_NE(text.find(u"stubborn"), std::u16string::npos) << base::Narrow(text);
       EXPECT_EQ(text.find(u"editor"), std::u16string::npos) << base::Narrow(text);
     }
-    if (!shown.empty() && row.out && std::string(row.out) == "1")
+    if (!shown.empty() && row.out && std::string(row.out) == "1") {
       EXPECT_NE(shown.back().find(u"not closed"), std::u16string::npos);
+    }
 
     std::sort(fake.asked.begin(), fake.asked.end());
     EXPECT_EQ(fake.asked, row.asked);
