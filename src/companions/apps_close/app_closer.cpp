@@ -227,6 +227,8 @@ ProcessOps SystemProcessOps() {
   ProcessOps ops;
   ops.enumerate = [] { return os::EnumProcesses(); };
   ops.volume_of = [](std::u16string_view path) { return os::VolumeIdentity(path); };
+  ops.folder_windows = [] { return os::ShellFolderWindows(); };
+  ops.close_folder_window = [](std::intptr_t window) { return os::CloseShellFolderWindow(window); };
   ops.open = [](const os::ProcessEntry& entry, HeldProcess* held) {
     auto process = std::make_shared<os::HeldProcess>(entry);
     if (!process->valid()) return false;
@@ -287,6 +289,20 @@ CloseReport CloseSelected(const CloseScope& scope, const ClosePlan& plan,
       report.outcome = CloseOutcome::kFailed;
       report.reason = u"the list of running processes could not be read";
       return report;
+    }
+    if (ops.folder_windows && ops.close_folder_window) {
+      for (const auto& w : ops.folder_windows()) {
+        const bool ours = !w.folder.empty() &&
+                          (PathIsUnder(w.folder, scope.folder, ops.ignore_case) ||
+                           std::any_of(scope.other_volumes.begin(), scope.other_volumes.end(),
+                                       [&](const std::u16string& v) {
+                                         return PathIsUnder(w.folder, v, ops.ignore_case);
+                                       }));
+        if (ours && ops.close_folder_window(w.window)) {
+          report.folders_closed.push_back(w.folder);
+          DebugLog(u"Folder window closed: " + w.folder);
+        }
+      }
     }
     if (plan.chosen.empty()) {
       report.outcome = CloseOutcome::kNothingToClose;

@@ -9,7 +9,9 @@
 // (the program that called it), the ejector, and anything outside the scope.
 //
 // How: politely (WM_CLOSE to each window, SIGTERM), then a grace period for applications that
-// ask the user to save, then a count of what still runs. Force is used only when configured.
+// ask the user to save, then a count of what still runs. Force is used only when configured or
+// asked for. The shell's windows showing a folder of the scope are closed too: they keep the
+// drive busy though they are not the drive's programs.
 //
 //   sys::CloseScope scope = sys::DetermineCloseScope(os::ModuleFileName());
 //   sys::CloseReport report = sys::CloseApplications(scope, sys::CloseOptions{});
@@ -82,6 +84,9 @@ struct ProcessOps {
   std::function<void(std::uint32_t)> sleep;
   // os::VolumeIdentity: which volume a file lies on; "" when unknown. May be left empty.
   std::function<std::u16string(std::u16string_view)> volume_of;
+  // os::ShellFolderWindows and os::CloseShellFolderWindow. May be left empty.
+  std::function<std::vector<os::FolderWindow>()> folder_windows;
+  std::function<bool(std::intptr_t)> close_folder_window;
   bool ignore_case = false;
 };
 
@@ -147,6 +152,7 @@ struct CloseReport {
   std::vector<os::ProcessEntry> asked;           // sent a close request
   std::vector<os::ProcessEntry> without_window;  // had nothing to receive it (Windows consoles)
   std::vector<os::ProcessEntry> killed;          // ended by force
+  std::vector<std::u16string> folders_closed;    // the shell's windows on folders of the scope
   std::vector<os::ProcessEntry> still_running;   // in the scope after everything
   WaitChoice choice = WaitChoice::kWait;         // how on_wait ended the grace period
   std::u16string reason;

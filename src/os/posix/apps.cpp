@@ -232,4 +232,12 @@ std::u16string WindowTitle(std::uint32_t) {
   return std::u16string();
 }
 
+std::vector<FolderWindow> ShellFolderWindows() {
+  return {};
+}
+
+bool CloseShellFolderWindow(std::intptr_t) {
+  return false;
+}
+
 }  // namespace os

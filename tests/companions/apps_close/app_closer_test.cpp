@@ -316,8 +316,21 @@ TEST(AppCloserRun, TouchesNothingWithoutScopeOrProcessList) {
   ops.enumerate = [] { return std::vector<ProcessEntry>{}; };
   EXPECT_EQ(sys::CloseApplications({u"/suite", false, u"", {}}, {}, ops).outcome,
             sys::CloseOutcome::kFailed);
-  const auto elsewhere = sys::CloseApplications({u"/other", false, u"", {}}, {}, fake.Ops());
+  // The shell's windows on folders of the scope go, even when no application runs there.
+  std::vector<std::intptr_t> closed;
+  ops = fake.Ops();
+  ops.folder_windows = [] {
+    return std::vector<os::FolderWindow>{
+        {1, u"/other/Docs"}, {2, u"/other2"}, {3, u""}, {4, u"/other"}, {5, u"/vol2/x"}};
+  };
+  ops.close_folder_window = [&](std::intptr_t w) {
+    closed.push_back(w);
+    return true;
+  };
+  EXPECT_EQ(sys::CloseApplications({}, {}, ops).outcome, sys::CloseOutcome::kNoScope);
+  const auto elsewhere = sys::CloseApplications({u"/other", false, u"", {u"/vol2"}}, {}, ops);
   EXPECT_EQ(elsewhere.outcome, sys::CloseOutcome::kNothingToClose);
+  EXPECT_EQ(closed, (std::vector<std::intptr_t>{1, 4, 5}));
   EXPECT_EQ(fake.slept, 0u);
 }
 
