@@ -230,6 +230,7 @@ struct FakeSystem {
 };
 
 TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
+  constexpr auto kCloseNow = sys::WaitChoice::kCloseNow, kStop = sys::WaitChoice::kStop;
   struct Row {
     std::int64_t slow_ends_after;  // the second application's time to close
     std::uint32_t grace;
@@ -245,33 +246,9 @@ TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
       {12000, 10000, false, sys::CloseOutcome::kStillRunning, {21}, 10000, 10000, 0},
       {-1, 10000, true, sys::CloseOutcome::kAllClosed, {}, 10000, 10000, 1},
       {-1, 0, false, sys::CloseOutcome::kStillRunning, {20, 21}, 0, 0, 0},
-      {-1,
-       10000,
-       false,
-       sys::CloseOutcome::kAllClosed,
-       {},
-       2000,
-       2000,
-       1,
-       sys::WaitChoice::kCloseNow},
-      {-1,
-       10000,
-       true,
-       sys::CloseOutcome::kStillRunning,
-       {21},
-       2000,
-       2000,
-       0,
-       sys::WaitChoice::kStop},
-      {1000,
-       10000,
-       false,
-       sys::CloseOutcome::kAllClosed,
-       {},
-       1000,
-       1100,
-       0,
-       sys::WaitChoice::kStop},
+      {-1, 10000, false, sys::CloseOutcome::kAllClosed, {}, 2000, 2000, 1, kCloseNow},
+      {-1, 10000, true, sys::CloseOutcome::kStillRunning, {21}, 2000, 2000, 0, kStop},
+      {1000, 10000, false, sys::CloseOutcome::kAllClosed, {}, 1000, 1100, 0, kStop},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.slow_ends_after << "/" << row.grace);
@@ -285,9 +262,7 @@ TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
     options.own_path = u"/suite/TvAppsClose/TvAppsClose";
     std::uint32_t last_elapsed = 0;
     options.on_wait = [&](const sys::WaitProgress& w) {
-      EXPECT_EQ(w.grace_ms, row.grace);
-      EXPECT_GE(w.elapsed_ms, last_elapsed);
-      EXPECT_FALSE(w.running.empty());
+      EXPECT_TRUE(w.grace_ms == row.grace && w.elapsed_ms >= last_elapsed && !w.running.empty());
       last_elapsed = w.elapsed_ms;
       return w.elapsed_ms >= 2000 ? row.choice : sys::WaitChoice::kWait;
     };

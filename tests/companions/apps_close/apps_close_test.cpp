@@ -116,6 +116,8 @@ constexpr std::uint32_t kEditor = 0x7FFF0001, kStubborn = 0x7FFF0002, kOutsider 
                         kLate = 0x7FFF0004;
 
 TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
+  constexpr auto kCancel = os::ProgressPress::kCancel, kCloseNow = os::ProgressPress::kCloseNow;
+  const std::vector<std::u16string> kNowOut = {u"/now", u"/out"};
   struct Row {
     const char* name;
     std::vector<std::u16string> args;
@@ -152,20 +154,9 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
       {"late", {u"/out"}, false, false, os::kIdOk, false, 1, "1", 2, {kEditor}, true},
       // Cancel stops the wait, even with ForceClose; Close now ends what is left once the
       // confirmation (the first box under /now) says OK, and only then.
-      {"cancel",
-       {u"/now", u"/out"},
-       true,
-       true,
-       0,
-       false,
-       1,
-       "1",
-       0,
-       {kEditor, kStubborn},
-       false,
-       os::ProgressPress::kCancel},
+      {"cancel", kNowOut, true, true, 0, false, 1, "1", 0, {kEditor, kStubborn}, false, kCancel},
       {"close-now",
-       {u"/now", u"/out"},
+       kNowOut,
        true,
        false,
        os::kIdOk,
@@ -175,9 +166,9 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
        1,
        {kEditor, kStubborn},
        false,
-       os::ProgressPress::kCloseNow},
+       kCloseNow},
       {"close-now-declined",
-       {u"/now", u"/out"},
+       kNowOut,
        true,
        false,
        os::kIdCancel,
@@ -187,7 +178,7 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
        1,
        {kEditor, kStubborn},
        false,
-       os::ProgressPress::kCloseNow},
+       kCloseNow},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -216,7 +207,6 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
       shown.emplace_back(text);
       return shown.size() == 1 ? row.press : os::ProgressPress::kNone;
     });
-    const std::uint32_t grace_end = 2000;
     EXPECT_EQ(app::RunAppsClose(row.args, own, fake.Ops()), row.exit_code);
     // Shown only while something is slow to close: it names that one, not what closed at once,
     // and at the end says what remains.
@@ -232,18 +222,14 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
     std::sort(fake.asked.begin(), fake.asked.end());
     EXPECT_EQ(fake.asked, row.asked);
     EXPECT_TRUE(fake.apps[kOutsider].alive);
-    const bool ended = row.press == os::ProgressPress::kCloseNow
-                           ? row.answer == os::kIdOk
-                           : row.press == os::ProgressPress::kNone && row.force;
-    EXPECT_EQ(fake.killed.size(), ended && row.stubborn ? 1u : 0u);
+    const bool pressed = row.press != os::ProgressPress::kNone,
+               remains = row.out && std::string(row.out) == "1";
+    EXPECT_EQ(fake.killed.size(), row.stubborn && !remains && (pressed || row.force) ? 1u : 0u);
     // A stubborn application is waited for the whole grace period, and no longer, unless a
-    // button ended the wait (then the window tells what remains for a moment).
+    // button ended the wait; a window that names what remains stays a moment.
     if (row.stubborn && !row.asked.empty()) {
-      const bool remains = row.out == std::string("1");
       EXPECT_EQ(fake.clock,
-                (row.press != os::ProgressPress::kNone && row.answer != os::kIdCancel ? 500u
-                                                                                      : grace_end) +
-                    (remains ? 2500u : 0u));
+                (pressed && row.answer != os::kIdCancel ? 500u : 2000u) + (remains ? 2500u : 0u));
     }
     EXPECT_EQ(temp.Exists(u"Suite/TvAppsClose/TvAppsClose.out"), row.out != nullptr);
     if (row.out) {

@@ -28,7 +28,6 @@ TEST(CloseProgressView, ShownLateNamesTheAppsAndCountsDown) {
       {9000, 10000, true, false, false, false, 0, nullptr},  // never shown: nothing at the end
       {3000, 10000, true, true, false, true, 100,
        u"These applications were not closed: editor.exe (notes.txt - Editor), tray.exe, same"},
-      {3000, 10000, false, true, true, false, 0, nullptr},  // nothing left to show
   };
   testing_support::TempDir temp;  // English asked for, no language file: the built-in texts
   temp.Write(u"TvEject.xml", "<TarvelUSBEject><Language>en</Language></TarvelUSBEject>");
