@@ -25,8 +25,10 @@ NATIVE_PACKAGES=(cmake ninja-build g++ lld libgtest-dev libgmock-dev googletest 
 # Only the benchmarks (cmake --preset bench) need these: the references they measure against.
 BENCH_PACKAGES=(libbenchmark-dev libpugixml-dev libtinyxml2-dev libxml2-dev)
 # locales: the definitions from which the Wine scenarios compile a user's locale (localedef);
-# xterm: the terminal window a message box falls back to on a desktop without a dialog program.
-WINDOWS_PACKAGES=(g++-mingw-w64-x86-64 wine64 xvfb xauth xdotool imagemagick x11-utils locales xterm)
+# xterm: the terminal window a message box falls back to on a desktop without a dialog program;
+# zenity and tmux: the closer's progress window and its terminal line, as its scenario sees them.
+WINDOWS_PACKAGES=(g++-mingw-w64-x86-64 wine64 xvfb xauth xdotool imagemagick x11-utils locales xterm
+  zenity tmux)
 
 # with_wine_env: the Wine prefix lives in the Windows build folder; first start makes it.
 wine_env() {

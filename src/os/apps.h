@@ -55,6 +55,10 @@ std::u16string ProcessOwner(std::uint32_t pid);
 // True while pid runs. A process that has ended but was not reaped yet (a zombie) does not.
 bool IsProcessRunning(std::uint32_t pid);
 
+// The title of one of pid's visible top-level windows; "" when it has none with a title (always
+// on POSIX, where windows are the display server's, not the process's).
+std::u16string WindowTitle(std::uint32_t pid);
+
 // One process, opened once (a process handle; a pidfd) and held while the program deals with
 // it, so that its number cannot come to name another program in the meantime. Every request
 // first reads the executable, the owner and the start again through what is held, and does
@@ -74,9 +78,10 @@ class HeldProcess {
   bool valid() const { return valid_; }
   // Asks it to close as a user would: WM_CLOSE posted to each of its visible top-level
   // windows, its console's window only with console_too (that window belongs to every process
-  // attached to the console), SIGTERM on POSIX. Returns how many requests were sent: 0 when
-  // it has no window to close, -1 when it has ended, is no longer the entry's program or may
-  // not be signalled (last error set).
+  // attached to the console); for an application with none shown (a tray application), to its
+  // hidden top-level windows, after WM_QUERYENDSESSION and WM_ENDSESSION; SIGTERM on POSIX. Returns
+  // how many requests were sent: 0 when it has no window to close, -1 when it has ended, is no
+  // longer the entry's program or may not be signalled (last error set).
   int RequestClose(bool console_too);
   // Ends it by force (TerminateProcess, SIGKILL), after the same check.
   bool Terminate();
@@ -89,6 +94,21 @@ class HeldProcess {
   std::intptr_t handle_ = -1;  // the HANDLE or the pidfd; -1 when none is held
   bool valid_ = false;
 };
+
+// A folder window of the shell (an Explorer window) and the folder it shows: it keeps that
+// folder's drive busy though no program runs from there.
+struct FolderWindow {
+  std::intptr_t window = 0;  // its HWND
+  std::u16string folder;     // the file-system path shown; "" for a virtual folder
+};
+
+// The shell's folder windows, from its window list (IShellWindows); none on POSIX, where a file
+// manager's windows are its own and the drive's programs are asked with SIGTERM.
+std::vector<FolderWindow> ShellFolderWindows();
+
+// Closes the shell's folder window that has this HWND (IWebBrowserApp::Quit), found again in
+// the window list; false when it is no longer there.
+bool CloseShellFolderWindow(std::intptr_t window);
 
 // The processes attached to the console pid runs in, pid's own included (AttachConsole +
 // GetConsoleProcessList). False when it has none or they cannot be known (the caller has a

@@ -41,6 +41,11 @@ std::function<std::int32_t(const MessageBoxParams&)>& BoxAnswer() {
   return answer;
 }
 
+std::function<ProgressPress(std::u16string_view)>& ProgressAnswer() {
+  static std::function<ProgressPress(std::u16string_view)> answer;
+  return answer;
+}
+
 std::mutex& DiskMutex() {
   static std::mutex m;
   return m;
@@ -82,6 +87,7 @@ void Reset() {
   Clock() = nullptr;
   Observer() = nullptr;
   BoxAnswer() = nullptr;
+  ProgressAnswer() = nullptr;
 }
 
 bool Hit(Op op) {
@@ -128,6 +134,20 @@ void SetMessageBoxAnswer(std::function<std::int32_t(const MessageBoxParams&)> an
 bool AnswerMessageBox(const MessageBoxParams& params, std::int32_t* result) {
   if (!BoxAnswer()) return false;
   *result = BoxAnswer()(params);
+  return true;
+}
+
+void SetProgressAnswer(std::function<ProgressPress(std::u16string_view)> answer) {
+  ProgressAnswer() = std::move(answer);
+}
+
+bool ProgressAnswered() {
+  return static_cast<bool>(ProgressAnswer());
+}
+
+bool AnswerProgress(std::u16string_view text, ProgressPress* press) {
+  if (!ProgressAnswer()) return false;
+  *press = ProgressAnswer()(text);
   return true;
 }
 

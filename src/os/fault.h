@@ -11,10 +11,12 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace os {
 struct MessageBoxParams;
-}
+enum class ProgressPress;
+}  // namespace os
 
 namespace os::fault {
 
@@ -71,6 +73,13 @@ void SetMessageBoxAnswer(std::function<std::int32_t(const MessageBoxParams&)> an
 // For the seam: true when a test answered the box; *result then holds the answer.
 bool AnswerMessageBox(const MessageBoxParams& params, std::int32_t* result);
 
+// Stands in for the progress window while set: nothing is shown, Show succeeds, and each
+// Update hands the text to the function, whose answer is the next press. Empty: removed.
+void SetProgressAnswer(std::function<ProgressPress(std::u16string_view text)> answer);
+// For the seam: true when a test stands in for the window; *press then holds its answer.
+bool AnswerProgress(std::u16string_view text, ProgressPress* press);
+bool ProgressAnswered();
+
 // While an object lives, the named disk ("/dev/loop3") counts as removable (QueryStorageDevice)
 // even though its device does not say so. A loop device never does, and is the only disk a test
 // can make.
@@ -87,7 +96,8 @@ class ScopedRemovableDisk {
 // For the seam: the disk named by the living ScopedRemovableDisk, "" when none.
 std::u16string RemovableDisk();
 
-// Disarms everything (failures, clock, observer, message-box answer) when it goes out of scope.
+// Disarms everything (failures, clock, observer, box and progress answers) when it goes out of
+// scope.
 class Scope {
  public:
   Scope() = default;

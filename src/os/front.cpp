@@ -238,4 +238,30 @@ std::int32_t MessageBoxIndirectW(const MessageBoxParams& params) {
   return fault::AnswerMessageBox(params, &answer) ? answer : side::MessageBoxIndirectW(params);
 }
 
+ProgressWindow::ProgressWindow() : dialog_(std::make_unique<side::ProgressDialog>()) {}
+
+ProgressWindow::~ProgressWindow() {
+  Close();
+}
+
+bool ProgressWindow::Show(std::u16string_view caption, std::u16string_view close_now,
+                          std::u16string_view cancel) {
+  return fault::ProgressAnswered() || dialog_->Show(caption, close_now, cancel);
+}
+
+void ProgressWindow::Update(std::u16string_view text, std::u16string_view line, int percent) {
+  if (!fault::AnswerProgress(text, &answered_)) dialog_->Update(text, line, percent);
+}
+
+ProgressPress ProgressWindow::Pressed() {
+  if (!fault::ProgressAnswered()) return dialog_->Pressed();
+  const ProgressPress press = answered_;
+  answered_ = ProgressPress::kNone;
+  return press;
+}
+
+void ProgressWindow::Close() {
+  dialog_->Close();
+}
+
 }  // namespace os

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -73,6 +74,23 @@ void FreeLibrary(Handle module);
 std::int32_t MessageBoxIndirectW(const MessageBoxParams& params);
 
 bool QueryStorageDevice(std::u16string_view root, StorageDevice* device);
+
+// The platform's progress window, as os::ProgressWindow.
+class ProgressDialog {
+ public:
+  ProgressDialog();
+  ~ProgressDialog();
+  ProgressDialog(const ProgressDialog&) = delete;
+  ProgressDialog& operator=(const ProgressDialog&) = delete;
+  bool Show(std::u16string_view caption, std::u16string_view close_now, std::u16string_view cancel);
+  void Update(std::u16string_view text, std::u16string_view line, int percent);
+  ProgressPress Pressed();
+  void Close();
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
 
 // The ShellExecuteW result (at most 32) that stands for a failure with this error number.
 std::intptr_t ShellResultFromError(std::uint32_t error);

@@ -1,11 +1,14 @@
 // A small application with one window, for the tests that close applications politely.
 //
-//   window_app [--ready FILE] [--close-delay MS] [--life SECONDS]
+//   window_app [--ready FILE] [--close-delay MS] [--life SECONDS] [--ignore-close] [--windowless]
 //
 // On Windows it shows one top-level window and ends when the window is closed (WM_CLOSE); with
 // --close-delay it takes that long first, like an application that saves its work. Elsewhere
 // the same happens on SIGTERM. --ready FILE is written once the window is shown (or the signal
 // handler is in place); --life ends it by itself after that long (120 s by default).
+// --ignore-close: the request to close is ignored (WM_CLOSE, SIGTERM). --windowless: like a tray
+// application, its only window stays hidden; it ends on WM_CLOSE or at the end of the session
+// (WM_ENDSESSION).
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -28,15 +31,23 @@ struct Options {
   std::filesystem::path ready;
   long close_delay_ms = 0;
   long life_s = 120;
+  bool ignore_close = false;
+  bool windowless = false;
 };
 
 template <class Str>
 Options Parse(const std::vector<Str>& args) {
   auto narrow = [](const Str& s) { return std::string(s.begin(), s.end()); };
   Options o;
-  for (std::size_t i = 1; i + 1 < args.size(); ++i) {
+  for (std::size_t i = 1; i < args.size(); ++i) {
     const std::string name = narrow(args[i]);
-    if (name == "--ready")
+    if (name == "--ignore-close")
+      o.ignore_close = true;
+    else if (name == "--windowless")
+      o.windowless = true;
+    else if (i + 1 == args.size())
+      break;
+    else if (name == "--ready")
       o.ready = std::filesystem::path(args[++i]);
     else if (name == "--close-delay")
       o.close_delay_ms = std::atol(narrow(args[++i]).c_str());
@@ -61,7 +72,13 @@ constexpr UINT_PTR kLifeTimer = 2;
 
 LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM w, LPARAM l) {
   switch (message) {
+    case WM_QUERYENDSESSION:
+      return TRUE;
+    case WM_ENDSESSION:
+      if (w) DestroyWindow(window);
+      return 0;
     case WM_CLOSE:
+      if (options.ignore_close) return 0;
       if (options.close_delay_ms > 0) {
         SetTimer(window, kCloseTimer, static_cast<UINT>(options.close_delay_ms), nullptr);
         return 0;
@@ -93,8 +110,10 @@ int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR, int) {
   HWND window = CreateWindowW(wc.lpszClassName, L"window_app", WS_OVERLAPPEDWINDOW, 10, 10, 240,
                               120, nullptr, nullptr, instance, nullptr);
   if (!window) return 1;
-  ShowWindow(window, SW_SHOWNORMAL);
-  UpdateWindow(window);
+  if (!options.windowless) {
+    ShowWindow(window, SW_SHOWNORMAL);
+    UpdateWindow(window);
+  }
   SetTimer(window, kLifeTimer, static_cast<UINT>(options.life_s * 1000), nullptr);
   WriteReady(options);
   MSG msg;
@@ -116,7 +135,7 @@ extern "C" void OnTerm(int) {
 
 int main(int argc, char** argv) {
   Options o = Parse(std::vector<std::string>(argv, argv + argc));
-  std::signal(SIGTERM, OnTerm);
+  std::signal(SIGTERM, o.ignore_close ? SIG_IGN : OnTerm);
   WriteReady(o);
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(o.life_s);
   while (std::chrono::steady_clock::now() < end && !terminated)

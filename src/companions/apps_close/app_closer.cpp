@@ -128,16 +128,25 @@ struct Target {
   HeldProcess held;
 };
 
-// Waits until none of the processes runs or the time is up.
-void WaitForExit(const std::vector<Target*>& targets, std::uint32_t limit_ms, std::uint32_t poll_ms,
-                 const ProcessOps& ops) {
+// Waits until none of the processes runs or the time is up, telling on_wait (when given) how it
+// goes at each look; returns the first choice of on_wait that is not to wait.
+WaitChoice WaitForExit(const std::vector<Target*>& targets, std::uint32_t limit_ms,
+                       std::uint32_t poll_ms, const ProcessOps& ops,
+                       const std::function<WaitChoice(const WaitProgress&)>& on_wait = nullptr) {
   const std::uint32_t start = ops.now();
   for (;;) {
-    bool any = std::any_of(targets.begin(), targets.end(),
-                           [&](const Target* t) { return t->held.running(); });
-    if (!any) return;
+    WaitProgress progress;
+    for (const Target* t : targets)
+      if (t->held.running()) progress.running.push_back(t->entry);
+    if (progress.running.empty()) return WaitChoice::kWait;
     const std::uint32_t elapsed = ops.now() - start;  // unsigned: right across a wrap
-    if (elapsed >= limit_ms) return;
+    if (on_wait) {
+      progress.elapsed_ms = std::min(elapsed, limit_ms);
+      progress.grace_ms = limit_ms;
+      const WaitChoice choice = on_wait(progress);
+      if (choice != WaitChoice::kWait) return choice;
+    }
+    if (elapsed >= limit_ms) return WaitChoice::kWait;
     ops.sleep(std::max<std::uint32_t>(1, std::min(poll_ms, limit_ms - elapsed)));
   }
 }
@@ -218,6 +227,8 @@ ProcessOps SystemProcessOps() {
   ProcessOps ops;
   ops.enumerate = [] { return os::EnumProcesses(); };
   ops.volume_of = [](std::u16string_view path) { return os::VolumeIdentity(path); };
+  ops.folder_windows = [] { return os::ShellFolderWindows(); };
+  ops.close_folder_window = [](std::intptr_t window) { return os::CloseShellFolderWindow(window); };
   ops.open = [](const os::ProcessEntry& entry, HeldProcess* held) {
     auto process = std::make_shared<os::HeldProcess>(entry);
     if (!process->valid()) return false;
@@ -279,6 +290,20 @@ CloseReport CloseSelected(const CloseScope& scope, const ClosePlan& plan,
       report.reason = u"the list of running processes could not be read";
       return report;
     }
+    if (ops.folder_windows && ops.close_folder_window) {
+      for (const auto& w : ops.folder_windows()) {
+        const bool ours = !w.folder.empty() &&
+                          (PathIsUnder(w.folder, scope.folder, ops.ignore_case) ||
+                           std::any_of(scope.other_volumes.begin(), scope.other_volumes.end(),
+                                       [&](const std::u16string& v) {
+                                         return PathIsUnder(w.folder, v, ops.ignore_case);
+                                       }));
+        if (ours && ops.close_folder_window(w.window)) {
+          report.folders_closed.push_back(w.folder);
+          DebugLog(u"Folder window closed: " + w.folder);
+        }
+      }
+    }
     if (plan.chosen.empty()) {
       report.outcome = CloseOutcome::kNothingToClose;
       report.reason = u"no application runs from " + scope.folder;
@@ -320,10 +345,13 @@ CloseReport CloseSelected(const CloseScope& scope, const ClosePlan& plan,
       if (sent == 0) report.without_window.push_back(t.entry);
       asked.push_back(&t);
     }
-    WaitForExit(asked, options.grace_ms, options.poll_ms, ops);
+    report.choice = WaitForExit(asked, options.grace_ms, options.poll_ms, ops, options.on_wait);
     report.still_running = StillRunning(scope, spared, ops);
 
-    if (options.force && !report.still_running.empty()) {
+    // Cancel stops the waiting and nothing more: what runs then is counted, not ended.
+    const bool force = report.choice == WaitChoice::kCloseNow ||
+                       (options.force && report.choice != WaitChoice::kStop);
+    if (force && !report.still_running.empty()) {
       std::vector<Target*> ended;
       for (auto* t : asked)
         if (t->held.running() && t->held.terminate()) {

@@ -9,7 +9,9 @@
 // (the program that called it), the ejector, and anything outside the scope.
 //
 // How: politely (WM_CLOSE to each window, SIGTERM), then a grace period for applications that
-// ask the user to save, then a count of what still runs. Force is used only when configured.
+// ask the user to save, then a count of what still runs. Force is used only when configured or
+// asked for. The shell's windows showing a folder of the scope are closed too: they keep the
+// drive busy though they are not the drive's programs.
 //
 //   sys::CloseScope scope = sys::DetermineCloseScope(os::ModuleFileName());
 //   sys::CloseReport report = sys::CloseApplications(scope, sys::CloseOptions{});
@@ -82,6 +84,9 @@ struct ProcessOps {
   std::function<void(std::uint32_t)> sleep;
   // os::VolumeIdentity: which volume a file lies on; "" when unknown. May be left empty.
   std::function<std::u16string(std::u16string_view)> volume_of;
+  // os::ShellFolderWindows and os::CloseShellFolderWindow. May be left empty.
+  std::function<std::vector<os::FolderWindow>()> folder_windows;
+  std::function<bool(std::intptr_t)> close_folder_window;
   bool ignore_case = false;
 };
 
@@ -90,6 +95,21 @@ ProcessOps SystemProcessOps();
 
 inline constexpr std::uint32_t kDefaultGraceMs = 10000;
 
+// What the one watching the grace period decides each time the wait looks.
+enum class WaitChoice {
+  kWait,      // keep waiting
+  kCloseNow,  // end what still runs by force now
+  kStop,      // stop waiting: what still runs is counted as it is
+};
+
+// The wait as it stands: how long it has run, of how long, and the applications asked to
+// close that still run.
+struct WaitProgress {
+  std::uint32_t elapsed_ms = 0;
+  std::uint32_t grace_ms = 0;
+  std::vector<os::ProcessEntry> running;
+};
+
 struct CloseOptions {
   std::uint32_t grace_ms = kDefaultGraceMs;  // how long applications get to close
   std::uint32_t poll_ms = 100;               // how often the wait looks
@@ -97,6 +117,8 @@ struct CloseOptions {
   std::u16string own_path;                   // the closer's file; "" = the running program
   std::vector<std::uint32_t> spare_pids;     // besides the closer and its parent chain
   std::vector<std::u16string> spare_names = {u"TvDiskEjector"};
+  // Told how the grace period goes at each look while something still runs; may be empty.
+  std::function<WaitChoice(const WaitProgress&)> on_wait;
 };
 
 // The processes to spare for a run with these options: the closer, its parent chain, the
@@ -130,7 +152,9 @@ struct CloseReport {
   std::vector<os::ProcessEntry> asked;           // sent a close request
   std::vector<os::ProcessEntry> without_window;  // had nothing to receive it (Windows consoles)
   std::vector<os::ProcessEntry> killed;          // ended by force
+  std::vector<std::u16string> folders_closed;    // the shell's windows on folders of the scope
   std::vector<os::ProcessEntry> still_running;   // in the scope after everything
+  WaitChoice choice = WaitChoice::kWait;         // how on_wait ended the grace period
   std::u16string reason;
 };
 

@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <map>
+#include <utility>
 
 #include "base/debug_log.h"
 #include "base/text.h"
 #include "base/trap.h"
+#include "companions/apps_close/close_progress.h"
 #include "companions/common/companion_log.h"
 #include "companions/common/companion_text.h"
 #include "files/paths.h"
@@ -41,6 +45,87 @@ bool WriteCount(std::u16string_view own_folder, std::size_t count) {
            base::ToText(static_cast<std::int64_t>(count)) + u" -> " + file);
   return saved;
 }
+
+std::u16string FileName(std::u16string_view path) {
+  const std::size_t slash = path.find_last_of(u"\\/");
+  return std::u16string(slash == std::u16string_view::npos ? path : path.substr(slash + 1));
+}
+
+// Shows the grace period as it goes in the progress window (what it shows is decided by
+// ViewProgress; the seam's window only draws) and turns its buttons into the closer's choices.
+class ProgressWatcher {
+ public:
+  explicit ProgressWatcher(std::function<void(std::uint32_t)> sleep) : sleep_(std::move(sleep)) {}
+
+  sys::WaitChoice operator()(const sys::WaitProgress& wait) {
+    if (unavailable_) return sys::WaitChoice::kWait;
+    const ProgressView view =
+        ViewProgress({Apps(wait.running), wait.elapsed_ms, wait.grace_ms, false, shown_});
+    if (!view.show) return sys::WaitChoice::kWait;
+    window_.Update(view.text, view.line, view.percent);
+    if (!shown_ && !Show()) return sys::WaitChoice::kWait;
+    const os::ProgressPress press = window_.Pressed();
+    const sys::WaitChoice choice = ChoiceForPress(press, [&] { return Confirm(wait.running); });
+    if (press != os::ProgressPress::kNone)
+      DebugLog(choice == sys::WaitChoice::kStop       ? u"Cancel pressed: the wait stops"
+               : choice == sys::WaitChoice::kCloseNow ? u"Close now pressed and confirmed"
+                                                      : u"Close now pressed, not confirmed");
+    // A dialog that a press took away comes back while the wait goes on.
+    if (press != os::ProgressPress::kNone && choice == sys::WaitChoice::kWait) Show();
+    return choice;
+  }
+
+  // The end of the wait: a window on screen says which applications remain before it goes.
+  void Finish(const std::vector<os::ProcessEntry>& remain) {
+    if (!shown_) return;
+    const ProgressView view = ViewProgress({Apps(remain), 0, 0, true, true});
+    if (view.show) {
+      window_.Update(view.text, view.line, view.percent);
+      // A dialog that the Cancel button took away comes back to say it.
+      if (window_.Show(CompanionText(u"TvAppsClose.Messages.Caption"),
+                       CompanionText(u"TvAppsClose.Messages.CloseNow"),
+                       CompanionText(u"TvAppsClose.Messages.Cancel")))
+        sleep_(kRemainShownMs);
+    }
+    window_.Close();
+  }
+
+ private:
+  static constexpr std::uint32_t kRemainShownMs = 2500;
+
+  bool Show() {
+    shown_ = window_.Show(CompanionText(u"TvAppsClose.Messages.Caption"),
+                          CompanionText(u"TvAppsClose.Messages.CloseNow"),
+                          CompanionText(u"TvAppsClose.Messages.Cancel"));
+    unavailable_ = !shown_;
+    if (unavailable_) DebugLog(u"No progress window can be shown");
+    return shown_;
+  }
+
+  bool Confirm(const std::vector<os::ProcessEntry>& running) {
+    return mUnicodePatch::MsgBox(CompanionText(u"TvAppsClose.Messages.ConfirmForce",
+                                               {{u"%list%", ListForBox(running)}}),
+                                 1 | 0x30 | 0x100 | 0x40000) ==
+           os::kIdOk;  // OK/Cancel, Cancel first
+  }
+
+  // Titles are asked once per application: a window closing is not a reason to lose its name.
+  std::vector<ClosingApp> Apps(const std::vector<os::ProcessEntry>& processes) {
+    std::vector<ClosingApp> apps;
+    for (const auto& p : processes) {
+      auto title = titles_.find(p.pid);
+      if (title == titles_.end()) title = titles_.emplace(p.pid, os::WindowTitle(p.pid)).first;
+      apps.push_back({FileName(p.image), title->second});
+    }
+    return apps;
+  }
+
+  std::function<void(std::uint32_t)> sleep_;
+  os::ProgressWindow window_;
+  std::map<std::uint32_t, std::u16string> titles_;
+  bool shown_ = false;
+  bool unavailable_ = false;
+};
 
 }  // namespace
 
@@ -105,7 +190,10 @@ int RunAppsClose(const std::vector<std::u16string>& args, std::u16string_view ow
       }
     }
 
+    ProgressWatcher watcher(ops.sleep);
+    options.on_wait = [&watcher](const sys::WaitProgress& wait) { return watcher(wait); };
     const sys::CloseReport report = sys::CloseSelected(scope, plan, options, ops);
+    watcher.Finish(report.still_running);
     for (const auto& p : report.asked)
       DebugLog(u"Asked to close: " + p.image + u" (" + base::ToText(p.pid) + u")");
     for (const auto& p : report.without_window)

@@ -42,6 +42,24 @@ const std::vector<CompanionString>& CompanionStrings() {
       {u"TvAppsClose.Messages.StillRunning",
        u"Ces applications sont toujours en cours d'ex\u00E9cution :\r\n\r\n%list%",
        u"These applications are still running:\r\n\r\n%list%"},
+      {u"TvAppsClose.Messages.Caption", u"Fermeture des applications", u"Closing applications"},
+      {u"TvAppsClose.Messages.Closing",
+       u"Fermeture des applications lanc\u00E9es depuis le lecteur :\r\n\r\n%list%\r\n\r\nEncore "
+       u"%seconds% s avant de compter celles qui restent.",
+       u"Closing the applications started from the drive:\r\n\r\n%list%\r\n\r\n%seconds% s left "
+       u"before those still running are counted."},
+      {u"TvAppsClose.Messages.ClosingLine", u"Fermeture : %list% (encore %seconds% s)",
+       u"Closing: %list% (%seconds% s left)"},
+      {u"TvAppsClose.Messages.Remain",
+       u"Ces applications n'ont pas \u00E9t\u00E9 ferm\u00E9es :\r\n\r\n%list%",
+       u"These applications were not closed:\r\n\r\n%list%"},
+      {u"TvAppsClose.Messages.CloseNow", u"Fermer maintenant", u"Close now"},
+      {u"TvAppsClose.Messages.Cancel", u"Annuler", u"Cancel"},
+      {u"TvAppsClose.Messages.ConfirmForce",
+       u"Les applications encore ouvertes vont \u00EAtre arr\u00EAt\u00E9es de force. Le travail "
+       u"non enregistr\u00E9 dans ces applications sera perdu :\r\n\r\n%list%",
+       u"The applications still open will be ended by force. Unsaved work in them will be "
+       u"lost:\r\n\r\n%list%"},
       {u"TvDiskEjector.Messages.Ejected",
        u"Vous pouvez maintenant retirer le p\u00E9riph\u00E9rique %drive%.",
        u"You may now remove the drive %drive%."},

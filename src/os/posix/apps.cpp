@@ -228,4 +228,16 @@ bool PathsIgnoreCase() {
   return false;
 }
 
+std::u16string WindowTitle(std::uint32_t) {
+  return std::u16string();
+}
+
+std::vector<FolderWindow> ShellFolderWindows() {
+  return {};
+}
+
+bool CloseShellFolderWindow(std::intptr_t) {
+  return false;
+}
+
 }  // namespace os

@@ -1,5 +1,6 @@
 // Win32 side of the seam, processes: the Toolhelp snapshot, the executable's path, owner and
-// creation time through a limited-information handle, WM_CLOSE to the process's windows,
+// creation time through a limited-information handle, WM_CLOSE to the process's windows (the
+// hidden ones, with the end-of-session messages, for an application that shows none),
 // TerminateProcess, both through one handle held from the moment a process is opened.
 // windows.h first: the other headers need its types.
 #include <windows.h>
@@ -65,9 +66,18 @@ bool IsConsoleWindow(HWND window) {
          std::wstring(name) == L"PseudoConsoleWindow";
 }
 
+// The hidden windows every thread with a window gets from the input method framework: they
+// are not the application's own, and closing them means nothing to it.
+bool IsInputMethodWindow(HWND window) {
+  wchar_t name[64] = {};
+  ::GetClassNameW(window, name, 64);
+  return std::wstring(name) == L"IME" || std::wstring(name) == L"MSCTFIME UI";
+}
+
 struct CloseRequest {
   DWORD pid;
   bool console_too;
+  bool hidden;  // the pass over the hidden windows of an application that shows none
   int sent;
 };
 
@@ -75,15 +85,50 @@ BOOL CALLBACK PostCloseToWindow(HWND window, LPARAM param) {
   auto* request = reinterpret_cast<CloseRequest*>(param);
   DWORD owner = 0;
   ::GetWindowThreadProcessId(window, &owner);
-  if (owner != request->pid || !::IsWindowVisible(window)) return TRUE;
-  if (!request->console_too && IsConsoleWindow(window)) return TRUE;
+  if (owner != request->pid || ::IsWindowVisible(window) == (request->hidden ? TRUE : FALSE))
+    return TRUE;
+  if (IsConsoleWindow(window) && (request->hidden || !request->console_too)) return TRUE;
+  if (request->hidden) {
+    if (IsInputMethodWindow(window)) return TRUE;
+    // A tray application lives in hidden windows and leaves at the end of the session, the way
+    // the system's restart manager asks it to: the question first (sent, bounded, since it
+    // answers), then the end, posted. Whatever it answered, WM_CLOSE follows, as for a window.
+    DWORD_PTR agrees = FALSE;
+    if (::SendMessageTimeoutW(window, WM_QUERYENDSESSION, 0, ENDSESSION_CLOSEAPP,
+                              SMTO_ABORTIFHUNG | SMTO_BLOCK, 1000, &agrees) &&
+        agrees)
+      ::PostMessageW(window, WM_ENDSESSION, TRUE, ENDSESSION_CLOSEAPP);
+  }
   // Posted, not sent: an application that shows "Save changes?" must not block the closer;
   // the grace period gives the user time to answer.
   if (::PostMessageW(window, WM_CLOSE, 0, 0)) ++request->sent;
   return TRUE;
 }
 
+struct TitleRequest {
+  DWORD pid;
+  std::u16string title;
+};
+
+BOOL CALLBACK FindTitle(HWND window, LPARAM param) {
+  auto* request = reinterpret_cast<TitleRequest*>(param);
+  DWORD owner = 0;
+  ::GetWindowThreadProcessId(window, &owner);
+  if (owner != request->pid || !::IsWindowVisible(window)) return TRUE;
+  wchar_t text[256] = {};
+  const int size = ::GetWindowTextW(window, text, 256);
+  if (size <= 0) return TRUE;
+  request->title.assign(reinterpret_cast<const char16_t*>(text), static_cast<std::size_t>(size));
+  return FALSE;
+}
+
 }  // namespace
+
+std::u16string WindowTitle(std::uint32_t pid) {
+  TitleRequest request{pid, {}};
+  ::EnumWindows(FindTitle, reinterpret_cast<LPARAM>(&request));
+  return request.title;
+}
 
 std::vector<ProcessEntry> EnumProcesses() {
   std::vector<ProcessEntry> out;
@@ -174,8 +219,12 @@ int HeldProcess::RequestClose(bool console_too) {
     ::SetLastError(ERROR_INVALID_PARAMETER);
     return -1;
   }
-  CloseRequest request{expected_.pid, console_too, 0};
+  CloseRequest request{expected_.pid, console_too, false, 0};
   ::EnumWindows(PostCloseToWindow, reinterpret_cast<LPARAM>(&request));
+  if (request.sent == 0) {
+    request.hidden = true;
+    ::EnumWindows(PostCloseToWindow, reinterpret_cast<LPARAM>(&request));
+  }
   return request.sent;
 }
 

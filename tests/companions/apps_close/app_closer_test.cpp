@@ -139,6 +139,8 @@ CloseOptions Options(std::uint32_t grace_ms, bool force, std::u16string own_path
 // Two applications of the suite (a quick one and one taking `slow` ms, -1: never; windowless
 // when it has no window) and one from elsewhere, which is never asked.
 TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
+  constexpr auto kWait = WaitChoice::kWait, kCloseNow = WaitChoice::kCloseNow,
+                 kStop = WaitChoice::kStop;
   struct Row {
     std::int64_t slow;
     int windows;
@@ -147,6 +149,7 @@ TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
     CloseOutcome outcome;
     V asked, still;
     std::uint32_t min_slept, max_slept;
+    WaitChoice choice = kWait;  // what the watcher answers from 2 s on
   } rows[] = {
       {3000, 1, 10000, false, CloseOutcome::kAllClosed, {20, 21}, {}, 3000, 3100},
       {-1, 1, 10000, false, CloseOutcome::kStillRunning, {20, 21}, {21}, 10000, 10000},
@@ -154,6 +157,9 @@ TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
       {-1, 1, 10000, true, CloseOutcome::kAllClosed, {20, 21}, {}, 10000, 10000},
       {-1, 1, 0, false, CloseOutcome::kStillRunning, {20, 21}, {20, 21}, 0, 0},
       {-1, 0, 10000, false, CloseOutcome::kStillRunning, {20}, {21}, 10000, 10000},
+      {-1, 1, 10000, false, CloseOutcome::kAllClosed, {20, 21}, {}, 2000, 2000, kCloseNow},
+      {-1, 1, 10000, true, CloseOutcome::kStillRunning, {20, 21}, {21}, 2000, 2000, kStop},
+      {1000, 1, 10000, false, CloseOutcome::kAllClosed, {20, 21}, {}, 1000, 1100, kStop},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.slow << "/" << row.grace << "/" << row.windows);
@@ -161,24 +167,46 @@ TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
     fake.Add(20, u"/suite/App/quick", 200);
     fake.Add(21, u"/suite/App/slow", row.slow, row.windows);
     fake.Add(30, u"/elsewhere/app", 0);
-    const CloseOptions options = Options(row.grace, row.force, u"/suite/x/x");
+    CloseOptions options = Options(row.grace, row.force, u"/suite/x/x");
+    std::uint32_t last_elapsed = 0;
+    options.on_wait = [&](const WaitProgress& w) {
+      EXPECT_TRUE(w.grace_ms == row.grace && w.elapsed_ms >= last_elapsed && !w.running.empty());
+      last_elapsed = w.elapsed_ms;
+      return w.elapsed_ms >= 2000 ? row.choice : kWait;
+    };
     const auto report = CloseApplications({u"/suite", false, u"", {}}, options, fake.Ops());
     EXPECT_EQ(report.outcome, row.outcome);
+    EXPECT_GE(last_elapsed + options.poll_ms, row.min_slept);  // told until the wait ended
+    EXPECT_LE(last_elapsed, row.max_slept);
     EXPECT_EQ(Pids(report.asked), row.asked);
     EXPECT_EQ(Pids(report.without_window), row.windows ? V{} : V{21});
     EXPECT_EQ(Pids(report.still_running), row.still);
     EXPECT_GE(fake.slept, row.min_slept);
     EXPECT_LE(fake.slept, row.max_slept);
-    EXPECT_EQ(Pids(report.killed), row.force ? V{21} : V{});
-    EXPECT_EQ(fake.terminated, row.force ? 1 : 0);
+    // Forced by the settings unless the watcher stopped the wait, or by "Close now".
+    const bool forced = row.choice == kCloseNow || (row.force && row.choice != kStop);
+    EXPECT_EQ(Pids(report.killed), forced ? V{21} : V{});
+    EXPECT_EQ(fake.terminated, forced ? 1 : 0);
     EXPECT_EQ(fake[30].asked_at, -1);
   }
   // Without a scope or a process list nothing is touched.
   FakeProcesses fake;
   fake.Add(20, u"/suite/App/app", 0);
   EXPECT_EQ(CloseApplications(CloseScope{}, {}, fake.Ops()).outcome, CloseOutcome::kNoScope);
-  EXPECT_EQ(CloseApplications({u"/other", false, u"", {}}, {}, fake.Ops()).outcome,
+  // The shell's windows on folders of the scope go, even when no application runs there.
+  std::vector<std::intptr_t> closed;
+  ProcessOps ops = fake.Ops();
+  ops.folder_windows = [] {
+    return std::vector<os::FolderWindow>{
+        {1, u"/other/Docs"}, {2, u"/other2"}, {3, u""}, {4, u"/other"}, {5, u"/vol2/x"}};
+  };
+  ops.close_folder_window = [&](std::intptr_t w) {
+    closed.push_back(w);
+    return true;
+  };
+  EXPECT_EQ(CloseApplications({u"/other", false, u"", {u"/vol2"}}, {}, ops).outcome,
             CloseOutcome::kNothingToClose);
+  EXPECT_EQ(closed, (std::vector<std::intptr_t>{1, 4, 5}));
   fake.unreadable = true;
   EXPECT_EQ(CloseApplications({u"/suite", false, u"", {}}, {}, fake.Ops()).outcome,
             CloseOutcome::kFailed);

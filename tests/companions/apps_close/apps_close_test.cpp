@@ -69,6 +69,8 @@ TEST(AppsCloseArguments, NowAndOutInAnyCase) {
 using closer_test::FakeProcesses;
 
 TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
+  constexpr auto kCancel = os::ProgressPress::kCancel, kCloseNow = os::ProgressPress::kCloseNow;
+  const std::vector<std::u16string> kNowOut = {u"/now", u"/out"};
   struct Row {
     const char* name;
     std::vector<std::u16string> args;
@@ -81,6 +83,7 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
     std::size_t boxes;  // boxes shown
     std::vector<std::uint32_t> asked;
     bool late = false;  // an application of the suite starts while the box is shown
+    os::ProgressPress press = os::ProgressPress::kNone;  // pressed in the window at once
   } rows[] = {
       {"now-out", {u"/now", u"/out"}, false, false, 0, false, 0, "0", 0, {1}},
       {"stubborn", {u"/now", u"/out"}, true, false, 0, false, 1, "1", 0, {1, 2}},
@@ -93,6 +96,22 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
       {"unreadable", {u"/now", u"/out"}, false, false, 0, true, 2, nullptr, 0, {}},
       // What the box named is what is closed: the late one is counted, not asked.
       {"late", {u"/out"}, false, false, os::kIdOk, false, 1, "1", 2, {1}, true},
+      // Cancel stops the wait, even with ForceClose; Close now ends what is left once the
+      // confirmation (the first box under /now) says OK, and only then.
+      {"cancel", kNowOut, true, true, 0, false, 1, "1", 0, {1, 2}, false, kCancel},
+      {"close-now", kNowOut, true, false, os::kIdOk, false, 0, "0", 1, {1, 2}, false, kCloseNow},
+      {"close-now-declined",
+       kNowOut,
+       true,
+       false,
+       os::kIdCancel,
+       false,
+       1,
+       "1",
+       1,
+       {1, 2},
+       false,
+       kCloseNow},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -116,21 +135,43 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
       if (row.late && boxes.size() == 1) fake.Add(4, temp.u16(u"Suite/Late/late"), 0);
       return boxes.size() == 1 ? row.answer : os::kIdOk;
     });
+    std::vector<std::u16string> shown;  // the progress window's texts
+    os::fault::SetProgressAnswer([&](std::u16string_view text) {
+      shown.emplace_back(text);
+      return shown.size() == 1 ? row.press : os::ProgressPress::kNone;
+    });
     EXPECT_EQ(app::RunAppsClose(row.args, own, fake.Ops()), row.exit_code);
+    // Shown only while something is slow to close: it names that one, not what closed at once,
+    // and at the end says what remains.
+    const bool pressed = row.press != os::ProgressPress::kNone,
+               remains = row.out && std::string(row.out) == "1";
+    EXPECT_EQ(shown.empty(), !row.stubborn || row.asked.empty());
+    for (const auto& text : shown) {
+      EXPECT_NE(text.find(u"stubborn"), std::u16string::npos) << base::Narrow(text);
+      EXPECT_EQ(text.find(u"editor"), std::u16string::npos) << base::Narrow(text);
+    }
+    if (!shown.empty() && remains)
+      EXPECT_NE(shown.back().find(u"not closed"), std::u16string::npos);
 
     EXPECT_EQ(fake.Asked(), row.asked);
     EXPECT_TRUE(fake[3].alive);
-    EXPECT_EQ(fake.terminated, row.force && row.stubborn ? 1 : 0);
-    // A stubborn application is waited for the whole grace period, and no longer.
+    EXPECT_EQ(fake.terminated, row.stubborn && !remains && (pressed || row.force) ? 1 : 0);
+    // A stubborn application is waited for the whole grace period, and no longer, unless a
+    // button ended the wait; a window that names what remains stays a moment.
     if (row.stubborn && !row.asked.empty()) {
-      EXPECT_EQ(fake.slept, 2000u);
+      EXPECT_EQ(fake.slept,
+                (pressed && row.answer != os::kIdCancel ? 500u : 2000u) + (remains ? 2500u : 0u));
     }
     EXPECT_EQ(temp.Exists(u"Suite/TvAppsClose/TvAppsClose.out"), row.out != nullptr);
     if (row.out) {
       EXPECT_EQ(temp.Read(u"Suite/TvAppsClose/TvAppsClose.out"), row.out);
     }
     ASSERT_EQ(boxes.size(), row.boxes);
-    if (row.boxes > 0) {
+    if (row.boxes > 0 && row.press == kCloseNow) {
+      // The confirmation of Close now names what would be ended and warns of the loss.
+      EXPECT_NE(boxes[0].find(u"stubborn"), std::u16string::npos) << base::Narrow(boxes[0]);
+      EXPECT_NE(boxes[0].find(u"Unsaved work"), std::u16string::npos) << base::Narrow(boxes[0]);
+    } else if (row.boxes > 0) {
       // No language file beside it: the built-in texts, listing the applications by name.
       EXPECT_NE(boxes[0].find(u"editor"), std::u16string::npos) << base::Narrow(boxes[0]);
       EXPECT_EQ(boxes[0].find(u"outsider"), std::u16string::npos) << base::Narrow(boxes[0]);
