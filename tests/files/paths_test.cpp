@@ -72,4 +72,45 @@ TEST(Paths, PartsAndMarks) {
     EXPECT_EQ(mFileUtils::LongPath(path), marked) << Show(path);
 }
 
+// The companions' path rules: under by whole components, parents and roots, both separators.
+TEST(Paths, UnderWholeComponentsParentsAndRoots) {
+  struct Row {
+    const char16_t *path, *folder;
+    bool ignore_case, under;
+  } under[] = {{u"E:\\Suite\\App\\app.exe", u"E:\\", true, true},
+               {u"e:\\suite\\app.exe", u"E:\\Suite", true, true},
+               {u"e:\\suite\\app.exe", u"E:\\Suite", false, false},
+               {u"E:\\Suite2\\app.exe", u"E:\\Suite", true, false},
+               {u"E:\\Suite", u"E:\\Suite\\", true, true},
+               {u"D:\\Suite\\app.exe", u"E:\\", true, false},
+               {u"/media/u/STICK/app", u"/media/u/STICK/", false, true},
+               {u"/media/u/STICK2/app", u"/media/u/STICK", false, false},
+               {u"/media/u/STICK/app", u"\\media\\u\\STICK", false, true},
+               {u"/usr/bin/x", u"/", false, true},
+               {u"relative/x", u"/", false, false},
+               {u"/x", u"", false, false}};
+  for (const auto& row : under)
+    EXPECT_EQ(sys::PathIsUnder(row.path, row.folder, row.ignore_case), row.under)
+        << base::Narrow(row.path) << " under " << base::Narrow(row.folder);
+  struct Parent {
+    const char16_t *path, *parent;
+    bool root;
+  } parents[] = {{u"E:\\Suite\\TvAppsClose\\", u"E:\\Suite", false},
+                 {u"z:\\app.exe", u"z:\\", false},
+                 {u"a:", u"", true},
+                 {u"1:", u"", false},
+                 {u"E:\\", u"", true},
+                 {u"/media/stick/TvAppsClose/x", u"/media/stick/TvAppsClose", false},
+                 {u"/app", u"/", false},
+                 {u"//", u"/", true},
+                 {u"\\\\server\\share\\", u"\\\\server", true},
+                 {u"\\\\server\\share\\dir", u"\\\\server\\share", false},
+                 {u"app.exe", u"", false},
+                 {u"", u"", false}};
+  for (const auto& row : parents) {
+    EXPECT_EQ(sys::ParentFolder(row.path), row.parent) << base::Narrow(row.path);
+    EXPECT_EQ(sys::IsRootPath(row.path), row.root) << base::Narrow(row.path);
+  }
+}
+
 }  // namespace
