@@ -21,21 +21,21 @@ enum class ProgressPress;
 namespace os::fault {
 
 enum class Op : int {
-  kShellExecute,   // ShellExecuteW / ShellExecuteExW refuse the start
-  kCreateFolder,   // CreateDirectoryW
-  kMoveFile,       // MoveFileW
-  kDeleteFile,     // DeleteFileW
-  kOpenFile,       // CreateFileW
-  kAlloc,          // VirtualAlloc / VirtualLock of the write block
-  kWrite,          // WriteFile fails
-  kShortWrite,     // WriteFile succeeds but writes fewer bytes than asked
-  kFlush,          // FlushFileBuffers / fsync
-  kFindFile,       // FindFirstFileW
-  kLocaleInfo,     // GetLocaleInfoW has no answer
-  kVolumeInfo,     // GetVolumeInformationW
-  kDeviceQuery,    // DeviceIoControl
-  kCopyFile,       // CopyFileW
-  kPidfd,          // pidfd_open: the kernel has none (ENOSYS); POSIX only
+  kShellExecute,  // ShellExecuteW / ShellExecuteExW refuse the start
+  kCreateFolder,  // CreateDirectoryW
+  kMoveFile,      // MoveFileW
+  kDeleteFile,    // DeleteFileW
+  kOpenFile,      // CreateFileW
+  kAlloc,         // VirtualAlloc / VirtualLock of the write block
+  kWrite,         // WriteFile fails
+  kShortWrite,    // WriteFile succeeds but writes fewer bytes than asked
+  kFlush,         // FlushFileBuffers / fsync
+  kFindFile,      // FindFirstFileW
+  kLocaleInfo,    // GetLocaleInfoW has no answer
+  kVolumeInfo,    // GetVolumeInformationW
+  kDeviceQuery,   // DeviceIoControl
+  kCopyFile,      // CopyFileW
+  kPidfd,         // pidfd_open: the kernel has none (ENOSYS); POSIX only
   kCount
 };
 
