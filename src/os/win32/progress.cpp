@@ -6,7 +6,7 @@
 // which lacks it, and then shows no window rather than failing to load.
 #include <windows.h>
 
-#include <commctrl.h>
+#include "os/win32/task_dialog.h"
 
 #include <string>
 
@@ -18,17 +18,6 @@ namespace {
 
 constexpr int kCloseNowId = 100;
 constexpr int kCancelId = 101;
-
-using TaskDialogIndirectFn = HRESULT(WINAPI*)(const TASKDIALOGCONFIG*, int*, int*, BOOL*);
-
-TaskDialogIndirectFn FindTaskDialog() {
-  // The name alone: the activation context of the manifest picks version 6 from the system's
-  // side-by-side store, and the library search is kept to the system's folders.
-  HMODULE comctl = ::LoadLibraryW(L"comctl32.dll");
-  if (!comctl) return nullptr;
-  return reinterpret_cast<TaskDialogIndirectFn>(
-      reinterpret_cast<void*>(::GetProcAddress(comctl, "TaskDialogIndirect")));
-}
 
 // SRWLOCK rather than std::mutex: every mingw-w64 thread model has it.
 class Guard {
@@ -94,7 +83,7 @@ struct ProgressDialog::Impl {
 
   static DWORD WINAPI Run(void* param) {
     auto* self = reinterpret_cast<Impl*>(param);
-    const TaskDialogIndirectFn task_dialog = FindTaskDialog();
+    const TaskDialogIndirectFn task_dialog = TaskDialogFunction();
     if (!task_dialog) {
       ::SetEvent(self->created);
       return 1;

@@ -1,7 +1,7 @@
 // Win32 side of the seam: the message box.
+#include "os/win32/task_dialog.h"
+
 #include <windows.h>
-// After windows.h, whose types it needs.
-#include <commctrl.h>
 
 #include <string>
 #include <vector>
@@ -37,19 +37,6 @@ std::vector<int> ButtonIds(std::uint32_t style) {
   }
 }
 
-using TaskDialogIndirectFn = HRESULT(WINAPI*)(const TASKDIALOGCONFIG*, int*, int*, BOOL*);
-
-// TaskDialogIndirect where the common controls of version 6 are bound (the programs' manifest
-// asks for them); null elsewhere.
-TaskDialogIndirectFn TaskDialogFunction() {
-  // Already loaded (the programs import it); loading it again by name finds the copy the
-  // manifest binds, where asking for the loaded module's handle may not.
-  static HMODULE comctl = ::LoadLibraryW(L"comctl32.dll");
-  if (!comctl) return nullptr;
-  return reinterpret_cast<TaskDialogIndirectFn>(
-      reinterpret_cast<void*>(::GetProcAddress(comctl, "TaskDialogIndirect")));
-}
-
 // A task dialog sizes its buttons to their words, which a message box does not.
 HRESULT CALLBACK OnTaskDialog(HWND window, UINT note, WPARAM, LPARAM, LONG_PTR style) {
   if (note == TDN_CREATED && (style & (MB_TOPMOST | MB_SETFOREGROUND))) {
@@ -61,7 +48,7 @@ HRESULT CALLBACK OnTaskDialog(HWND window, UINT note, WPARAM, LPARAM, LONG_PTR s
 
 std::int32_t LabelledBox(const MessageBoxParams& params, const std::u16string& text,
                          const std::u16string& caption) {
-  TaskDialogIndirectFn task_dialog = TaskDialogFunction();
+  const side::TaskDialogIndirectFn task_dialog = side::TaskDialogFunction();
   if (!task_dialog) return -1;
   const std::vector<int> ids = ButtonIds(params.style);
   std::vector<std::u16string> words;
@@ -132,5 +119,21 @@ std::int32_t side::MessageBoxIndirectW(const MessageBoxParams& params) {
   box.dwStyle = params.style;
   return ::MessageBoxIndirectW(&box);
 }
+
+namespace side {
+
+TaskDialogIndirectFn TaskDialogFunction() {
+  // The name alone: the manifest's activation context picks version 6 from the system's
+  // side-by-side store, where asking for the loaded module's handle may not.
+  static const TaskDialogIndirectFn function = [] {
+    HMODULE comctl = ::LoadLibraryW(L"comctl32.dll");
+    return comctl ? reinterpret_cast<TaskDialogIndirectFn>(
+                        reinterpret_cast<void*>(::GetProcAddress(comctl, "TaskDialogIndirect")))
+                  : nullptr;
+  }();
+  return function;
+}
+
+}  // namespace side
 
 }  // namespace os

@@ -150,8 +150,9 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
       EXPECT_NE(text.find(u"stubborn"), std::u16string::npos) << base::Narrow(text);
       EXPECT_EQ(text.find(u"editor"), std::u16string::npos) << base::Narrow(text);
     }
-    if (!shown.empty() && remains)
+    if (!shown.empty() && remains) {
       EXPECT_NE(shown.back().find(u"not closed"), std::u16string::npos);
+    }
 
     EXPECT_EQ(fake.Asked(), row.asked);
     EXPECT_TRUE(fake[3].alive);
