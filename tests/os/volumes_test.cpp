@@ -57,7 +57,8 @@ TEST(OsVolumes, NamesProgramsStartedElsewhereByTheFilesTheyHold) {
   ASSERT_TRUE(
       keeps_open.Start(sleeper, {u"--ready", temp.u16(u"r1"), u"--open", held}, temp.u16()));
   ASSERT_TRUE(works_in.Start(sleeper, {u"--ready", temp.u16(u"r2")}, stick + u"\\Docs"));
-  ASSERT_TRUE(outsider.Start(sleeper, {u"--ready", temp.u16(u"r3")}, temp.u16()));
+  // The outsider also keeps a thread blocked on a pipe, which naming would block on too.
+  ASSERT_TRUE(outsider.Start(sleeper, {u"--ready", temp.u16(u"r3"), u"--pipe"}, temp.u16()));
   for (const char16_t* r : {u"r1", u"r2", u"r3"})
     ASSERT_TRUE(testing_support::WaitForFile(temp.u16(r)));
   const auto holders = os::ProcessesUsingVolumes({stick + u"\\"});
