@@ -79,6 +79,14 @@ wine_up() {
 }
 wine_down() { "$WINESERVER" -k 2>/dev/null; }
 
+# wine_scratch NAME: a new folder $work for a Wine scenario, and the programs it starts, listed
+# in pids, ended with the Wine server when the scenario ends; the folder goes then too.
+wine_scratch() {
+  work=$(mktemp -d "${TMPDIR:-/tmp}/tveject-$1.XXXXXX") || exit 1
+  pids=()
+  trap 'for pid in "${pids[@]}"; do kill -9 "$pid" 2>/dev/null; done; wine_down; rm -rf "$work"' EXIT
+}
+
 # box_shot WID SHOT: a screenshot of window WID alone in SHOT; prints the standard deviation of
 # its pixels (0 for a box not drawn yet) and a signature of the picture.
 box_shot() {

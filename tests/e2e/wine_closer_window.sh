@@ -13,14 +13,7 @@ APP=build/windows/bin/window_app.exe
 need "$PORTABLE/TvAppsClose/TvAppsClose.exe" "$APP"
 wine_up
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/tveject-wine-closer.XXXXXX") || exit 1
-pids=()
-cleanup() {
-  for pid in "${pids[@]}"; do kill -9 "$pid" 2>/dev/null; done
-  wine_down
-  rm -rf "$work"
-}
-trap cleanup EXIT
+wine_scratch wine-closer
 TITLE="Closing applications"
 export TVEJECT_LOG
 

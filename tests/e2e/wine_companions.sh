@@ -16,14 +16,7 @@ BIN=build/windows/bin
 need "$PORTABLE/TvAppsClose/TvAppsClose.exe" "$BIN/window_app.exe"
 wine_up
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/tveject-wine.XXXXXX") || exit 1
-pids=()
-cleanup() {
-  for pid in "${pids[@]}"; do kill -9 "$pid" 2>/dev/null; done
-  wine_down
-  rm -rf "$work"
-}
-trap cleanup EXIT
+wine_scratch wine
 
 # The Linux path of a Windows path on Wine's C: drive.
 unixpath() { printf '%s' "$1" | sed -e "s|^[Cc]:|$WINEPREFIX/drive_c|" -e 's|\\|/|g'; }
