@@ -260,6 +260,10 @@ ProgressPress ProgressWindow::Pressed() {
   return press;
 }
 
+Handle ProgressWindow::Window() {
+  return fault::ProgressAnswered() ? 0 : dialog_->Window();
+}
+
 void ProgressWindow::Close() {
   dialog_->Close();
 }

@@ -85,6 +85,7 @@ class ProgressDialog {
   bool Show(std::u16string_view caption, std::u16string_view close_now, std::u16string_view cancel);
   void Update(std::u16string_view text, std::u16string_view line, int percent);
   ProgressPress Pressed();
+  Handle Window();
   void Close();
 
  private:

@@ -67,6 +67,9 @@ class ProgressWindow {
   void Update(std::u16string_view text, std::u16string_view line, int percent);
   // The button pressed since the last call; kNone when none was.
   ProgressPress Pressed();
+  // The window on screen, to own a box asked about it (so that the box stands above it and the
+  // window waits for the answer); 0 when it has none (a terminal line, zenity, nothing shown).
+  Handle Window();
   // Takes the window off the screen (a terminal keeps its last line).
   void Close();
 

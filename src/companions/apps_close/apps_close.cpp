@@ -102,11 +102,16 @@ class ProgressWatcher {
     return shown_;
   }
 
+  // The box is owned by the progress dialog, which runs on a thread of its own: unowned, it
+  // could open beneath the dialog, where no click reaches it (an X server without a window
+  // manager under Wine does exactly that). Owned, it stands above the dialog, which is disabled
+  // until the answer.
   bool Confirm(const std::vector<os::ProcessEntry>& running) {
+    const os::Handle owner = window_.Window();
     return mUnicodePatch::MsgBox(CompanionText(u"TvAppsClose.Messages.ConfirmForce",
                                                {{u"%list%", ListForBox(running)}}),
-                                 1 | 0x30 | 0x100 | 0x40000) ==
-           os::kIdOk;  // OK/Cancel, Cancel first
+                                 1 | 0x30 | 0x100 | 0x40000, u"", u"", 0, owner,
+                                 owner == 0) == os::kIdOk;  // OK/Cancel, Cancel first
   }
 
   // Titles are asked once per application: a window closing is not a reason to lose its name.

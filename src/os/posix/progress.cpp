@@ -171,6 +171,10 @@ ProgressPress ProgressDialog::Pressed() {
   return pressed;
 }
 
+Handle ProgressDialog::Window() {
+  return 0;  // zenity's window is another program's
+}
+
 void ProgressDialog::Close() {
   Impl& w = *impl_;
   if (w.zenity >= 0) {

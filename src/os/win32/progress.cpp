@@ -150,6 +150,11 @@ ProgressPress ProgressDialog::Pressed() {
   return pressed;
 }
 
+Handle ProgressDialog::Window() {
+  Guard guard(&impl_->lock);
+  return reinterpret_cast<Handle>(impl_->dialog);
+}
+
 void ProgressDialog::Close() {
   Impl& w = *impl_;
   if (!w.thread) return;
