@@ -4,9 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <functional>
-
 #include "base/text.h"
 #include "companions/apps_close/fake_processes.h"
 #include "os/fault.h"
@@ -232,123 +229,72 @@ TEST(AppCloserRun, AConsoleWindowIsClosedOnlyWhenEveryProgramOnItMayBe) {
   }
 }
 
-// Real programs. The suite lives in a temporary folder on a fixed disk, so the scope is the
-// suite folder; a program started from the test's own folder stands outside it.
-struct RealSuite {
-  TempDir temp;
-  std::u16string suite = temp.u16(u"Suite");
-  int next = 0;
-
-  // A helper program copied into folder, under another name when one is given.
-  std::u16string Install(const std::u16string& folder, const std::u16string& name = u"") {
-    std::filesystem::path copy(testing_support::CopyHelperProgram(u"window_app", folder));
-    if (copy.empty() || name.empty()) return copy.u16string();
-    const auto to = copy.parent_path() / (name + copy.extension().u16string());
-    std::error_code ec;
-    std::filesystem::rename(copy, to, ec);
-    return ec ? u"" : to.u16string();
-  }
-  bool Start(ChildProcess& child, const std::u16string& exe) {
-    const std::u16string ready = temp.u16(u"ready" + base::ToText(++next));
-    return child.Start(exe, {u"--ready", ready}, temp.u16()) && testing_support::WaitForFile(ready);
-  }
-};
-
-// The system's entry for a running process; pid 0 when it is not listed.
-ProcessEntry Listed(std::uint32_t pid) {
-  for (const auto& p : os::EnumProcesses())
-    if (p.pid == pid) return p;
-  return ProcessEntry{};
-}
-
-// A faulty selection fed straight to the closing step, beside one application of the suite.
-// A process the closer may not touch makes it refuse the whole choice: nothing is signalled.
-// A number that now names another program (or the same program started again) is left alone
-// and the rest is closed. Real processes, which force would end were the closer wrong.
-TEST(AppCloserGuard, AFaultySelectionSignalsNothingItMayNotTouch) {
-  if (testing_support::RunInOwnPidNamespace()) return;
-  RealSuite s;
-  const std::u16string closer = s.Install(s.suite + u"/TvAppsClose", u"TvAppsClose");
-  const std::u16string ejector = s.Install(s.suite + u"/TvEject", u"TvDiskEjector");
-  const std::u16string app = s.Install(s.suite + u"/App");
-  // A sibling of the suite whose name is as long as the suite's.
-  const std::u16string outside = s.Install(s.temp.u16(u"Other"));
-  ASSERT_FALSE(closer.empty() || ejector.empty() || app.empty() || outside.empty());
-  ChildProcess c_closer, c_ejector, c_other, c_outsider;
-  ASSERT_TRUE(s.Start(c_closer, closer) && s.Start(c_ejector, ejector) && s.Start(c_other, app) &&
-              s.Start(c_outsider, outside));
-  const ProcessEntry self = Listed(os::GetCurrentProcessId());
-  ASSERT_NE(self.pid, 0u);
-  const CloseScope scope = DetermineCloseScope(closer);
-  ASSERT_EQ(scope.folder, s.suite) << base::Narrow(scope.reason);
-  auto with = [](ProcessEntry e, auto change) { return change(e), e; };
-  using Bad = std::function<ProcessEntry(const ProcessEntry& target)>;
+// A faulty choice fed straight to the closing step, beside one application of the suite. A
+// process the closer may not touch makes it refuse the whole choice: nothing is asked, nothing
+// is forced. A number that now names another program is left alone and the rest is closed.
+TEST(AppCloserGuard, AFaultyChoiceSignalsNothingItMayNotTouch) {
+  const std::uint32_t self = os::GetCurrentProcessId(), parent = os::ParentProcessId(self);
   const struct {
-    const char* name;
-    Bad bad;
-    bool refused;  // the whole choice; otherwise the suite's application is closed
+    ProcessEntry bad;
+    V asked, still;  // asked none: the whole choice is refused
   } rows[] = {
-      {"outside the scope", [&](auto&) { return Listed(c_outsider.pid()); }, true},
-      {"the closer", [&](auto&) { return with(self, [&](auto& e) { e.image = app; }); }, true},
-      {"its parent",
-       [&](auto&) {
-         return ProcessEntry{self.parent_pid, 0, app, self.owner, 1};
-       },
-       true},
-      {"a copy of the closer", [&](auto&) { return Listed(c_closer.pid()); }, true},
-      {"the ejector", [&](auto&) { return Listed(c_ejector.pid()); }, true},
-      {"another user's",
-       [&](auto&) { return with(Listed(c_other.pid()), [](auto& e) { e.owner += u"0"; }); }, true},
-      {"a reused number",
-       [&](auto& t) { return with(t, [&](auto& e) { e.pid = c_outsider.pid(); }); }, false},
-      {"started again",
-       [&](auto&) { return with(Listed(c_other.pid()), [](auto& e) { e.start += 1; }); }, false},
-      // Last: the outsider's folder stands for another volume the eject takes along, so the
-      // outsider is the drive's too and is closed.
-      {"on another volume", [&](auto&) { return Listed(c_outsider.pid()); }, false},
+      {{kFake + 30, 1, u"/elsewhere/app", u"tester"}, {}, {}},                 // outside the scope
+      {{self, 1, u"/suite/App/a", u"tester"}, {}, {}},                         // the closer itself
+      {{parent, 1, u"/suite/App/a", u"tester"}, {}, {}},                       // its parent
+      {{kFake + 5, 1, u"/suite/TvAppsClose/TvAppsClose", u"tester"}, {}, {}},  // a copy of it
+      {{kFake + 6, 1, u"/suite/TvEject/TvDiskEjector", u"tester"}, {}, {}},
+      {{kFake + 7, 1, u"/suite/App/b", u"other"}, {}, {}},  // another user's
+      // A number given to another program; a volume the eject takes along.
+      {{kFake + 30, 1, u"/suite/App/b", u"tester"}, {20}, {8}},
+      {{kFake + 8, 1, u"/vol2/app", u"tester"}, {8, 20}, {}},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    const bool other_volume = std::string_view(row.name) == "on another volume";
-    ChildProcess c_app;
-    ASSERT_TRUE(s.Start(c_app, app));
-    const ProcessEntry target = Listed(c_app.pid()), bad = row.bad(target);
-    ASSERT_FALSE(target.image.empty() || bad.owner.empty());
-    CloseScope in = scope;
-    if (other_volume) in.other_volumes = {s.temp.u16(u"Other")};
-    const CloseOptions options = Options(6000, true, closer);
+    SCOPED_TRACE(base::Narrow(row.bad.image));
+    FakeProcesses fake;
+    fake.Add(20, u"/suite/App/a", 0);
+    fake.Add(30, u"/elsewhere/app", 0);
+    fake.Add(8, u"/vol2/app", 0);  // of the scope, but chosen only by the last row
+    const auto ops = fake.Ops();
+    const CloseOptions options = Options(1000, true, u"/suite/TvAppsClose/TvAppsClose");
     const auto report =
-        CloseSelected(in, {true, {target, bad}, SparedFor(options, SystemProcessOps())}, options);
-    // The suite's other application was never chosen: it is counted, not closed.
-    EXPECT_EQ(report.outcome, row.refused ? CloseOutcome::kRefused : CloseOutcome::kStillRunning)
-        << base::Narrow(report.reason);
-    EXPECT_EQ(Pids(report.still_running), row.refused ? Pids({target, bad}) : V{c_other.pid()});
-    EXPECT_TRUE(report.killed.empty());
-    EXPECT_EQ(c_app.WaitExit(row.refused ? 300 : 8000), !row.refused);
-    EXPECT_EQ(c_outsider.WaitExit(other_volume ? 8000 : 0), other_volume);
-    for (ChildProcess* c : {&c_closer, &c_ejector, &c_other}) EXPECT_FALSE(c->Exited()) << c->pid();
+        CloseSelected({u"/suite", false, u"", {u"/vol2"}},
+                      {true, {fake[20].entry, row.bad}, SparedFor(options, ops)}, options, ops);
+    const bool refused = row.asked.empty();
+    EXPECT_EQ(report.outcome, refused             ? CloseOutcome::kRefused
+                              : row.still.empty() ? CloseOutcome::kAllClosed
+                                                  : CloseOutcome::kStillRunning);
+    EXPECT_EQ(Pids(report.still_running), refused ? Pids({fake[20].entry, row.bad}) : row.still);
+    EXPECT_EQ(fake.Asked(), row.asked);
   }
 }
 
+// Real programs from a loop-mounted drive, the removable one the hook says it is: the whole
+// drive is the scope; a program started from the test's own folder stands outside it.
 TEST(AppCloserReal, OnARemovableDriveTheWholeDriveIsTheScope) {
   if (testing_support::RunInOwnPidNamespace()) return;
-  RealSuite s;
+  TempDir temp;
   testing_support::LoopMount drive;
   std::string why;
-  if (!drive.Create(s.temp, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
+  if (!drive.Create(temp, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
   os::fault::ScopedRemovableDisk hook(drive.device());
-  ChildProcess c_in, c_beside, c_outsider;
-  ASSERT_TRUE(s.Start(c_in, s.Install(drive.mount_point() + u"/Suite/App")) &&
-              s.Start(c_beside, s.Install(drive.mount_point() + u"/Other")) &&
-              s.Start(c_outsider, testing_support::HelperProgram(u"window_app")));
+  ChildProcess children[3];
+  const std::u16string programs[] = {
+      testing_support::CopyHelperProgram(u"window_app", drive.mount_point() + u"/Suite/App"),
+      testing_support::CopyHelperProgram(u"window_app", drive.mount_point() + u"/Other"),
+      testing_support::HelperProgram(u"window_app")};
+  for (int i = 0; i < 3; ++i) {
+    const std::u16string ready = temp.u16(u"ready" + base::ToText(i));
+    ASSERT_TRUE(children[i].Start(programs[i], {u"--ready", ready}, temp.u16()) &&
+                testing_support::WaitForFile(ready));
+  }
   const std::u16string own = drive.mount_point() + u"/Suite/TvAppsClose/TvAppsClose";
   const CloseScope scope = DetermineCloseScope(own);
   EXPECT_TRUE(scope.whole_drive) << base::Narrow(scope.reason);
   EXPECT_EQ(scope.folder, drive.mount_point() + u"/");
   const auto report = CloseApplications(scope, Options(kDefaultGraceMs, false, own));
   EXPECT_EQ(report.outcome, CloseOutcome::kAllClosed) << base::Narrow(report.reason);
-  EXPECT_TRUE(c_in.WaitExit(5000) && c_beside.WaitExit(5000));
-  EXPECT_FALSE(c_outsider.Exited());
+  EXPECT_TRUE(children[0].WaitExit(5000) && children[1].WaitExit(5000));
+  EXPECT_FALSE(children[2].Exited());
 }
 
 }  // namespace
