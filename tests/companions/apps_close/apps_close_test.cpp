@@ -18,34 +18,32 @@ using Texts = std::vector<std::u16string>;
 
 TEST(AppsCloseSettings, DefaultsForWhatIsMissingOrWrong) {
   const struct {
-    const char* file;  // nullptr: no file
+    const char* inside;  // the file's root holds it; nullptr: no file
     std::uint32_t grace_ms;
     bool force;
+    std::string root = "TvAppsClose";  // "": the file is what is inside
   } rows[] = {
       {nullptr, 10000, false},
-      {"<TvAppsClose><GraceSeconds>3</GraceSeconds><ForceClose>1</ForceClose></TvAppsClose>", 3000,
-       true},
-      {"<tvappsclose><graceseconds>0.5</graceseconds><forceclose>True</forceclose></tvappsclose>",
-       500, true},
-      {"<TvAppsClose><GraceSeconds>0</GraceSeconds><ForceClose>0</ForceClose></TvAppsClose>", 0,
-       false},
-      {"<TvAppsClose><GraceSeconds>-4</GraceSeconds><ForceClose>no</ForceClose></TvAppsClose>",
-       10000, false},
-      {"<TvAppsClose><GraceSeconds>10s</GraceSeconds><ForceClose>yes</ForceClose></TvAppsClose>",
-       10000, true},
-      {"<TvAppsClose><GraceSeconds>99999</GraceSeconds></TvAppsClose>", 3600000, false},
+      {"<GraceSeconds>3</GraceSeconds><ForceClose>1</ForceClose>", 3000, true},
+      {"<graceseconds>0.5</graceseconds><forceclose>True</forceclose>", 500, true, "tvappsclose"},
+      {"<GraceSeconds>0</GraceSeconds><ForceClose>0</ForceClose>", 0, false},
+      {"<GraceSeconds>-4</GraceSeconds><ForceClose>no</ForceClose>", 10000, false},
+      {"<GraceSeconds>10s</GraceSeconds><ForceClose>yes</ForceClose>", 10000, true},
+      {"<GraceSeconds>99999</GraceSeconds>", 3600000, false},
       // Another program's file is not read as ours.
-      {"<TarvelUSBEject><GraceSeconds>1</GraceSeconds><ForceClose>1</ForceClose></TarvelUSBEject>",
-       10000, false},
-      {"not xml at all", 10000, false},
+      {"<GraceSeconds>1</GraceSeconds><ForceClose>1</ForceClose>", 10000, false, "TarvelUSBEject"},
+      {"not xml at all", 10000, false, ""},
   };
   for (const auto& row : rows) {
     TempDir temp;
-    const std::u16string file =
-        row.file ? temp.Write(u"TvAppsClose.xml", row.file) : temp.u16(u"TvAppsClose.xml");
-    const app::AppsCloseSettings settings = app::LoadAppsCloseSettings(file);
+    const std::string inside = row.inside ? row.inside : "";
+    if (row.inside)
+      temp.Write(u"TvAppsClose.xml",
+                 row.root.empty() ? inside : "<" + row.root + ">" + inside + "</" + row.root + ">");
+    const app::AppsCloseSettings settings =
+        app::LoadAppsCloseSettings(temp.u16(u"TvAppsClose.xml"));
     EXPECT_EQ(std::pair(settings.grace_ms, settings.force), std::pair(row.grace_ms, row.force))
-        << (row.file ? row.file : "(none)");
+        << inside;
   }
 }
 

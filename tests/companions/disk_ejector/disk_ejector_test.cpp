@@ -96,65 +96,61 @@ TEST(DiskEjectorMessage, EachOutcomeSaysWhatHappenedAndWhy) {
   failed.error = 31;
   sys::EjectReport unknown = Report(kUnidentified);
   unknown.device = os::StorageDevice{};
-  const struct {
+  struct Row {
     sys::EjectReport report;
     std::int32_t flags;
-    Texts says, lacks = {};
-  } rows[] = {
-      {Report(kRemoved), 0x40, {u"may now remove", u"/media/STICK/"}},
-      {Report(kMediaEjected), 0x40, {u"may now remove"}},
-      {Report(kUnmounted), 0x40, {u"may now remove"}},
-      {Report(kNotRemovable), 0x30, {u"not a removable", u"the device says so"}},
-      {Report(kSystemDisk), 0x30, {u"running system", u"the device says so"}},
-      {unknown, 0x10, {u"/Suite/TvEject", u"cannot be identified", u"the report's reason"}},
-      {Report(kRefused), 0x35, {u"OutstandingOpen: /media/STICK", u"Close the programs"}},
-      {app_veto, 0x35, {u"notepad.exe", u"These programs are using it"}},
-      {failed, 0x10, {u"error 31", u"the report's reason"}},
+    Texts says, lacks;
+  };
+  auto R = [](sys::EjectReport report, std::int32_t flags, Texts says, Texts lacks = {}) {
+    return Row{std::move(report), flags, std::move(says), std::move(lacks)};
+  };
+  const Row rows[] = {
+      R(Report(kMediaEjected), 0x40, {u"may now remove"}),
+      R(Report(kUnmounted), 0x40, {u"may now remove"}),
+      R(Report(kNotRemovable), 0x30, {u"not a removable", u"the device says so"}),
+      R(Report(kSystemDisk), 0x30, {u"running system", u"the device says so"}),
+      R(unknown, 0x10, {u"/Suite/TvEject", u"cannot be identified", u"the report's reason"}),
+      R(Report(kRefused), 0x35, {u"OutstandingOpen: /media/STICK", u"Close the programs"}),
+      R(app_veto, 0x35, {u"notepad.exe", u"These programs are using it"}),
+      R(failed, 0x10, {u"error 31", u"the report's reason"}),
       // Named from the system's record: the device's id is no words for a person.
-      {Report(kRefused, {H(9176, u"\\Device\\HarddiskVolume3\\dllhost.exe", HoldKind::kStopped,
-                           u"USB\\VID_1&PID_2\\3", false)}),
-       0x35,
-       {u"dllhost.exe (9176) stopped the removal (as the system recorded it)"},
-       {u"VID_1"}},
+      R(Report(kRefused, {H(9176, u"\\Device\\HarddiskVolume3\\dllhost.exe", HoldKind::kStopped,
+                            u"USB\\VID_1&PID_2\\3", false)}),
+        0x35, {u"dllhost.exe (9176) stopped the removal (as the system recorded it)"}, {u"VID_1"}),
       // An own program with a window.
-      {Report(kRefused, {H(4242, u"/usr/bin/editor", HoldKind::kFile, u"/media/STICK/notes.txt",
-                           true, u"notes.txt - Editor")}),
-       0x35,
-       {u"These programs are using it",
-        u"\r\n\r\neditor \"notes.txt - Editor\" (4242) has /media/STICK/notes.txt open\r\n\r\n"
-        u"Close them and try again: each of these programs is asked to close, as you would "
-        u"close it (it may ask you about unsaved work), and the eject is tried again.\r\nCancel: "
-        u"leave everything as it is."},
-       {u"could not be inspected", u"wait a moment", u"OutstandingOpen"}},
+      R(Report(kRefused, {H(4242, u"/usr/bin/editor", HoldKind::kFile, u"/media/STICK/notes.txt",
+                            true, u"notes.txt - Editor")}),
+        0x35,
+        {u"These programs are using it",
+         u"\r\n\r\neditor \"notes.txt - Editor\" (4242) has /media/STICK/notes.txt open\r\n\r\n"
+         u"Close them and try again: each"},
+        {u"could not be inspected", u"wait a moment", u"OutstandingOpen"}),
       // A shell in a folder, a library, a program of the drive, and one not inspected.
-      {Report(kRefused,
-              {H(77, u"/bin/bash", HoldKind::kFolder, u"/media/STICK/Docs", true),
-               H(78, u"", HoldKind::kModule, u"/media/STICK/lib/x.so", true),
-               H(79, u"/media/STICK/App/run", HoldKind::kProgram, u"/media/STICK/App/run", true)},
-              1),
-       0x35,
-       {u"bash (77) works in the folder /media/STICK/Docs\r\n? (78) uses /media/STICK/lib/x.so"
-        u"\r\nrun (79) runs from /media/STICK/App/run\r\n\r\n1 other program(s) could not be "
-        u"inspected",
-        u"Close them and try again: each"}},
+      R(Report(kRefused,
+               {H(77, u"/bin/bash", HoldKind::kFolder, u"/media/STICK/Docs", true),
+                H(78, u"", HoldKind::kModule, u"/media/STICK/lib/x.so", true),
+                H(79, u"/media/STICK/App/run", HoldKind::kProgram, u"/media/STICK/App/run", true)},
+               1),
+        0x35,
+        {u"bash (77) works in the folder /media/STICK/Docs\r\n? (78) uses /media/STICK/lib/x.so"
+         u"\r\nrun (79) runs from /media/STICK/App/run\r\n\r\n1 other program(s) could not be "
+         u"inspected",
+         u"Close them and try again: each"}),
       // An indexer of the system, even one that could be closed, and a program that may not be.
-      {Report(kRefused, {H(900, u"C:\\Windows\\System32\\SEARCHINDEXER.EXE", HoldKind::kFile,
-                           u"E:\\a.doc", true)}),
-       0x35,
-       {u"SEARCHINDEXER.EXE (900) has E:\\a.doc open (a program of the system: wait a moment "
-        u"and try again)",
-        u"Retry: try again."},
-       {u"Close them"}},
-      {Report(kRefused, {H(902, u"/usr/bin/vim", HoldKind::kFile, u"/media/STICK/b", false)}),
-       0x35,
-       {u"vim (902) has /media/STICK/b open", u"Retry: try again."},
-       {u"Close them", u"wait a moment"}},
-      {Report(kRefused, {}, 3),
-       0x35,
-       {u"(OutstandingOpen: /media/STICK)",
-        u"3 other program(s) could not be inspected (another user's, or running as "
-        u"administrator): they may be using the drive too.\r\n\r\nRetry: try again."},
-       {u"These programs"}},
+      R(Report(kRefused, {H(900, u"C:\\Windows\\System32\\SEARCHINDEXER.EXE", HoldKind::kFile,
+                            u"E:\\a.doc", true)}),
+        0x35,
+        {u"SEARCHINDEXER.EXE (900) has E:\\a.doc open (a program of the system: wait a moment",
+         u"Retry: try again."},
+        {u"Close them"}),
+      R(Report(kRefused, {H(902, u"/usr/bin/vim", HoldKind::kFile, u"/media/STICK/b", false)}),
+        0x35, {u"vim (902) has /media/STICK/b open", u"Retry: try again."},
+        {u"Close them", u"wait a moment"}),
+      R(Report(kRefused, {}, 3), 0x35,
+        {u"(OutstandingOpen: /media/STICK)",
+         u"3 other program(s) could not be inspected (another user's, or running as "
+         u"administrator): they may be using the drive too.\r\n\r\nRetry: try again."},
+        {u"These programs"}),
   };
   for (const auto& row : rows) {
     const app::EjectorMessage message = app::DescribeEject(row.report, u"/Suite/TvEject");
@@ -240,6 +236,9 @@ TEST(DiskEjectorRun, TheOriginalHandsOverToACopyInAPrivateFolder) {
 // left behind; with none left the ejector works from the drive and says why it cannot eject.
 TEST(DiskEjectorRun, EachPlaceOffTheDriveIsTriedInTurn) {
   using Op = os::fault::Op;
+  const Texts why = {u"/media/STICK/ cannot be ejected: TvDiskEjector runs from it",
+                     u"Tmp/: on the drive", u"A/: no private folder could be made there (error 5)",
+                     u"B/: the copy could not be started (5)"};
   const struct {
     Texts places;                       // inside the test's folder
     Op fails;                           // kCount: nothing fails
@@ -257,14 +256,7 @@ TEST(DiskEjectorRun, EachPlaceOffTheDriveIsTriedInTurn) {
       {{u"Open", u"B"}, Op::kCount, {}, u"B", 0},
 #endif
       {{u"A"}, Op::kCopyFile, {}, u"", 0, {u"may now remove the drive /media/STICK/"}},
-      {{u"Stick/Tmp", u"A", u"B"},
-       Op::kCreateFolder,
-       {5},
-       u"",
-       1,
-       {u"/media/STICK/ cannot be ejected: TvDiskEjector runs from it", u"Tmp/: on the drive",
-        u"A/: no private folder could be made there (error 5)",
-        u"B/: the copy could not be started (5)"}},
+      {{u"Stick/Tmp", u"A", u"B"}, Op::kCreateFolder, {5}, u"", 1, why},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(base::Narrow(row.places[0] + u" " + row.runs_from));
@@ -301,7 +293,8 @@ TEST(DiskEjectorRun, EachPlaceOffTheDriveIsTriedInTurn) {
 // the user's holders to close, then tries again and tells what came of it; "Cancel" (or closing
 // the box) leaves everything as it is. Its last box comes to the front, and it deletes itself.
 TEST(DiskEjectorRun, TheCopyRetriesClosesTheHoldersReportsAndDeletesItself) {
-  const std::u16string editor = u"editor (2147483640)";
+  using os::kIdCancel, os::kIdRetry;
+  const std::u16string editor = u"editor (2147483640)", offer = u"Close them and try again: each";
   const struct {
     bool retry;                         // "/retry"
     int refusals;                       // by the drive; 99: while the editor holds it
@@ -312,31 +305,14 @@ TEST(DiskEjectorRun, TheCopyRetriesClosesTheHoldersReportsAndDeletesItself) {
     std::uint32_t icon;  // of the last box
   } rows[] = {
       {false, 0, {}, u"", 1, 0, 0, {u"may now remove the drive /media/STICK/"}, 0x40},
-      {true,
-       9,
-       {os::kIdCancel},
-       u"",
-       5,
-       0,
-       1,
-       {editor + u" runs from /media/STICK/App/editor"},
-       0x30},
-      {false,
-       1,
-       {os::kIdRetry},
-       u"",
-       2,
-       1,
-       0,
-       {u"Close them and try again: each", u"may now remove"},
-       0x40},
-      // Closed by the corner of the box.
-      {false, 1, {os::kIdOk}, u"", 1, 0, 1, {u"Close them and try again: each"}, 0x30},
-      {false, 99, {os::kIdRetry, os::kIdCancel}, u"", 2, 1, 1, {editor, editor}, 0x30},
+      {true, 9, {kIdCancel}, u"", 5, 0, 1, {editor + u" runs from /media/STICK/App/e"}, 0x30},
+      {false, 1, {kIdRetry}, u"", 2, 1, 0, {offer, u"may now remove"}, 0x40},
+      {false, 1, {os::kIdOk}, u"", 1, 0, 1, {offer}, 0x30},  // closed by the corner of the box
+      {false, 99, {kIdRetry, kIdCancel}, u"", 2, 1, 1, {editor, editor}, 0x30},
       {false,
        99,
-       {os::kIdRetry, os::kIdCancel},
-       u"/usr/bin/other",
+       {kIdRetry, kIdCancel},
+       u"/bin/other",
        2,
        0,
        1,

@@ -144,9 +144,7 @@ TEST(DriveEject, EjectsTheFirstDeviceThatMayBeUnpluggedOrElseOnlyTheMedium) {
                        usb_disk = Dev(u"USB\\VID_1058&PID_25A2\\5758", true),
                        reader = Dev(u"USB\\VID_0BDA&PID_0129\\2010"),  // built in
       multi_reader = Dev(u"USB\\VID_058F&PID_6366\\6485", true),
-                       composite = Dev(u"USB\\VID_12D1&PID_1506\\6&2A3B", true),
                        floppy = Dev(u"USB\\VID_057B&PID_0000\\6&1", true),
-                       sd_card = Dev(u"SD\\VID_03&OID_5344\\5&3A1", true),
                        other_stick = Dev(u"USB\\VID_0951&PID_1666\\E0D5", true);
   auto disk = [](const char16_t* id) { return Dev(id); };
   using enum EjectOutcome;
@@ -179,13 +177,6 @@ TEST(DriveEject, EjectsTheFirstDeviceThatMayBeUnpluggedOrElseOnlyTheMedium) {
           {{u"K:\\", Ids({disk(u"STOR\\SD&1"), multi_reader, kHub, kRoot})},
            {u"L:\\", Ids({disk(u"STOR\\KINGSTON&0"), other_stick, kHub, kRoot})}}),
         kRefused, multi_reader.id, {u"J:\\", u"K:\\"}),
-      // The card is the device; its parent, the host controller, would veto.
-      R("sd slot on pci", T({u"M:\\"}, {sd_card, disk(u"PCI\\VEN_1217&DEV_8621"), kRoot}, true),
-        kRefused, sd_card.id, {u"M:\\"}),
-      // The disk's parent is one interface of the device: the device goes.
-      R("composite usb device",
-        T({u"N:\\"}, {disk(u"STOR\\CDROM&0"), disk(u"USB\\VID_12D1&PID_1506&MI_02"), composite}),
-        kRefused, composite.id, {u"N:\\"}),
       // Floppy 0 is not disk 0, the system's.
       R("usb floppy",
         T({u"A:\\"}, {disk(u"STOR\\SFLOPPY&0"), floppy, kHub}, true, {}, 0, os::kDriveRemovable,
