@@ -166,105 +166,68 @@ TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
   EXPECT_EQ(fake.slept, 0u);
 }
 
-// A program started through another name of the drive (a substituted letter, a folder mount)
-// is the drive's when the whole drive is the scope: its volume decides, not its path's text.
-TEST(AppCloserRun, TheVolumeDecidesForAWholeDrive) {
+// A faulty choice fed straight to the closing step, beside one application of the suite (20). A
+// process the closer may not touch makes it refuse the whole choice: nothing is asked. A number
+// that now names another program is left alone and the rest is closed. For a whole drive a
+// program started through another name of it (a substituted letter) is the drive's: the volume
+// decides, not the path's text. A console's window is closed only when every program on it may be.
+TEST(AppCloserGuard, AFaultyChoiceSignalsNothingItMayNotTouch) {
+  const std::uint32_t self = os::GetCurrentProcessId(), parent = os::ParentProcessId(self);
+  auto E = [](std::uint32_t n, const char16_t* image, const char16_t* owner = u"tester") {
+    return ProcessEntry{n, 1, image, owner, 1};
+  };
+  const CloseScope suite{u"/suite", false, u"", {u"/vol2"}},
+      slash{u"/suite/", false, u"", {u"/vol2"}}, drive{u"/suite/", true, u"", {}};
+  const ProcessEntry elsewhere = E(kFake + 30, u"/elsewhere/app"),
+                     vol2 = E(kFake + 8, u"/vol2/app"), subst = E(kFake + 21, u"/subst/App/b");
   const struct {
     CloseScope scope;
-    V asked;
+    ProcessEntry bad;
+    V asked, still;   // asked none: the whole choice is refused
+    V attached = {};  // to the console of 20
+    bool console_too = false;
   } rows[] = {
-      {{u"/stick/", true, u"", {}}, {20, 21}},
-      {{u"/stick/App", false, u"", {}}, {20}},   // a suite folder: its path decides
-      {{u"/stick/App/", false, u"", {}}, {20}},  // the same, with a trailing separator
+      {suite, elsewhere, {}, {}},                                        // outside the scope
+      {suite, E(self, u"/suite/App/a"), {}, {}},                         // the closer itself
+      {suite, E(parent, u"/suite/App/a"), {}, {}},                       // its parent
+      {suite, E(kFake + 5, u"/suite/TvAppsClose/TvAppsClose"), {}, {}},  // a copy of it
+      {suite, E(kFake + 6, u"/suite/TvEject/TvDiskEjector"), {}, {}},
+      {suite, E(kFake + 7, u"/suite/App/b", u"other"), {}, {}},  // another user's
+      {suite, E(kFake + 30, u"/suite/App/b"), {20}, {8}},  // a number given to another program
+      {suite, vol2, {8, 20}, {}},                          // a volume the eject takes along
+      {drive, subst, {20, 21}, {21}},
+      {drive, elsewhere, {}, {}},
+      {slash, subst, {}, {}},
+      {slash, vol2, {8, 20}, {}},
+      {suite, vol2, {8, 20}, {}, {kFake + 20, kFake + 8}, true},
+      {suite, vol2, {8, 20}, {}, {kFake + 20, kFake + 30}},  // one runs from elsewhere
+      {suite, vol2, {8, 20}, {}, {kFake + 20, kFake + 99}},  // not listed
   };
   for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << base::Narrow(row.bad.image) << " " << &row - rows);
     FakeProcesses fake;
-    fake.Add(20, u"/stick/App/a", 0);
-    fake.Add(21, u"/subst/App/b", 0);  // the same volume under another name
-    fake.Add(30, u"/elsewhere/c", 0);
+    fake.Add(20, u"/suite/App/a", 0);
+    fake.Add(30, u"/elsewhere/app", 0);
+    fake.Add(8, u"/vol2/app", 0);       // of the scope, but chosen only by some rows
+    fake.Add(21, u"/subst/App/b", -1);  // the drive of "/suite" under another name
     auto ops = fake.Ops();
     ops.volume_of = [](std::u16string_view path) -> std::u16string {
-      if (path.starts_with(u"/stick") || path.starts_with(u"/subst")) return u"1";
-      return path.starts_with(u"/elsewhere") ? u"2" : u"";
+      return path.starts_with(u"/suite") || path.starts_with(u"/subst") ? u"1" : u"";
     };
-    const auto report =
-        CloseApplications(row.scope, Options(kDefaultGraceMs, false, u"/stick/x/x"), ops);
-    EXPECT_EQ(report.outcome, CloseOutcome::kAllClosed) << base::Narrow(report.reason);
-    EXPECT_EQ(Pids(report.asked), row.asked);
-    // A choice that holds a program of another volume is refused whole, even for a whole drive.
-    const CloseOptions options = Options(0, true, u"/stick/x/x");
-    const auto refused = CloseSelected(
-        row.scope, {true, {fake[20].entry, fake[30].entry}, SparedFor(options, ops)}, options, ops);
-    EXPECT_EQ(refused.outcome, CloseOutcome::kRefused) << base::Narrow(refused.reason);
-  }
-}
-
-TEST(AppCloserRun, AConsoleWindowIsClosedOnlyWhenEveryProgramOnItMayBe) {
-  const struct {
-    V attached;  // the console's processes; empty: cannot be known
-    bool console_too;
-  } rows[] = {
-      {{}, false},
-      {{kFake + 20, kFake + 21}, true},
-      {{kFake + 20, kFake + 30}, false},  // one runs from elsewhere
-      {{kFake + 20, kFake + 22}, false},  // the ejector
-      {{kFake + 20, kFake + 99}, false},  // not listed
-  };
-  for (const auto& row : rows) {
-    FakeProcesses fake;
-    fake.Add(20, u"/suite/App/console", 0);
-    fake.Add(21, u"/suite/App/helper", -1);
-    fake.Add(22, u"/suite/TvEject/TvDiskEjector", -1);
-    fake.Add(30, u"/elsewhere/shell", -1);
-    auto ops = fake.Ops();
     ops.console = [&](std::uint32_t pid, V* pids) {
       *pids = row.attached;
       return pid == kFake + 20 && !row.attached.empty();
     };
-    const CloseOptions options = Options(0, false, u"");
-    CloseSelected({u"/suite", false, u"", {}}, {true, {fake[20].entry}, SparedFor(options, ops)},
-                  options, ops);
-    EXPECT_GE(fake[20].asked_at, 0);
-    EXPECT_EQ(fake[20].console_too, row.console_too) << row.attached.size();
-  }
-}
-
-// A faulty choice fed straight to the closing step, beside one application of the suite. A
-// process the closer may not touch makes it refuse the whole choice: nothing is asked, nothing
-// is forced. A number that now names another program is left alone and the rest is closed.
-TEST(AppCloserGuard, AFaultyChoiceSignalsNothingItMayNotTouch) {
-  const std::uint32_t self = os::GetCurrentProcessId(), parent = os::ParentProcessId(self);
-  const struct {
-    ProcessEntry bad;
-    V asked, still;  // asked none: the whole choice is refused
-  } rows[] = {
-      {{kFake + 30, 1, u"/elsewhere/app", u"tester"}, {}, {}},                 // outside the scope
-      {{self, 1, u"/suite/App/a", u"tester"}, {}, {}},                         // the closer itself
-      {{parent, 1, u"/suite/App/a", u"tester"}, {}, {}},                       // its parent
-      {{kFake + 5, 1, u"/suite/TvAppsClose/TvAppsClose", u"tester"}, {}, {}},  // a copy of it
-      {{kFake + 6, 1, u"/suite/TvEject/TvDiskEjector", u"tester"}, {}, {}},
-      {{kFake + 7, 1, u"/suite/App/b", u"other"}, {}, {}},  // another user's
-      // A number given to another program; a volume the eject takes along.
-      {{kFake + 30, 1, u"/suite/App/b", u"tester"}, {20}, {8}},
-      {{kFake + 8, 1, u"/vol2/app", u"tester"}, {8, 20}, {}},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(base::Narrow(row.bad.image));
-    FakeProcesses fake;
-    fake.Add(20, u"/suite/App/a", 0);
-    fake.Add(30, u"/elsewhere/app", 0);
-    fake.Add(8, u"/vol2/app", 0);  // of the scope, but chosen only by the last row
-    const auto ops = fake.Ops();
-    const CloseOptions options = Options(1000, true, u"/suite/TvAppsClose/TvAppsClose");
-    const auto report =
-        CloseSelected({u"/suite", false, u"", {u"/vol2"}},
-                      {true, {fake[20].entry, row.bad}, SparedFor(options, ops)}, options, ops);
+    const CloseOptions options = Options(1000, false, u"/suite/TvAppsClose/TvAppsClose");
+    const auto report = CloseSelected(
+        row.scope, {true, {fake[20].entry, row.bad}, SparedFor(options, ops)}, options, ops);
     const bool refused = row.asked.empty();
     EXPECT_EQ(report.outcome, refused             ? CloseOutcome::kRefused
                               : row.still.empty() ? CloseOutcome::kAllClosed
                                                   : CloseOutcome::kStillRunning);
     EXPECT_EQ(Pids(report.still_running), refused ? Pids({fake[20].entry, row.bad}) : row.still);
     EXPECT_EQ(fake.Asked(), row.asked);
+    EXPECT_EQ(fake[20].console_too, row.console_too);
   }
 }
 
