@@ -113,43 +113,34 @@ TEST(DiskEjectorMessage, EachOutcomeSaysWhatHappenedAndWhy) {
       R(Report(kRefused), 0x35, {u"OutstandingOpen: /media/STICK", u"Close the programs"}),
       R(app_veto, 0x35, {u"notepad.exe", u"These programs are using it"}),
       R(failed, 0x10, {u"error 31", u"the report's reason"}),
-      // Named from the system's record: the device's id is no words for a person.
-      R(Report(kRefused, {H(9176, u"\\Device\\HarddiskVolume3\\dllhost.exe", HoldKind::kStopped,
-                            u"USB\\VID_1&PID_2\\3", false)}),
-        0x35, {u"dllhost.exe (9176) stopped the removal (as the system recorded it)"}, {u"VID_1"}),
-      // An own program with a window.
-      R(Report(kRefused, {H(4242, u"/usr/bin/editor", HoldKind::kFile, u"/media/STICK/notes.txt",
-                            true, u"notes.txt - Editor")}),
-        0x35,
-        {u"These programs are using it",
-         u"\r\n\r\neditor \"notes.txt - Editor\" (4242) has /media/STICK/notes.txt open\r\n\r\n"
-         u"Close them and try again: each"},
-        {u"could not be inspected", u"wait a moment", u"OutstandingOpen"}),
-      // A shell in a folder, a library, a program of the drive, and one not inspected.
+      // Each kind of hold, a window's title, a program not inspected; a holder named from the
+      // system's record by its device's id, which is no words for a person.
       R(Report(kRefused,
                {H(77, u"/bin/bash", HoldKind::kFolder, u"/media/STICK/Docs", true),
                 H(78, u"", HoldKind::kModule, u"/media/STICK/lib/x.so", true),
-                H(79, u"/media/STICK/App/run", HoldKind::kProgram, u"/media/STICK/App/run", true)},
+                H(79, u"/media/STICK/App/run", HoldKind::kProgram, u"/media/STICK/App/run", true),
+                H(80, u"/usr/bin/ed", HoldKind::kFile, u"/media/STICK/a.txt", false, u"a - Ed"),
+                H(81, u"C:\\dllhost.exe", HoldKind::kStopped, u"USB\\VID_1&PID_2\\3", false)},
                1),
         0x35,
-        {u"bash (77) works in the folder /media/STICK/Docs\r\n? (78) uses /media/STICK/lib/x.so"
-         u"\r\nrun (79) runs from /media/STICK/App/run\r\n\r\n1 other program(s) could not be "
-         u"inspected",
-         u"Close them and try again: each"}),
-      // An indexer of the system, even one that could be closed, and a program that may not be.
-      R(Report(kRefused, {H(900, u"C:\\Windows\\System32\\SEARCHINDEXER.EXE", HoldKind::kFile,
-                            u"E:\\a.doc", true)}),
+        {u"These programs are using it",
+         u"\r\n\r\nbash (77) works in the folder /media/STICK/Docs\r\n? (78) uses "
+         u"/media/STICK/lib/x.so\r\nrun (79) runs from /media/STICK/App/run\r\ned \"a - Ed\" (80) "
+         u"has /media/STICK/a.txt open\r\ndllhost.exe (81) stopped the removal (as the system "
+         u"recorded it)\r\n\r\n1 other program(s) could not be inspected",
+         u"Close them and try again: each"},
+        {u"VID_1", u"wait a moment", u"OutstandingOpen"}),
+      // Only an indexer of the system, even one that could be closed, or a program that may not
+      // be: nothing is offered for closing.
+      R(Report(kRefused,
+               {H(900, u"C:\\Windows\\SEARCHINDEXER.EXE", HoldKind::kFile, u"E:\\a", true),
+                H(902, u"/usr/bin/vim", HoldKind::kFile, u"/media/STICK/b", false)}),
         0x35,
-        {u"SEARCHINDEXER.EXE (900) has E:\\a.doc open (a program of the system: wait a moment",
-         u"Retry: try again."},
-        {u"Close them"}),
-      R(Report(kRefused, {H(902, u"/usr/bin/vim", HoldKind::kFile, u"/media/STICK/b", false)}),
-        0x35, {u"vim (902) has /media/STICK/b open", u"Retry: try again."},
-        {u"Close them", u"wait a moment"}),
+        {u"SEARCHINDEXER.EXE (900) has E:\\a open (a program of the system: wait a moment",
+         u"\r\nvim (902) has /media/STICK/b open\r\n\r\nRetry: try again."},
+        {u"Close them", u"vim (902) has /media/STICK/b open ("}),
       R(Report(kRefused, {}, 3), 0x35,
-        {u"(OutstandingOpen: /media/STICK)",
-         u"3 other program(s) could not be inspected (another user's, or running as "
-         u"administrator): they may be using the drive too.\r\n\r\nRetry: try again."},
+        {u"(OutstandingOpen: /media/STICK)", u"3 other program(s) could not be inspected"},
         {u"These programs"}),
   };
   for (const auto& row : rows) {
