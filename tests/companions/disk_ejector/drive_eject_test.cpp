@@ -26,15 +26,29 @@ using Roots = std::vector<std::u16string>;
 
 using namespace ejector_test;
 
+// A refusal names the veto, the holders the search found and those the system recorded as
+// stopping a removal: of this disk (not of another device, nor the editor again).
 TEST(DriveEject, RefusesWhatItMustAndRetriesOnlyARefusal) {
   using enum EjectOutcome;
   const Answer medium{true, EjectDone::kMediaEjected, 0}, unmounted{true, EjectDone::kUnmounted, 0};
+  const std::u16string refused =
+      u"the system refused to eject /dev/sdz after 5 tries (OutstandingOpen: /media/STICK); held "
+      u"by";
+  const std::u16string editor = u" /media/STICK/App/editor (2147483640: /media/STICK/App/editor)";
+  const os::RemovalVeto host{{9176, 0, u"C:\\dllhost.exe", u"", 0}, u"/DEV/SDZ"},
+      other{{77, 0, u"other.exe", u"", 0}, u"USB\\VID_1&PID_2\\3"},
+      again{{kEditor, 0, u"editor.exe", u"", 0}, u"/dev/sdz"};
   struct Row {
     FakeDrive script;
     int tries;
     EjectOutcome outcome;
-    int ejects;  // each after a flush, with a pause of a second between two
-  } rows[] = {
+    int ejects;               // each after a flush, with a pause of a second between two
+    std::u16string reason{};  // when given
+  };
+  auto R = [](FakeDrive script, std::u16string reason) {  // refused after 5 tries
+    return Row{std::move(script), 5, kRefused, 5, std::move(reason)};
+  };
+  Row rows[] = {
       {{.found = false}, 5, kUnidentified, 0},
       {{.known = false}, 5, kUnidentified, 0},
       {{.answers = {kUnplugged}}, 5, kRemoved, 1},
@@ -42,9 +56,14 @@ TEST(DriveEject, RefusesWhatItMustAndRetriesOnlyARefusal) {
       {{.answers = {medium}}, 1, kMediaEjected, 1},
       {{.answers = {unmounted}}, 1, kUnmounted, 1},
       {{.answers = {kBusy, kBusy, kUnplugged}}, 5, kRemoved, 3},
-      {{.answers = {kBusy}}, 5, kRefused, 5},
       {{.answers = {kBroken, kBusy, kUnplugged}}, 5, kRemoved, 3},
       {{.answers = {kBroken}}, 5, kFailed, 5},
+      R({.answers = {kBusy}, .uninspected = 2}, refused + editor + u", 2 not inspected"),
+      R({.answers = {kBusy}, .holder = false, .uninspected = 1}, refused + u" 1 not inspected"),
+      R({.answers = {kBusy}, .holder = false, .vetoes = {other}},
+        refused.substr(0, refused.find(u";"))),
+      R({.answers = {kBusy}, .vetoes = {host, other, again}},
+        refused + editor + u", C:\\dllhost.exe (9176: /DEV/SDZ)"),
   };
   for (auto& row : rows) {
     const auto report =
@@ -54,54 +73,20 @@ TEST(DriveEject, RefusesWhatItMustAndRetriesOnlyARefusal) {
     EXPECT_EQ((std::vector{row.script.ejects, report.tries, row.script.flushes}),
               std::vector<int>(3, row.ejects));
     EXPECT_EQ(row.script.pauses, std::vector<std::uint32_t>(std::max(row.ejects - 1, 0), 1000u));
-    // The holders are searched for once, after the last refusal only.
+    // The holders are searched for once, after the last refusal only, and the system's record
+    // looked up since before the first try.
     const bool refused = row.outcome == kRefused;
     EXPECT_EQ(row.script.holder_scans, refused ? 1 : 0);
-    EXPECT_EQ(report.blockers.processes.size(), refused ? 1u : 0u);
+    EXPECT_EQ(row.script.veto_seconds, refused ? std::vector<std::uint32_t>{10u + row.ejects}
+                                               : std::vector<std::uint32_t>{});
+    EXPECT_TRUE(row.reason.empty() || report.reason == row.reason);
+    for (const auto& h : report.blockers.processes)  // a record's pid may have been reused
+      EXPECT_EQ(h.closable, h.kind != os::HoldKind::kStopped);
     EXPECT_EQ(sys::SafeToRemove(report.outcome),
               row.outcome == kRemoved || row.outcome == kMediaEjected || row.outcome == kUnmounted);
     EXPECT_FALSE(report.reason.empty());
     // A failure carries the system's error, a veto or a success none.
     EXPECT_EQ(report.error, row.outcome == kFailed ? os::kErrorAccessDenied : 0u);
-  }
-}
-
-TEST(DriveEject, ARefusalNamesTheVetoAndTheHolders) {
-  const std::u16string refused =
-      u"the system refused to eject /dev/sdz after 5 tries (OutstandingOpen: /media/STICK)";
-  const std::u16string editor =
-      u"; held by /media/STICK/App/editor (2147483640: /media/STICK/App/editor)";
-  // The system's record of who stopped a removal: of this disk, of another device, and of the
-  // editor the search found already.
-  const os::RemovalVeto host{{9176, 0, u"\\Device\\HarddiskVolume3\\dllhost.exe", u"", 0},
-                             u"/DEV/SDZ"};
-  const os::RemovalVeto other{{77, 0, u"other.exe", u"", 0}, u"USB\\VID_1&PID_2\\3"};
-  const os::RemovalVeto again{{kEditor, 0, u"editor.exe", u"", 0}, u"/dev/sdz"};
-  const struct {
-    bool holder;
-    int uninspected;
-    std::vector<os::RemovalVeto> vetoes;
-    std::u16string reason;
-  } rows[] = {
-      {true, 2, {}, refused + editor + u", 2 not inspected"},
-      {false, 1, {}, refused + u"; held by 1 not inspected"},
-      {false, 0, {other}, refused},
-      {true,
-       0,
-       {host, other, again},
-       refused + editor + u", \\Device\\HarddiskVolume3\\dllhost.exe (9176: /DEV/SDZ)"},
-  };
-  for (const auto& row : rows) {
-    FakeDrive script{.answers = {kBusy},
-                     .holder = row.holder,
-                     .uninspected = row.uninspected,
-                     .vetoes = row.vetoes};
-    const auto report = sys::EjectDriveOf(u"/media/STICK/x", {sys::kRetryTries}, script.Ops());
-    EXPECT_EQ(report.reason, row.reason);
-    // Since before the first of the five tries, a second apart.
-    EXPECT_EQ(script.veto_seconds, std::vector<std::uint32_t>{15});
-    for (const auto& h : report.blockers.processes)  // a record's pid may have been reused
-      EXPECT_EQ(h.closable, h.kind != os::HoldKind::kStopped);
   }
   EXPECT_EQ(sys::VetoTypeName(13), u"AlreadyRemoved");
   EXPECT_EQ(sys::VetoTypeName(99), u"Veto99");
