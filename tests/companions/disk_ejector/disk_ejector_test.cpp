@@ -43,24 +43,17 @@ void ExpectButtons(const std::u16string& text, const Texts& buttons) {
       << base::Narrow(text);
 }
 
+// Quoted as CommandLineToArgvW splits them back; read back as the original passes them.
 TEST(DiskEjectorArguments, TheCopyGetsBackExactlyWhatWasPassed) {
-  // Quoted as CommandLineToArgvW splits them back.
-  const struct {
-    Texts args;
-    std::u16string line;
-  } cases[] = {
-      {{u"/retry", u"/from", u"C:\\Program Files\\Suite\\TvEject\\TvDiskEjector.exe"},
-       u"/retry /from \"C:\\Program Files\\Suite\\TvEject\\TvDiskEjector.exe\""},
-      {{u"a\"b", u"tail\\", u"two words\\", u"", u"\\\\server\\share\\"},
-       u"\"a\\\"b\" tail\\ \"two words\\\\\" \"\" \\\\server\\share\\"},
-  };
-  for (const auto& row : cases) EXPECT_EQ(app::JoinArguments(row.args), row.line);
+  EXPECT_EQ(app::JoinArguments({u"/retry", u"C:\\Program Files\\x", u"a\"b", u"tail\\",
+                                u"two words\\", u"", u"\\\\server\\share\\"}),
+            u"/retry \"C:\\Program Files\\x\" \"a\\\"b\" tail\\ \"two words\\\\\" \"\" "
+            u"\\\\server\\share\\");
   const app::EjectorCommand command = app::ParseEjectorArguments(
-      {u"/RETRY", u"-from", u"E:\\TvEject\\TvDiskEjector.exe", u"/wait", u"42", u"/wait", u"x1",
-       u"/wait", u"99999999999", u"/wait", u"0", u"/wait"});
-  EXPECT_TRUE(command.retry);
-  EXPECT_EQ(command.from, u"E:\\TvEject\\TvDiskEjector.exe");
-  EXPECT_EQ(command.wait_pids, std::vector<std::uint32_t>{42});
+      {u"/RETRY", u"-from", u"E:\\TvDiskEjector.exe", u"/wait", u"42", u"/wait", u"x1", u"/wait",
+       u"99999999999", u"/wait", u"0", u"/wait"});
+  EXPECT_EQ(std::tuple(command.retry, command.from, command.wait_pids),
+            std::tuple(true, u"E:\\TvDiskEjector.exe", std::vector<std::uint32_t>{42}));
   EXPECT_FALSE(app::ParseEjectorArguments({u"retry", u"/from"}).retry);
   EXPECT_TRUE(app::ParseEjectorArguments({u"/from"}).from.empty());
 }
