@@ -199,9 +199,9 @@ TEST(DiskEjectorRun, TheOriginalHandsOverToACopyInAPrivateFolder) {
 
   ASSERT_EQ(run.files.size(), 1u);
   const fs::path copy(run.files[0]), folder = copy.parent_path();
-  EXPECT_EQ(folder.parent_path(), temp.path() / "Tmp");
+  EXPECT_EQ(folder.parent_path() / copy.filename(),
+            temp.path() / ("Tmp/TvDiskEjector" + base::Narrow(kExe)));
   EXPECT_TRUE(folder.filename().u16string().starts_with(u"TvDiskEjector-")) << folder;
-  EXPECT_EQ(copy.filename().u16string(), u"TvDiskEjector" + kExe);
   EXPECT_EQ(run.folders[0], folder.u16string());
 #ifndef _WIN32
   EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all);
@@ -259,11 +259,9 @@ TEST(DiskEjectorRun, EachPlaceOffTheDriveIsTriedInTurn) {
     EXPECT_EQ(run({}, own), row.refusals ? 1 : 0);
     const bool copied = !row.runs_from.empty();
     EXPECT_EQ(run.drive.ejects, copied ? 0 : 1);
-    if (copied) {
-      ASSERT_FALSE(run.files.empty());
-      EXPECT_EQ(fs::path(run.files.back()).parent_path().parent_path(),
-                temp.path() / row.runs_from);
-    }
+    EXPECT_TRUE(!copied ||
+                (!run.files.empty() && fs::path(run.files.back()).parent_path().parent_path() ==
+                                           temp.path() / row.runs_from));
     for (const auto& place : row.places)  // nothing is left behind
       EXPECT_TRUE(place == row.runs_from || fs::is_empty(temp.path() / place))
           << base::Narrow(place);

@@ -201,9 +201,8 @@ TEST(DriveEjectLoop, RefusedUntilFreeThenUnmounted) {
   if (!drive.Create(temp, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
   const std::u16string suite = drive.mount_point() + u"/Suite/TvEject";
   std::filesystem::create_directories(std::filesystem::path(suite));
-  std::vector<std::uint32_t> pauses{};
   sys::DriveOps ops = sys::SystemDriveOps();
-  ops.pause = [&](std::uint32_t ms) { pauses.push_back(ms); };
+  ops.pause = [](std::uint32_t) {};  // the tries are counted
   const sys::EjectOptions retry{sys::kRetryTries, 1000};
   EXPECT_EQ(sys::EjectDriveOf(suite, retry, ops).outcome, EjectOutcome::kNotRemovable);
   EXPECT_TRUE(drive.Mounted());
@@ -216,11 +215,9 @@ TEST(DriveEjectLoop, RefusedUntilFreeThenUnmounted) {
   const auto report = sys::EjectDriveOf(suite, retry, ops);
   EXPECT_EQ(report.outcome, EjectOutcome::kRefused) << base::Narrow(report.reason);
   EXPECT_EQ(report.tries, 5);
-  EXPECT_EQ(pauses, std::vector<std::uint32_t>(4, 1000u));
-  ASSERT_EQ(report.blockers.processes.size(), 1u) << base::Narrow(report.reason);
-  EXPECT_EQ(report.blockers.processes[0].process.pid, holder.pid());
-  EXPECT_NE(report.reason.find(u"sleeper (" + base::ToText(holder.pid()) + u": " + suite + u")"),
-            std::u16string::npos)
+  // The holder alone is named, by its file, its number and the folder it works in.
+  EXPECT_TRUE(report.reason.ends_with(u"; held by " + testing_support::HelperProgram(u"sleeper") +
+                                      u" (" + base::ToText(holder.pid()) + u": " + suite + u")"))
       << base::Narrow(report.reason);
   EXPECT_TRUE(drive.Mounted());
 
