@@ -30,7 +30,7 @@ using namespace ejector_test;
 // stopping a removal: of this disk (not of another device, nor the editor again).
 TEST(DriveEject, RefusesWhatItMustAndRetriesOnlyARefusal) {
   using enum EjectOutcome;
-  const Answer medium{true, EjectDone::kMediaEjected, 0}, unmounted{true, EjectDone::kUnmounted, 0};
+  const Answer medium{EjectDone::kMediaEjected, 0}, unmounted{EjectDone::kUnmounted, 0};
   const std::u16string refused =
       u"the system refused to eject /dev/sdz after 5 tries (OutstandingOpen: /media/STICK); held "
       u"by";

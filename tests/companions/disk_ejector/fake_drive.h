@@ -12,14 +12,12 @@ namespace ejector_test {
 
 constexpr std::uint32_t kEditor = 2147483640;
 
-struct Answer {
-  bool ok;
+struct Answer {  // done: kNothing when it failed
   os::EjectDone done;
   std::uint32_t veto;
 };
-constexpr Answer kUnplugged{true, os::EjectDone::kRemoved, 0};
-constexpr Answer kBusy{false, os::EjectDone::kNothing, os::kVetoOutstandingOpen};
-constexpr Answer kBroken{false, os::EjectDone::kNothing, os::kVetoNone};
+constexpr Answer kUnplugged{os::EjectDone::kRemoved, 0}, kBroken{os::EjectDone::kNothing, 0};
+constexpr Answer kBusy{os::EjectDone::kNothing, os::kVetoOutstandingOpen};
 
 inline os::StorageDevice Stick() {
   os::StorageDevice d;
@@ -64,20 +62,20 @@ struct FakeDrive {
       ejected = plan.target == sys::EjectTarget::kMedium ? u"medium" : plan.node;
       const Answer& s = answers[std::min<std::size_t>(ejects++, answers.size() - 1)];
       *a = os::EjectAnswer{s.done, s.veto, s.veto ? u"/media/STICK" : u"", u""};
-      if (!s.ok && !s.veto) os::SetLastError(os::kErrorAccessDenied);
-      return s.ok;
+      if (s.done == os::EjectDone::kNothing && !s.veto) os::SetLastError(os::kErrorAccessDenied);
+      return s.done != os::EjectDone::kNothing;
     };
     ops.holders = [this](const std::vector<std::u16string>& roots) {
       os::VolumeHolders found;
       searched = roots;
       const bool reused = holder_scans++ > 0 && !reused_by.empty();
       const char16_t* editor = u"/media/STICK/App/editor";
-      if (holder)
-        found.processes = {{{kEditor, 1, reused ? reused_by : editor, u"", 0},
-                            os::HoldKind::kProgram,
-                            editor,
-                            u"",
-                            true}};
+      const os::VolumeHolder h{{kEditor, 1, reused ? reused_by : editor, u"", 0},
+                               os::HoldKind::kProgram,
+                               editor,
+                               u"",
+                               true};
+      if (holder) found.processes = {h};
       found.uninspected = uninspected;
       return found;
     };
