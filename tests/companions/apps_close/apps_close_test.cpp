@@ -54,16 +54,14 @@ TEST(AppsCloseRun, ClosesAskedCountsAndWritesTheCount) {
               both = {u"/now", u"/out"};
   const struct {
     Texts args;
-    bool stubborn;  // a second application that ignores the request
-    bool force;     // ForceClose in the settings
-    int answer;     // to the first box
-    int exit_code;
-    const char* count;  // written to the count file; nullptr: none is
-    Texts boxes;        // a part of each box shown, in turn
+    bool stubborn, force;   // a second application ignores the request; ForceClose in the settings
+    int answer, exit_code;  // the answer to the first box
+    const char* count;      // written to the count file; nullptr: none is
+    Texts boxes;            // a part of each box shown, in turn
     std::vector<std::uint32_t> asked;
     os::ProgressPress press = kNone;  // pressed in the progress window at once
-    bool late = false;                // an application of the suite starts while the box is shown
-    bool unreadable = false;          // the process list cannot be read
+    // An application of the suite starts while the box is shown; the process list is unreadable.
+    bool late = false, unreadable = false;
   } rows[] = {
       {both, false, false, 0, 0, "0", {}, {1}},
       {both, true, true, 0, 0, "0", {}, {1, 2}},

@@ -321,8 +321,8 @@ TEST(DiskEjectorRun, TheCopyRetriesClosesTheHoldersReportsAndDeletesItself) {
     if (row.retry) args.insert(args.begin(), u"/retry");
     // The original has ended already (a pid no process has): nothing to wait for.
     EXPECT_EQ(run(args, own), row.exit_code);
-    EXPECT_EQ(run.drive.ejects, row.ejects);
-    EXPECT_EQ(closed, std::vector<std::uint32_t>(row.closes, ejector_test::kEditor));
+    EXPECT_EQ(std::pair(run.drive.ejects, closed),
+              std::pair(row.ejects, std::vector<std::uint32_t>(row.closes, ejector_test::kEditor)));
     EXPECT_EQ(run.drive.asked_for, temp.u16(u"Stick/TvEject"));
     EXPECT_EQ(fs::path(run.drive.working), temp.path() / "Tmp" / "TvDiskEjector-7");
     ASSERT_EQ(run.shown.size(), row.boxes.size());
