@@ -4,9 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <functional>
-
 #include "base/text.h"
 #include "companions/apps_close/fake_processes.h"
 #include "os/fault.h"
@@ -19,21 +16,30 @@ namespace {
 
 using namespace sys;
 using closer_test::FakeProcesses;
+using closer_test::kFake;
 using closer_test::Pids;
 using os::ProcessEntry;
 using testing_support::ChildProcess;
 using testing_support::TempDir;
 using V = std::vector<std::uint32_t>;
+using Roots = std::vector<std::u16string>;
+
+CloseOptions Options(std::uint32_t grace_ms, bool force, std::u16string own_path) {
+  CloseOptions options;
+  options.grace_ms = grace_ms, options.force = force, options.own_path = std::move(own_path);
+  return options;
+}
 
 TEST(AppCloserScope, RemovableDriveWholeOtherwiseSuiteFolderNeverAFixedRoot) {
-  auto plan = [](const char16_t* root, EjectTarget target) {
-    return EjectPlan{target, root, u"", {root}, u"rule"};
+  auto plan = [](const char16_t* root, EjectTarget target, Roots more = {}) {
+    more.insert(more.begin(), root);
+    return EjectPlan{target, root, u"", more, u"rule"};
   };
-  EjectPlan stick = plan(u"/media/u/STICK/", EjectTarget::kDevice);
-  stick.volumes.push_back(u"/media/u/CARD/");                    // another slot of the same reader
-  const EjectPlan fixed = plan(u"/", EjectTarget::kSystemDisk);  // also a system on a stick
+  // The stick's reader has another slot; a system may also stand on a stick.
+  const EjectPlan stick = plan(u"/media/u/STICK/", EjectTarget::kDevice, {u"/media/u/CARD/"});
+  const EjectPlan fixed = plan(u"/", EjectTarget::kSystemDisk);
   const EjectPlan home = plan(u"/home/", EjectTarget::kNotRemovable);
-  struct Row {
+  const struct {
     const char16_t* own;
     const EjectPlan* dev;
     const char16_t* folder;  // "" = refused
@@ -45,18 +51,17 @@ TEST(AppCloserScope, RemovableDriveWholeOtherwiseSuiteFolderNeverAFixedRoot) {
       // The suite folder would be a whole fixed volume: refused.
       {u"/TvAppsClose/TvAppsClose", &fixed, u""},
       {u"/home/TvAppsClose/TvAppsClose", &home, u""},
-      {u"/TvAppsClose/TvAppsClose", nullptr, u""},
       {u"TvAppsClose", nullptr, u""},
       // The device answer is for another drive: it is not trusted.
       {u"/srv/Suite/TvAppsClose/TvAppsClose", &stick, u"/srv/Suite"},
   };
   for (const auto& row : rows) {
     const CloseScope scope = ChooseCloseScope(row.own, row.dev);
+    SCOPED_TRACE(base::Narrow(row.own));
     const bool whole = std::u16string_view(row.folder) == u"/media/u/STICK/";
-    EXPECT_EQ(scope.folder, row.folder) << base::Narrow(row.own);
-    EXPECT_EQ(scope.whole_drive, whole) << base::Narrow(row.own);
-    EXPECT_EQ(scope.other_volumes, whole ? std::vector<std::u16string>{u"/media/u/CARD/"}
-                                         : std::vector<std::u16string>{});
+    EXPECT_EQ(scope.folder, row.folder);
+    EXPECT_EQ(scope.whole_drive, whole);
+    EXPECT_EQ(scope.other_volumes, whole ? Roots{u"/media/u/CARD/"} : Roots{});
     EXPECT_FALSE(scope.reason.empty());
   }
 }
@@ -69,7 +74,6 @@ TEST(AppCloserSelect, OnlyProcessesInScopeAndNeverTheSparedOnes) {
   const std::vector<ProcessEntry> all = {
       {10, 11, u"/media/STICK/Suite/TvAppsClose/TvAppsClose", u"me"},  // itself
       {11, 1, u"/media/STICK/Suite/TvEject/TvEject", u"me"},           // its caller
-      {12, 1, u"/media/STICK/Suite/TvEject/TvDiskEjector", u"me"},     // the ejector
       {13, 1, u"/media/STICK/Suite/TvEject/TvDiskEjector.exe", u"me"},
       {14, 1, u"/media/STICK/Suite/TvAppsClose/TvAppsClose", u"me"},  // another copy of the closer
       {20, 1, u"/media/STICK/Suite/Apps/editor", u"me"},
@@ -90,18 +94,12 @@ TEST(AppCloserSelect, OnlyProcessesInScopeAndNeverTheSparedOnes) {
   EXPECT_EQ(SelectProcessesToClose(upper, scope, spared, true).size(), 1u);
 }
 
-CloseOptions Options(std::uint32_t grace_ms, bool force, std::u16string own_path) {
-  CloseOptions options;
-  options.grace_ms = grace_ms, options.force = force, options.own_path = std::move(own_path);
-  return options;
-}
-
 // Two applications of the suite (a quick one and one taking `slow` ms, -1: never; windowless
 // when it has no window) and one from elsewhere, which is never asked.
 TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
-  constexpr auto kWait = WaitChoice::kWait, kCloseNow = WaitChoice::kCloseNow,
-                 kStop = WaitChoice::kStop;
-  struct Row {
+  using enum WaitChoice;
+  using enum CloseOutcome;
+  const struct {
     std::int64_t slow;
     int windows;
     std::uint32_t grace;
@@ -111,15 +109,13 @@ TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
     std::uint32_t min_slept, max_slept;
     WaitChoice choice = kWait;  // what the watcher answers from 2 s on
   } rows[] = {
-      {3000, 1, 10000, false, CloseOutcome::kAllClosed, {20, 21}, {}, 3000, 3100},
-      {-1, 1, 10000, false, CloseOutcome::kStillRunning, {20, 21}, {21}, 10000, 10000},
-      {12000, 1, 10000, false, CloseOutcome::kStillRunning, {20, 21}, {21}, 10000, 10000},
-      {-1, 1, 10000, true, CloseOutcome::kAllClosed, {20, 21}, {}, 10000, 10000},
-      {-1, 1, 0, false, CloseOutcome::kStillRunning, {20, 21}, {20, 21}, 0, 0},
-      {-1, 0, 10000, false, CloseOutcome::kStillRunning, {20}, {21}, 10000, 10000},
-      {-1, 1, 10000, false, CloseOutcome::kAllClosed, {20, 21}, {}, 2000, 2000, kCloseNow},
-      {-1, 1, 10000, true, CloseOutcome::kStillRunning, {20, 21}, {21}, 2000, 2000, kStop},
-      {1000, 1, 10000, false, CloseOutcome::kAllClosed, {20, 21}, {}, 1000, 1100, kStop},
+      {3000, 1, 10000, false, kAllClosed, {20, 21}, {}, 3000, 3100},
+      {-1, 1, 10000, false, kStillRunning, {20, 21}, {21}, 10000, 10000},
+      {-1, 1, 10000, true, kAllClosed, {20, 21}, {}, 10000, 10000},
+      {-1, 1, 0, false, kStillRunning, {20, 21}, {20, 21}, 0, 0},
+      {-1, 0, 10000, false, kStillRunning, {20}, {21}, 10000, 10000},
+      {-1, 1, 10000, false, kAllClosed, {20, 21}, {}, 2000, 2000, kCloseNow},
+      {-1, 1, 10000, true, kStillRunning, {20, 21}, {21}, 2000, 2000, kStop},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.slow << "/" << row.grace << "/" << row.windows);
@@ -138,21 +134,19 @@ TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
     EXPECT_EQ(report.outcome, row.outcome);
     EXPECT_GE(last_elapsed + options.poll_ms, row.min_slept);  // told until the wait ended
     EXPECT_LE(last_elapsed, row.max_slept);
-    EXPECT_EQ(Pids(report.asked), row.asked);
-    EXPECT_EQ(Pids(report.without_window), row.windows ? V{} : V{21});
-    EXPECT_EQ(Pids(report.still_running), row.still);
-    EXPECT_GE(fake.slept, row.min_slept);
-    EXPECT_LE(fake.slept, row.max_slept);
     // Forced by the settings unless the watcher stopped the wait, or by "Close now".
     const bool forced = row.choice == kCloseNow || (row.force && row.choice != kStop);
-    EXPECT_EQ(Pids(report.killed), forced ? V{21} : V{});
+    EXPECT_EQ((std::vector{Pids(report.asked), Pids(report.without_window),
+                           Pids(report.still_running), Pids(report.killed)}),
+              (std::vector{row.asked, row.windows ? V{} : V{21}, row.still, forced ? V{21} : V{}}));
+    EXPECT_TRUE(fake.slept >= row.min_slept && fake.slept <= row.max_slept) << fake.slept;
     EXPECT_EQ(fake.terminated, forced ? 1 : 0);
     EXPECT_EQ(fake[30].asked_at, -1);
   }
   // Without a scope or a process list nothing is touched.
   FakeProcesses fake;
   fake.Add(20, u"/suite/App/app", 0);
-  EXPECT_EQ(CloseApplications(CloseScope{}, {}, fake.Ops()).outcome, CloseOutcome::kNoScope);
+  EXPECT_EQ(CloseApplications(CloseScope{}, {}, fake.Ops()).outcome, kNoScope);
   // The shell's windows on folders of the scope go, even when no application runs there.
   std::vector<std::intptr_t> closed;
   ProcessOps ops = fake.Ops();
@@ -160,208 +154,108 @@ TEST(AppCloserRun, WaitsTheGracePeriodAndNoLongerThanNeeded) {
     return std::vector<os::FolderWindow>{
         {1, u"/other/Docs"}, {2, u"/other2"}, {3, u""}, {4, u"/other"}, {5, u"/vol2/x"}};
   };
-  ops.close_folder_window = [&](std::intptr_t w) {
-    closed.push_back(w);
-    return true;
-  };
+  ops.close_folder_window = [&](std::intptr_t w) { return closed.push_back(w), true; };
   EXPECT_EQ(CloseApplications({u"/other", false, u"", {u"/vol2"}}, {}, ops).outcome,
-            CloseOutcome::kNothingToClose);
+            kNothingToClose);
   EXPECT_EQ(closed, (std::vector<std::intptr_t>{1, 4, 5}));
   fake.unreadable = true;
-  EXPECT_EQ(CloseApplications({u"/suite", false, u"", {}}, {}, fake.Ops()).outcome,
-            CloseOutcome::kFailed);
+  EXPECT_EQ(CloseApplications({u"/suite", false, u"", {}}, {}, fake.Ops()).outcome, kFailed);
   EXPECT_TRUE(fake.Asked().empty());
   EXPECT_EQ(fake.slept, 0u);
 }
 
-// A program started through another name of the drive (a substituted letter, a folder mount)
-// is the drive's when the whole drive is the scope: its volume decides, not its path's text.
-TEST(AppCloserRun, TheVolumeDecidesForAWholeDrive) {
+// A faulty choice fed straight to the closing step, beside one application of the suite (20). A
+// process the closer may not touch makes it refuse the whole choice: nothing is asked. A number
+// that now names another program is left alone and the rest is closed. For a whole drive a
+// program started through another name of it (a substituted letter) is the drive's: the volume
+// decides, not the path's text. A console's window is closed only when every program on it may be.
+TEST(AppCloserGuard, AFaultyChoiceSignalsNothingItMayNotTouch) {
+  const std::uint32_t self = os::GetCurrentProcessId(), parent = os::ParentProcessId(self);
+  auto E = [](std::uint32_t n, const char16_t* image, const char16_t* owner = u"tester") {
+    return ProcessEntry{n, 1, image, owner, 1};
+  };
+  const CloseScope suite{u"/suite", false, u"", {u"/vol2"}},
+      slash{u"/suite/", false, u"", {u"/vol2"}}, drive{u"/suite/", true, u"", {}};
+  const ProcessEntry elsewhere = E(kFake + 30, u"/elsewhere/app"),
+                     vol2 = E(kFake + 8, u"/vol2/app"), subst = E(kFake + 21, u"/subst/App/b");
   const struct {
     CloseScope scope;
-    V asked;
+    ProcessEntry bad;
+    V asked, still;   // asked none: the whole choice is refused
+    V attached = {};  // to the console of 20
+    bool console_too = false;
   } rows[] = {
-      {{u"/stick/", true, u"", {}}, {20, 21}},
-      {{u"/stick/App", false, u"", {}}, {20}},   // a suite folder: its path decides
-      {{u"/stick/App/", false, u"", {}}, {20}},  // the same, with a trailing separator
+      {suite, elsewhere, {}, {}},                                        // outside the scope
+      {suite, E(self, u"/suite/App/a"), {}, {}},                         // the closer itself
+      {suite, E(parent, u"/suite/App/a"), {}, {}},                       // its parent
+      {suite, E(kFake + 5, u"/suite/TvAppsClose/TvAppsClose"), {}, {}},  // a copy of it
+      {suite, E(kFake + 6, u"/suite/TvEject/TvDiskEjector"), {}, {}},
+      {suite, E(kFake + 7, u"/suite/App/b", u"other"), {}, {}},  // another user's
+      {suite, E(kFake + 30, u"/suite/App/b"), {20}, {8}},  // a number given to another program
+      {suite, vol2, {8, 20}, {}},                          // a volume the eject takes along
+      {drive, subst, {20, 21}, {21}},
+      {drive, elsewhere, {}, {}},
+      {slash, subst, {}, {}},
+      {slash, vol2, {8, 20}, {}},
+      {suite, vol2, {8, 20}, {}, {kFake + 20, kFake + 8}, true},
+      {suite, vol2, {8, 20}, {}, {kFake + 20, kFake + 30}},  // one runs from elsewhere
+      {suite, vol2, {8, 20}, {}, {kFake + 20, kFake + 99}},  // not listed
   };
   for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << base::Narrow(row.bad.image) << " " << &row - rows);
     FakeProcesses fake;
-    fake.Add(20, u"/stick/App/a", 0);
-    fake.Add(21, u"/subst/App/b", 0);  // the same volume under another name
-    fake.Add(30, u"/elsewhere/c", 0);
+    fake.Add(20, u"/suite/App/a", 0);
+    fake.Add(30, u"/elsewhere/app", 0);
+    fake.Add(8, u"/vol2/app", 0);       // of the scope, but chosen only by some rows
+    fake.Add(21, u"/subst/App/b", -1);  // the drive of "/suite" under another name
     auto ops = fake.Ops();
     ops.volume_of = [](std::u16string_view path) -> std::u16string {
-      if (path.starts_with(u"/stick") || path.starts_with(u"/subst")) return u"1";
-      return path.starts_with(u"/elsewhere") ? u"2" : u"";
+      return path.starts_with(u"/suite") || path.starts_with(u"/subst") ? u"1" : u"";
     };
-    const auto report =
-        CloseApplications(row.scope, Options(kDefaultGraceMs, false, u"/stick/x/x"), ops);
-    EXPECT_EQ(report.outcome, CloseOutcome::kAllClosed) << base::Narrow(report.reason);
-    EXPECT_EQ(Pids(report.asked), row.asked);
-    EXPECT_EQ(fake[30].asked_at, -1);
-    // A choice that holds a program of another volume is refused whole, even for a whole drive.
-    const CloseOptions options = Options(0, true, u"/stick/x/x");
-    const auto refused = CloseSelected(
-        row.scope, {true, {fake[20].entry, fake[30].entry}, SparedFor(options, ops)}, options, ops);
-    EXPECT_EQ(refused.outcome, CloseOutcome::kRefused) << base::Narrow(refused.reason);
-  }
-}
-
-TEST(AppCloserRun, AConsoleWindowIsClosedOnlyWhenEveryProgramOnItMayBe) {
-  using closer_test::kFake;
-  const struct {
-    V attached;  // the console's processes; empty: cannot be known
-    bool console_too;
-  } rows[] = {
-      {{}, false},
-      {{kFake + 20, kFake + 21}, true},
-      {{kFake + 20, kFake + 30}, false},  // one runs from elsewhere
-      {{kFake + 20, kFake + 22}, false},  // the ejector
-      {{kFake + 20, kFake + 99}, false},  // not listed
-  };
-  for (const auto& row : rows) {
-    FakeProcesses fake;
-    fake.Add(20, u"/suite/App/console", 0);
-    fake.Add(21, u"/suite/App/helper", -1);
-    fake.Add(22, u"/suite/TvEject/TvDiskEjector", -1);
-    fake.Add(30, u"/elsewhere/shell", -1);
-    auto ops = fake.Ops();
     ops.console = [&](std::uint32_t pid, V* pids) {
       *pids = row.attached;
       return pid == kFake + 20 && !row.attached.empty();
     };
-    const CloseOptions options = Options(0, false, u"");
-    CloseSelected({u"/suite", false, u"", {}}, {true, {fake[20].entry}, SparedFor(options, ops)},
-                  options, ops);
-    EXPECT_GE(fake[20].asked_at, 0);
-    EXPECT_EQ(fake[20].console_too, row.console_too) << row.attached.size();
+    const CloseOptions options = Options(1000, false, u"/suite/TvAppsClose/TvAppsClose");
+    const auto report = CloseSelected(
+        row.scope, {true, {fake[20].entry, row.bad}, SparedFor(options, ops)}, options, ops);
+    const bool refused = row.asked.empty();
+    EXPECT_EQ(report.outcome, refused             ? CloseOutcome::kRefused
+                              : row.still.empty() ? CloseOutcome::kAllClosed
+                                                  : CloseOutcome::kStillRunning);
+    EXPECT_EQ(Pids(report.still_running), refused ? Pids({fake[20].entry, row.bad}) : row.still);
+    EXPECT_EQ(fake.Asked(), row.asked);
+    EXPECT_EQ(fake[20].console_too, row.console_too);
   }
 }
 
-// Real programs. The suite lives in a temporary folder on a fixed disk, so the scope is the
-// suite folder; a program started from the test's own folder stands outside it.
-struct RealSuite {
-  TempDir temp;
-  std::u16string suite = temp.u16(u"Suite");
-  int next = 0;
-
-  // A helper program copied into folder, under another name when one is given.
-  std::u16string Install(const char16_t* program, const std::u16string& folder,
-                         const std::u16string& name = u"") {
-    std::filesystem::path copy(testing_support::CopyHelperProgram(program, folder));
-    if (copy.empty() || name.empty()) return copy.u16string();
-    const auto to = copy.parent_path() / (name + copy.extension().u16string());
-    std::error_code ec;
-    std::filesystem::rename(copy, to, ec);
-    return ec ? u"" : to.u16string();
-  }
-  bool Start(ChildProcess& child, const std::u16string& exe,
-             std::vector<std::u16string> args = {}) {
-    const std::u16string ready = temp.u16(u"ready" + base::ToText(++next));
-    args.insert(args.end(), {u"--ready", ready});
-    return child.Start(exe, args, temp.u16()) && testing_support::WaitForFile(ready);
-  }
-};
-
-// The system's entry for a running process; pid 0 when it is not listed.
-ProcessEntry Listed(std::uint32_t pid) {
-  for (const auto& p : os::EnumProcesses())
-    if (p.pid == pid) return p;
-  return ProcessEntry{};
-}
-
-// A faulty selection fed straight to the closing step, beside one application of the suite.
-// A process the closer may not touch makes it refuse the whole choice: nothing is signalled.
-// A number that now names another program (or the same program started again) is left alone
-// and the rest is closed. Real processes, which force would end were the closer wrong.
-TEST(AppCloserGuard, AFaultySelectionSignalsNothingItMayNotTouch) {
-  if (testing_support::RunInOwnPidNamespace()) return;
-  RealSuite s;
-  const std::u16string closer = s.Install(u"window_app", s.suite + u"/TvAppsClose", u"TvAppsClose");
-  const std::u16string ejector = s.Install(u"window_app", s.suite + u"/TvEject", u"TvDiskEjector");
-  const std::u16string app = s.Install(u"window_app", s.suite + u"/App");
-  // A sibling of the suite whose name is as long as the suite's.
-  const std::u16string outside = s.Install(u"window_app", s.temp.u16(u"Other"));
-  ASSERT_FALSE(closer.empty() || ejector.empty() || app.empty() || outside.empty());
-  ChildProcess c_closer, c_ejector, c_other, c_outsider;
-  ASSERT_TRUE(s.Start(c_closer, closer) && s.Start(c_ejector, ejector) && s.Start(c_other, app) &&
-              s.Start(c_outsider, outside));
-  const ProcessEntry self = Listed(os::GetCurrentProcessId());
-  ASSERT_NE(self.pid, 0u);
-  const CloseScope scope = DetermineCloseScope(closer);
-  ASSERT_EQ(scope.folder, s.suite) << base::Narrow(scope.reason);
-  auto with = [](ProcessEntry e, auto change) { return change(e), e; };
-  const struct {
-    const char* name;
-    std::function<ProcessEntry(const ProcessEntry& target)> bad;
-    bool refused;  // the whole choice; otherwise the suite's application is closed
-  } rows[] = {
-      {"outside the scope", [&](auto&) { return Listed(c_outsider.pid()); }, true},
-      {"the closer itself", [&](auto&) { return with(self, [&](auto& e) { e.image = app; }); },
-       true},
-      {"its parent",
-       [&](auto&) {
-         return ProcessEntry{self.parent_pid, 0, app, self.owner, 1};
-       },
-       true},
-      {"a copy of the closer", [&](auto&) { return Listed(c_closer.pid()); }, true},
-      {"the ejector", [&](auto&) { return Listed(c_ejector.pid()); }, true},
-      {"another user's",
-       [&](auto&) { return with(Listed(c_other.pid()), [](auto& e) { e.owner += u"0"; }); }, true},
-      {"a reused number",
-       [&](auto& t) { return with(t, [&](auto& e) { e.pid = c_outsider.pid(); }); }, false},
-      {"started again",
-       [&](auto&) { return with(Listed(c_other.pid()), [](auto& e) { e.start += 1; }); }, false},
-      // Last: the outsider's folder stands for another volume the eject takes along, so the
-      // outsider is the drive's too and is closed.
-      {"on another volume of the device", [&](auto&) { return Listed(c_outsider.pid()); }, false},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    const bool other_volume = std::string_view(row.name).starts_with("on another");
-    ChildProcess c_app;
-    ASSERT_TRUE(s.Start(c_app, app));
-    const ProcessEntry target = Listed(c_app.pid()), bad = row.bad(target);
-    ASSERT_FALSE(target.image.empty() || bad.owner.empty());
-    CloseScope in = scope;
-    if (other_volume) in.other_volumes = {s.temp.u16(u"Other")};
-    const CloseOptions options = Options(6000, true, closer);
-    const auto report =
-        CloseSelected(in, {true, {target, bad}, SparedFor(options, SystemProcessOps())}, options);
-    // The suite's other application was never chosen: it is counted, not closed.
-    EXPECT_EQ(report.outcome, row.refused ? CloseOutcome::kRefused : CloseOutcome::kStillRunning)
-        << base::Narrow(report.reason);
-    if (!row.refused) {
-      EXPECT_EQ(Pids(report.still_running), V{c_other.pid()});
-    }
-    EXPECT_TRUE(report.killed.empty());
-    EXPECT_EQ(c_app.WaitExit(row.refused ? 300 : 8000), !row.refused);
-    EXPECT_EQ(c_outsider.WaitExit(other_volume ? 8000 : 0), other_volume);
-    for (ChildProcess* c : {&c_closer, &c_ejector, &c_other}) EXPECT_FALSE(c->Exited()) << c->pid();
-  }
-}
-
+// Real programs from a loop-mounted drive, the removable one the hook says it is: the whole
+// drive is the scope; a program started from the test's own folder stands outside it.
 TEST(AppCloserReal, OnARemovableDriveTheWholeDriveIsTheScope) {
   if (testing_support::RunInOwnPidNamespace()) return;
-  RealSuite s;
+  TempDir temp;
   testing_support::LoopMount drive;
   std::string why;
-  if (!drive.Create(s.temp, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
+  if (!drive.Create(temp, &why)) GTEST_SKIP() << "no loop-mounted drive: " << why;
   os::fault::ScopedRemovableDisk hook(drive.device());
-  ChildProcess c_in, c_beside, c_outsider;
-  ASSERT_TRUE(s.Start(c_in, s.Install(u"window_app", drive.mount_point() + u"/Suite/App")) &&
-              s.Start(c_beside, s.Install(u"window_app", drive.mount_point() + u"/Other")) &&
-              s.Start(c_outsider, testing_support::HelperProgram(u"window_app")));
+  ChildProcess children[3];
+  const std::u16string programs[] = {
+      testing_support::CopyHelperProgram(u"window_app", drive.mount_point() + u"/Suite/App"),
+      testing_support::CopyHelperProgram(u"window_app", drive.mount_point() + u"/Other"),
+      testing_support::HelperProgram(u"window_app")};
+  for (int i = 0; i < 3; ++i) {
+    const std::u16string ready = temp.u16(u"ready" + base::ToText(i));
+    ASSERT_TRUE(children[i].Start(programs[i], {u"--ready", ready}, temp.u16()) &&
+                testing_support::WaitForFile(ready));
+  }
   const std::u16string own = drive.mount_point() + u"/Suite/TvAppsClose/TvAppsClose";
   const CloseScope scope = DetermineCloseScope(own);
   EXPECT_TRUE(scope.whole_drive) << base::Narrow(scope.reason);
   EXPECT_EQ(scope.folder, drive.mount_point() + u"/");
   const auto report = CloseApplications(scope, Options(kDefaultGraceMs, false, own));
   EXPECT_EQ(report.outcome, CloseOutcome::kAllClosed) << base::Narrow(report.reason);
-  EXPECT_TRUE(c_in.WaitExit(5000));
-  EXPECT_TRUE(c_beside.WaitExit(5000));
-  EXPECT_FALSE(c_outsider.Exited());
+  EXPECT_TRUE(children[0].WaitExit(5000) && children[1].WaitExit(5000));
+  EXPECT_FALSE(children[2].Exited());
 }
 
 }  // namespace

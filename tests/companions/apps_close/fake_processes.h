@@ -18,12 +18,10 @@ struct FakeProcesses {
     std::int64_t ends_after = -1;  // ms after the request; -1: ignores it
     int windows = 1;               // what a close request answers
     std::int64_t asked_at = -1;
-    bool alive = true;
-    bool console_too = false;  // the request may close the console's window
+    bool alive = true, console_too = false;  // console_too: the request may close its console
   };
   std::map<std::uint32_t, Proc> procs;
-  std::uint32_t now = 4294960000u;  // near the wrap of the 32-bit clock on purpose
-  std::uint32_t slept = 0;
+  std::uint32_t now = 4294960000u, slept = 0;  // near the wrap of the 32-bit clock on purpose
   int terminated = 0;
   bool unreadable = false;
 
@@ -39,7 +37,7 @@ struct FakeProcesses {
     return out;
   }
   bool Running(Proc& p) {
-    if (p.alive && p.asked_at >= 0 && p.ends_after >= 0 &&
+    if (p.asked_at >= 0 && p.ends_after >= 0 &&
         static_cast<std::uint32_t>(now - static_cast<std::uint32_t>(p.asked_at)) >= p.ends_after)
       p.alive = false;
     return p.alive;
@@ -53,12 +51,12 @@ struct FakeProcesses {
       return out;
     };
     ops.open = [this](const os::ProcessEntry& e, sys::HeldProcess* held) {
-      if (!procs.count(e.pid) || !procs[e.pid].alive || procs[e.pid].entry.image != e.image)
+      const auto found = procs.find(e.pid);
+      if (found == procs.end() || !found->second.alive || found->second.entry.image != e.image)
         return false;
-      Proc* p = &procs[e.pid];
+      Proc* p = &found->second;
       held->request_close = [this, p](bool console_too) {
-        p->console_too = console_too;
-        p->asked_at = now;
+        p->console_too = console_too, p->asked_at = now;
         return p->windows;
       };
       held->running = [this, p] { return Running(*p); };

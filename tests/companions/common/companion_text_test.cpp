@@ -10,8 +10,6 @@
 
 namespace {
 
-using testing_support::TempDir;
-
 const char kLanguages[] =
     "<Languages>"
     "<en name=\"English\"><TvDiskEjector><Messages><Ejected>EN %drive%</Ejected></Messages>"
@@ -25,43 +23,38 @@ const char kLanguages[] =
     "</Languages>";
 
 TEST(CompanionText, TheConfigurationChoosesTheLanguage) {
-  struct Row {
-    const char* config;         // TvEject.xml
+  const char16_t* const kBuiltIn = u"You may now remove the drive E:\\.";
+  const struct {
+    std::string config;         // inside TvEject.xml's root
     const char16_t* file_name;  // where the languages are written
-    const char16_t* code;
-    const char16_t* text;  // of TvDiskEjector.Messages.Ejected for the drive "E:\"
+    const char16_t* code;       // nullptr: the user's own
+    const char16_t* text;       // of TvDiskEjector.Messages.Ejected for the drive "E:\"
   } rows[] = {
-      {"<TarvelUSBEject><Language>de</Language></TarvelUSBEject>", u"TvEject_lng.xml", u"de",
-       u"DE exact"},
+      {"<Language>de</Language>", u"TvEject_lng.xml", u"de", u"DE exact"},
       // The first two letters find the file; a language it lacks speaks the built-in texts.
-      {"<TarvelUSBEject><Language>de-CH</Language></TarvelUSBEject>", u"TvEject_lng.xml", u"de-CH",
-       u"You may now remove the drive E:\\."},
-      {"<TarvelUSBEject><Language>de-AT</Language></TarvelUSBEject>", u"TvEject_lng.xml", u"de-AT",
-       u"DE E:\\\r\nOK"},
+      {"<Language>de-CH</Language>", u"TvEject_lng.xml", u"de-CH", kBuiltIn},
+      {"<Language>de-AT</Language>", u"TvEject_lng.xml", u"de-AT", u"DE E:\\\r\nOK"},
       // A language asked for and not consumed yet goes first.
-      {"<TarvelUSBEject><UserLanguage>en</UserLanguage><Language>de</Language></TarvelUSBEject>",
-       u"TvEject_lng.xml", u"en", u"EN E:\\"},
-      {"<TarvelUSBEject><Language file=\"TvEject_more.xml\">en</Language></TarvelUSBEject>",
-       u"TvEject_more.xml", u"en", u"EN E:\\"},
+      {"<UserLanguage>en</UserLanguage><Language>de</Language>", u"TvEject_lng.xml", u"en",
+       u"EN E:\\"},
+      {"<Language file=\"TvEject_more.xml\">en</Language>", u"TvEject_more.xml", u"en", u"EN E:\\"},
       // A language without the text, or without a file: the built-in text of its kind.
-      {"<TarvelUSBEject><Language>fr</Language></TarvelUSBEject>", u"TvEject_lng.xml", u"fr",
+      {"<Language>fr</Language>", u"TvEject_lng.xml", u"fr",
        u"Vous pouvez maintenant retirer le p\u00E9riph\u00E9rique E:\\."},
-      {"<TarvelUSBEject><UserLanguage>nl</UserLanguage></TarvelUSBEject>", u"TvEject_lng.xml",
-       u"nl", u"You may now remove the drive E:\\."},
+      {"<UserLanguage>nl</UserLanguage>", u"TvEject_lng.xml", u"nl", kBuiltIn},
       // A language no file holds gives way to the user's own.
-      {"<TarvelUSBEject><Language>en</Language></TarvelUSBEject>", u"nothing.xml", nullptr,
-       nullptr},
+      {"<Language>en</Language>", u"nothing.xml", nullptr, nullptr},
   };
   for (const auto& row : rows) {
-    TempDir temp;
-    temp.Write(u"TvEject.xml", row.config);
+    SCOPED_TRACE(row.config);
+    testing_support::TempDir temp;
+    temp.Write(u"TvEject.xml", "<TarvelUSBEject>" + row.config + "</TarvelUSBEject>");
     temp.Write(row.file_name, kLanguages);
-    const std::u16string code = app::LoadCompanionLanguage(temp.u16());
-    EXPECT_EQ(code, row.code ? row.code : mLang::getUserLangISO()) << row.config;
+    EXPECT_EQ(app::LoadCompanionLanguage(temp.u16()),
+              row.code ? row.code : mLang::getUserLangISO());
     if (row.text) {
       EXPECT_EQ(app::CompanionText(u"TvDiskEjector.Messages.Ejected", {{u"%drive%", u"E:\\"}}),
-                row.text)
-          << row.config;
+                row.text);
     }
   }
   mLang::Lang().Xml(nullptr);
