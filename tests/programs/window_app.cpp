@@ -12,50 +12,26 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <string>
 #include <thread>
-#include <vector>
+
+#include "options.h"
 
 #ifdef _WIN32
 #include <windows.h>
-
-#include <shellapi.h>
 #endif
 
 namespace {
 
 struct Options {
-  std::filesystem::path ready;
-  long close_delay_ms = 0;
-  long life_s = 120;
-  bool ignore_close = false;
-  bool windowless = false;
+  helper::Options given;
+  std::filesystem::path ready = given.Text(u"--ready");
+  long close_delay_ms = given.Number(u"--close-delay", 0);
+  long life_s = given.Number(u"--life", 120);
+  bool ignore_close = given.Has(u"--ignore-close");
+  bool windowless = given.Has(u"--windowless");
 };
-
-template <class Str>
-Options Parse(const std::vector<Str>& args) {
-  auto narrow = [](const Str& s) { return std::string(s.begin(), s.end()); };
-  Options o;
-  for (std::size_t i = 1; i < args.size(); ++i) {
-    const std::string name = narrow(args[i]);
-    if (name == "--ignore-close")
-      o.ignore_close = true;
-    else if (name == "--windowless")
-      o.windowless = true;
-    else if (i + 1 == args.size())
-      break;
-    else if (name == "--ready")
-      o.ready = std::filesystem::path(args[++i]);
-    else if (name == "--close-delay")
-      o.close_delay_ms = std::atol(narrow(args[++i]).c_str());
-    else if (name == "--life")
-      o.life_s = std::atol(narrow(args[++i]).c_str());
-  }
-  return o;
-}
 
 void WriteReady(const Options& o) {
   if (!o.ready.empty()) std::ofstream(o.ready) << "ready\n";
@@ -97,11 +73,6 @@ LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM w, LPARAM l) {
 }  // namespace
 
 int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR, int) {
-  int argc = 0;
-  wchar_t** argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-  options = Parse(std::vector<std::wstring>(argv, argv + argc));
-  LocalFree(argv);
-
   WNDCLASSW wc{};
   wc.lpfnWndProc = WindowProc;
   wc.hInstance = instance;
@@ -133,8 +104,8 @@ extern "C" void OnTerm(int) {
 }
 }  // namespace
 
-int main(int argc, char** argv) {
-  Options o = Parse(std::vector<std::string>(argv, argv + argc));
+int main() {
+  const Options o;
   std::signal(SIGTERM, o.ignore_close ? SIG_IGN : OnTerm);
   WriteReady(o);
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(o.life_s);
