@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -19,16 +19,13 @@ namespace {
 namespace fs = std::filesystem;
 using V = std::vector<std::string>;
 
-class Files : public ::testing::Test {
- protected:
+struct Files : ::testing::Test {
   testing_support::TempDir dir;
   os::fault::Scope faults;
-
   std::u16string P(std::u16string_view name) const { return dir.u16(name); }
   void MakeReadOnly(std::u16string_view name) {
-    fs::permissions(fs::path(P(name)),
-                    fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write,
-                    fs::perm_options::remove);
+    fs::permissions(fs::path(P(name)), fs::perms::all, fs::perm_options::remove);
+    fs::permissions(fs::path(P(name)), fs::perms::owner_read, fs::perm_options::add);
   }
 };
 
@@ -86,11 +83,8 @@ TEST_F(Files, SearchPatterns) {
   os::FindData entry;
   ASSERT_TRUE(os::FindFirstFileW(P(u"data.tar.gz").c_str(), &entry));
   EXPECT_EQ(entry.size_low + entry.attributes, 1u + os::kAttributeArchive);
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  const std::int64_t now_ticks =
-      (std::chrono::duration_cast<std::chrono::seconds>(now).count() + 11644473600LL) * 10000000;
-  EXPECT_LT(std::llabs(static_cast<std::int64_t>(entry.last_write_time) - now_ticks),
-            864000000000LL);
+  const std::int64_t now = (std::time(nullptr) + 11644473600LL) * 10000000;
+  EXPECT_LT(std::llabs(static_cast<std::int64_t>(entry.last_write_time) - now), 864000000000LL);
 }
 
 // One volume answers the same whatever name reaches it; /proc is another volume on Linux, and
