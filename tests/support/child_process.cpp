@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <thread>
 
 #include "support/temp_dir.h"
@@ -112,27 +113,27 @@ void ChildProcess::Kill() {
 
 #endif
 
+namespace {
+// Asks done() every 10 ms until it says yes or ms have passed; its last answer.
+bool Poll(std::uint32_t ms, const std::function<bool()>& done) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+  while (!done() && std::chrono::steady_clock::now() < end)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  return done();
+}
+}  // namespace
+
 ChildProcess::~ChildProcess() {
   Kill();
 }
 
 bool ChildProcess::WaitExit(std::uint32_t ms) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-  while (!Exited()) {
-    if (std::chrono::steady_clock::now() >= end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return true;
+  return Poll(ms, [this] { return Exited(); });
 }
 
 bool WaitForFile(const std::u16string& path, std::uint32_t ms) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
   std::error_code ec;
-  while (!fs::exists(fs::path(path), ec)) {
-    if (std::chrono::steady_clock::now() >= end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return true;
+  return Poll(ms, [&] { return fs::exists(fs::path(path), ec); });
 }
 
 std::u16string CopyHelperProgram(std::u16string_view name, const std::u16string& folder) {
