@@ -38,11 +38,7 @@ class ScopedEnv {
 #ifdef _WIN32
     _putenv_s(name, value ? value : "");
 #else
-    if (value) {
-      setenv(name, value, 1);
-    } else {
-      unsetenv(name);
-    }
+    value ? setenv(name, value, 1) : unsetenv(name);
 #endif
   }
 

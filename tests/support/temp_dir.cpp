@@ -3,7 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "os/process.h"
 
@@ -55,10 +55,7 @@ std::u16string TempDir::Write(std::u16string_view name, std::string_view bytes) 
 
 std::string TempDir::Read(std::u16string_view name) const {
   std::ifstream in(path_ / fs::path(std::u16string(name)), std::ios::binary);
-  if (!in) return std::string();
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 bool TempDir::Exists(std::u16string_view name) const {
