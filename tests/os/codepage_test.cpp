@@ -100,7 +100,8 @@ TEST(CodePage, EncodingFallsBackToLookAlikesThenQuestionMarksAndRefuses) {
        {std::tuple<std::uint32_t, const char*, int, char16_t*, int, int, std::uint32_t>{
             1252, "abc", -1, nullptr, 0, 4, 0},
         // clang-format off
-        {1252, "abc", 3, nullptr, 0, 3, 0}, {1252, "abc", -1, small, 2, 0, os::kErrorInsufficientBuffer},
+        {1252, "abc", 3, nullptr, 0, 3, 0},
+        {1252, "abc", -1, small, 2, 0, os::kErrorInsufficientBuffer},
         {65001, "abc", 0, nullptr, 0, 0, os::kErrorInvalidParameter},
         {12345, "abc", -1, nullptr, 0, 0, os::kErrorInvalidParameter},
         {1200, "abc", -1, nullptr, 0, 0, os::kErrorInvalidParameter},  // UTF-16 is no such page
