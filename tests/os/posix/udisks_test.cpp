@@ -42,36 +42,31 @@ struct FakeUdisks {
   static int Method(sd_bus_message* m, void* self, sd_bus_error* error) {
     FakeUdisks* f = static_cast<FakeUdisks*>(self);
     f->received.push_back(sd_bus_message_get_member(m));
-    if (f->received.back() == "Unmount" && f->busy)
+    const bool unmount = f->received.back() == "Unmount";
+    if (unmount && f->busy)
       return sd_bus_error_set(error, "org.freedesktop.UDisks2.Error.DeviceBusy", "target is busy");
-    if (f->received.back() == "Unmount" && umount2(f->mount_point.c_str(), 0) != 0)
+    if (unmount && umount2(f->mount_point.c_str(), 0) != 0)
       return sd_bus_error_set(error, "org.freedesktop.UDisks2.Error.Failed", "umount failed");
     return sd_bus_reply_method_return(m, "");
   }
   static int Property(sd_bus*, const char*, const char*, const char* property,
                       sd_bus_message* reply, void* self, sd_bus_error*) {
     const FakeUdisks* f = static_cast<FakeUdisks*>(self);
-    if (property == std::string("Drive"))
-      return sd_bus_message_append(reply, "o", f->drive.c_str());
-    return sd_bus_message_append(
-        reply, "b", property == std::string("Ejectable") ? f->ejectable : f->can_power_off);
+    const std::string name = property;
+    if (name == "Drive") return sd_bus_message_append(reply, "o", f->drive.c_str());
+    return sd_bus_message_append(reply, "b", name == "Ejectable" ? f->ejectable : f->can_power_off);
   }
 };
 
-const sd_bus_vtable kFilesystem[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("Unmount", "a{sv}", "", FakeUdisks::Method, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_VTABLE_END};
-const sd_bus_vtable kBlock[] = {SD_BUS_VTABLE_START(0),
-                                SD_BUS_PROPERTY("Drive", "o", FakeUdisks::Property, 0, 0),
-                                SD_BUS_VTABLE_END};
-const sd_bus_vtable kDrive[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_PROPERTY("CanPowerOff", "b", FakeUdisks::Property, 0, 0),
-    SD_BUS_PROPERTY("Ejectable", "b", FakeUdisks::Property, 0, 0),
-    SD_BUS_METHOD("PowerOff", "a{sv}", "", FakeUdisks::Method, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Eject", "a{sv}", "", FakeUdisks::Method, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_VTABLE_END};
+#define METHOD(name) \
+  SD_BUS_METHOD(name, "a{sv}", "", FakeUdisks::Method, SD_BUS_VTABLE_UNPRIVILEGED)
+#define PROPERTY(name, type) SD_BUS_PROPERTY(name, type, FakeUdisks::Property, 0, 0)
+const sd_bus_vtable kFilesystem[] = {SD_BUS_VTABLE_START(0), METHOD("Unmount"), SD_BUS_VTABLE_END};
+const sd_bus_vtable kBlock[] = {SD_BUS_VTABLE_START(0), PROPERTY("Drive", "o"), SD_BUS_VTABLE_END};
+// clang-format off
+const sd_bus_vtable kDrive[] = {SD_BUS_VTABLE_START(0), PROPERTY("CanPowerOff", "b"),
+    PROPERTY("Ejectable", "b"), METHOD("PowerOff"), METHOD("Eject"), SD_BUS_VTABLE_END};
+// clang-format on
 
 class PosixUdisks : public testing::TestWithParam<FakeUdisks> {
  protected:
