@@ -26,9 +26,8 @@ class ScopedEnv {
     }
   }
   ~ScopedEnv() {
-    for (auto it = saved_.rbegin(); it != saved_.rend(); ++it) {
+    for (auto it = saved_.rbegin(); it != saved_.rend(); ++it)
       Put(it->first.c_str(), it->second ? it->second->c_str() : nullptr);
-    }
   }
   ScopedEnv(const ScopedEnv&) = delete;
   ScopedEnv& operator=(const ScopedEnv&) = delete;
