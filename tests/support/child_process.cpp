@@ -39,13 +39,11 @@ bool ChildProcess::Start(const std::u16string& program, const std::vector<std::u
   Kill();
   std::wstring command = Quote(program);
   for (const auto& a : args) command += L" " + Quote(a);
-  std::wstring dir(working_folder.begin(), working_folder.end());
-  std::wstring exe(program.begin(), program.end());
-  STARTUPINFOW si{};
-  si.cb = sizeof si;
+  const std::wstring dir(working_folder.begin(), working_folder.end());
+  STARTUPINFOW si{sizeof si};
   PROCESS_INFORMATION pi{};
-  if (!CreateProcessW(exe.c_str(), command.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                      dir.empty() ? nullptr : dir.c_str(), &si, &pi))
+  if (!CreateProcessW(std::wstring(program.begin(), program.end()).c_str(), command.data(), nullptr,
+                      nullptr, FALSE, 0, nullptr, dir.empty() ? nullptr : dir.c_str(), &si, &pi))
     return false;
   CloseHandle(pi.hThread);
   process_ = pi.hProcess;
@@ -67,9 +65,7 @@ void ChildProcess::Kill() {
   if (exited_) return;
   TerminateProcess(process_, 1);
   WaitForSingleObject(process_, 10000);
-  CloseHandle(process_);
-  process_ = nullptr;
-  exited_ = true;
+  Exited();
 }
 
 #else
@@ -97,17 +93,14 @@ bool ChildProcess::Start(const std::u16string& program, const std::vector<std::u
 
 bool ChildProcess::Exited() {
   if (exited_) return true;
-  int status = 0;
-  if (waitpid(static_cast<pid_t>(pid_), &status, WNOHANG) == 0) return false;
-  exited_ = true;
-  return true;
+  exited_ = waitpid(static_cast<pid_t>(pid_), nullptr, WNOHANG) != 0;
+  return exited_;
 }
 
 void ChildProcess::Kill() {
   if (exited_) return;
   kill(static_cast<pid_t>(pid_), SIGKILL);
-  int status = 0;
-  waitpid(static_cast<pid_t>(pid_), &status, 0);
+  waitpid(static_cast<pid_t>(pid_), nullptr, 0);
   exited_ = true;
 }
 
