@@ -9,8 +9,8 @@
 #include <fstream>
 #include <thread>
 
-#include "os/apps.h"
 #include "options.h"
+#include "os/apps.h"
 
 namespace fs = std::filesystem;
 

@@ -23,7 +23,8 @@
 #include "options.h"
 
 #ifdef _WIN32
-#include <windows.h>
+#include <fcntl.h>
+#include <io.h>
 #else
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -42,24 +43,14 @@ int main() {
   const long term_delay_ms = options.Number(u"--term-delay", -1);
   const std::u16string ready = options.Text(u"--ready"), open_file = options.Text(u"--open");
   const std::string map_file = base::Narrow(options.Text(u"--map"));
-  if (options.Has(u"--pipe")) {
+  int ends[2];
 #ifdef _WIN32
-    HANDLE read_end = nullptr, write_end = nullptr;
-    if (CreatePipe(&read_end, &write_end, nullptr, 0))
-      std::thread([read_end] {
-        char byte;
-        DWORD got = 0;
-        ReadFile(read_end, &byte, 1, &got, nullptr);
-      }).detach();
+  const bool piped = options.Has(u"--pipe") && _pipe(ends, 64, _O_BINARY) == 0;
 #else
-    int ends[2];
-    if (::pipe(ends) == 0)
-      std::thread([fd = ends[0]] {
-        char byte;
-        (void)!::read(fd, &byte, 1);
-      }).detach();
+  const bool piped = options.Has(u"--pipe") && ::pipe(ends) == 0;
 #endif
-  }
+  static char byte;
+  if (piped) std::thread([fd = ends[0]] { (void)!::read(fd, &byte, 1); }).detach();
   if (options.Has(u"--ignore-term"))
     std::signal(SIGTERM, SIG_IGN);
   else if (term_delay_ms >= 0)

@@ -43,55 +43,36 @@ void WriteReady(const Options& o) {
 
 namespace {
 Options options;
-constexpr UINT_PTR kCloseTimer = 1;
-constexpr UINT_PTR kLifeTimer = 2;
 
+// A close is ignored, or waits for the timer of its delay; the end of the session, the close's
+// timer and the life's end it.
 LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM w, LPARAM l) {
-  switch (message) {
-    case WM_QUERYENDSESSION:
-      return TRUE;
-    case WM_ENDSESSION:
-      if (w) DestroyWindow(window);
-      return 0;
-    case WM_CLOSE:
-      if (options.ignore_close) return 0;
-      if (options.close_delay_ms > 0) {
-        SetTimer(window, kCloseTimer, static_cast<UINT>(options.close_delay_ms), nullptr);
-        return 0;
-      }
-      DestroyWindow(window);
-      return 0;
-    case WM_TIMER:
-      DestroyWindow(window);
-      return 0;
-    case WM_DESTROY:
-      PostQuitMessage(0);
-      return 0;
-  }
-  return DefWindowProcW(window, message, w, l);
+  const bool close = message == WM_CLOSE && !options.ignore_close;
+  if (message == WM_QUERYENDSESSION) return TRUE;
+  if (close && options.close_delay_ms > 0)
+    SetTimer(window, 1, static_cast<UINT>(options.close_delay_ms), nullptr);
+  else if (close || message == WM_TIMER || (message == WM_ENDSESSION && w))
+    DestroyWindow(window);
+  else if (message == WM_DESTROY)
+    PostQuitMessage(0);
+  else if (message != WM_CLOSE && message != WM_ENDSESSION)
+    return DefWindowProcW(window, message, w, l);
+  return 0;
 }
 }  // namespace
 
 int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR, int) {
-  WNDCLASSW wc{};
-  wc.lpfnWndProc = WindowProc;
-  wc.hInstance = instance;
-  wc.lpszClassName = L"TvEjectTestWindow";
+  const WNDCLASSW wc{0,       WindowProc, 0,       0,       instance,
+                     nullptr, nullptr,    nullptr, nullptr, L"TvEjectTestWindow"};
   RegisterClassW(&wc);
   HWND window = CreateWindowW(wc.lpszClassName, L"window_app", WS_OVERLAPPEDWINDOW, 10, 10, 240,
                               120, nullptr, nullptr, instance, nullptr);
   if (!window) return 1;
-  if (!options.windowless) {
-    ShowWindow(window, SW_SHOWNORMAL);
-    UpdateWindow(window);
-  }
-  SetTimer(window, kLifeTimer, static_cast<UINT>(options.life_s * 1000), nullptr);
+  if (!options.windowless) ShowWindow(window, SW_SHOWNORMAL);
+  SetTimer(window, 2, static_cast<UINT>(options.life_s * 1000), nullptr);
   WriteReady(options);
   MSG msg;
-  while (GetMessageW(&msg, nullptr, 0, 0) > 0) {
-    TranslateMessage(&msg);
-    DispatchMessageW(&msg);
-  }
+  while (GetMessageW(&msg, nullptr, 0, 0) > 0) DispatchMessageW(&msg);
   return 0;
 }
 
