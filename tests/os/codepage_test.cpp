@@ -4,10 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <random>
 #include <string>
+#include <tuple>
 
 #include "os/types.h"
 
@@ -18,22 +19,19 @@ namespace {
 std::string Decode(std::uint32_t cp, const std::string& bytes, bool whole = false) {
   const int length = whole ? static_cast<int>(bytes.size()) : -1;
   const int n = os::MultiByteToWideChar(cp, bytes.c_str(), length, nullptr, 0);
-  std::u16string out(static_cast<std::size_t>(n > 0 ? n : 0), u'\0');
-  EXPECT_EQ(n > 0 ? os::MultiByteToWideChar(cp, bytes.c_str(), length, out.data(), n) : 0, n)
-      << "sizing and conversion disagree";
+  std::u16string out(static_cast<std::size_t>(std::max(n, 0)), u'\0');
+  EXPECT_EQ(os::MultiByteToWideChar(cp, bytes.c_str(), length, out.data(), n), n);
   std::string hex;
-  char buf[8];
-  for (char16_t c : out) {
-    std::snprintf(buf, sizeof buf, " %04X", static_cast<unsigned>(c));
-    hex += buf;
-  }
+  for (char16_t c : out)
+    for (int shift : {16, 12, 8, 4, 0})
+      hex += shift == 16 ? ' ' : "0123456789ABCDEF"[(c >> shift) & 15];
   return hex;
 }
 
 std::string Encode(std::uint32_t cp, const std::u16string& text) {
   const int n = os::WideCharToMultiByte(cp, text.c_str(), -1, nullptr, 0);
-  std::string out(static_cast<std::size_t>(n > 0 ? n : 0), '\0');
-  EXPECT_EQ(n > 0 ? os::WideCharToMultiByte(cp, text.c_str(), -1, out.data(), n) : 0, n);
+  std::string out(static_cast<std::size_t>(std::max(n, 0)), '\0');
+  EXPECT_EQ(os::WideCharToMultiByte(cp, text.c_str(), -1, out.data(), n), n);
   return out;
 }
 
@@ -41,22 +39,22 @@ TEST(CodePage, DecodingReplacesBrokenSequencesAsWindowsDoes) {
   struct Row {
     std::uint32_t cp;
     std::string bytes;
-    bool whole;  // explicit length instead of -1
     const char* units;
+    bool whole = false;  // explicit length instead of -1
   } rows[] = {
       // clang-format off
-      {65001, "\xC3\xA9\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF", false, " 00E9 D83D DE00 DBFF DFFF 0000"},
-      {65001, "a\xC3", false, " 0061 FFFD 0000"},               // lead byte before the end
-      {65001, "\xC0\xAF", false, " FFFD FFFD 0000"},             // overlong
-      {65001, "\xED\xA0\x80z", false, " FFFD FFFD 007A 0000"},   // surrogate: ED A0 is one
-      {65001, "\xE2\x82z", false, " FFFD 007A 0000"},            // cut short
-      {65001, "\xF4\x90\x80\x80", false, " FFFD FFFD FFFD 0000"},  // above U+10FFFF
-      {65001, "\xF5\x80\x80\x80", false, " FFFD FFFD FFFD FFFD 0000"},
-      {65001, "\x80\xFEz", false, " FFFD FFFD 007A 0000"}, {65001, "\xC2\xC3\xA9", false, " FFFD 00E9 0000"},
-      {65001, std::string("AB\0CD", 5), false, " 0041 0042 0000"},
-      {65001, "\xF0\x9F", true, " FFFD"}, {65001, "\x41\xC3", true, " 0041 FFFD"},
-      {65001, std::string("\xC3\0\xA9", 3), true, " FFFD 0000 FFFD"},
-      {932, "\x82\xA0\x93\xFA", false, " 3042 65E5 0000"}, {1253, "\xC1\xE1", false, " 0391 03B1 0000"},
+      // A lead byte before the end; overlong; a surrogate (ED A0 is one); cut short; above
+      // U+10FFFF.
+      {65001, "\xC3\xA9\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF", " 00E9 D83D DE00 DBFF DFFF 0000"},
+      {65001, "a\xC3", " 0061 FFFD 0000"}, {65001, "\xC0\xAF", " FFFD FFFD 0000"},
+      {65001, "\xED\xA0\x80z", " FFFD FFFD 007A 0000"}, {65001, "\xE2\x82z", " FFFD 007A 0000"},
+      {65001, "\xF4\x90\x80\x80", " FFFD FFFD FFFD 0000"}, {65001, "\xF0\x9F", " FFFD", true},
+      {65001, "\xF5\x80\x80\x80", " FFFD FFFD FFFD FFFD 0000"},
+      {65001, "A\xC3", " 0041 FFFD", true}, {1253, "\xC1\xE1", " 0391 03B1 0000"},
+      {65001, "\x80\xFEz", " FFFD FFFD 007A 0000"}, {65001, "\xC2\xC3\xA9", " FFFD 00E9 0000"},
+      {65001, std::string("AB\0CD", 5), " 0041 0042 0000"},
+      {65001, std::string("\xC3\0\xA9", 3), " FFFD 0000 FFFD", true},
+      {932, "\x82\xA0\x93\xFA", " 3042 65E5 0000"},
       // clang-format on
   };
   for (const Row& row : rows) EXPECT_EQ(Decode(row.cp, row.bytes, row.whole), row.units);
@@ -97,30 +95,21 @@ TEST(CodePage, EncodingFallsBackToLookAlikesThenQuestionMarksAndRefuses) {
   for (const auto& row : rows) EXPECT_EQ(Encode(row.cp, row.text), row.bytes + '\0');
 
   char16_t small[2];
-  struct Refusal {
-    std::uint32_t cp;
-    const char* source;
-    int length;
-    char16_t* target;
-    int target_length;
-    int result;
-    std::uint32_t error;  // checked when result is 0
-  } refusals[] = {
-      // clang-format off
-      {1252, "abc", -1, nullptr, 0, 4, 0}, {1252, "abc", 3, nullptr, 0, 3, 0},
-      {65001, "abc", 0, nullptr, 0, 0, os::kErrorInvalidParameter},
-      {1252, "abc", -1, small, 2, 0, os::kErrorInsufficientBuffer},
-      {12345, "abc", -1, nullptr, 0, 0, os::kErrorInvalidParameter},
-      {1200, "abc", -1, nullptr, 0, 0, os::kErrorInvalidParameter},  // UTF-16 is no such page
-      {0, nullptr, -1, nullptr, 0, 0, os::kErrorInvalidParameter},
-      // clang-format on
-  };
-  for (const auto& row : refusals) {
+  // Sizing with and without a length, an empty source, a short buffer, unknown pages.
+  for (auto [cp, source, length, target, target_length, result, error] :
+       {std::tuple<std::uint32_t, const char*, int, char16_t*, int, int, std::uint32_t>{
+            1252, "abc", -1, nullptr, 0, 4, 0},
+        // clang-format off
+        {1252, "abc", 3, nullptr, 0, 3, 0},
+        {1252, "abc", -1, small, 2, 0, os::kErrorInsufficientBuffer},
+        {65001, "abc", 0, nullptr, 0, 0, os::kErrorInvalidParameter},
+        {12345, "abc", -1, nullptr, 0, 0, os::kErrorInvalidParameter},
+        {1200, "abc", -1, nullptr, 0, 0, os::kErrorInvalidParameter},  // UTF-16 is no such page
+        {0, nullptr, -1, nullptr, 0, 0, os::kErrorInvalidParameter}}) {
+    // clang-format on
     os::SetLastError(0);
-    EXPECT_EQ(
-        os::MultiByteToWideChar(row.cp, row.source, row.length, row.target, row.target_length),
-        row.result);
-    EXPECT_EQ(os::GetLastError(), row.error) << row.cp;
+    EXPECT_EQ(os::MultiByteToWideChar(cp, source, length, target, target_length), result);
+    EXPECT_EQ(os::GetLastError(), error) << cp;
   }
   char bytes[2];
   EXPECT_EQ(os::WideCharToMultiByte(1252, u"abc", -1, bytes, 2), 0);

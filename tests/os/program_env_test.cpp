@@ -62,7 +62,7 @@ TEST(OsProgramEnv, PrivateFoldersFactsAndEnvironment) {
   for (const auto& folder : {a, b}) {
     const std::filesystem::path path(base::Narrow(folder));
     EXPECT_EQ(path.parent_path(), temp.path()) << path;
-    EXPECT_EQ(path.filename().string().rfind("Copy-", 0), 0u) << path;
+    EXPECT_TRUE(path.filename().string().starts_with("Copy-")) << path;
     const os::PathFacts facts = os::GetPathFacts(folder);
     EXPECT_TRUE(facts.exists && facts.folder && facts.own && !facts.link) << path;
 #ifndef _WIN32

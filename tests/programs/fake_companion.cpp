@@ -33,23 +33,16 @@ int main(int argc, char** argv) {
 #else
   for (int i = 1; i < argc; ++i) args += (i > 1 ? " " : "") + std::string(argv[i]);
 #endif
-  {
-    std::ofstream record(fs::path(self).concat(".args"), std::ios::app | std::ios::binary);
-    record << args << "\n";
-  }
+  std::ofstream(fs::path(self).concat(".args"), std::ios::app | std::ios::binary) << args << "\n";
   std::ifstream plan(fs::path(self).concat(".plan"), std::ios::binary);
-  std::string step;
   int exit_code = 0;
-  while (std::getline(plan, step)) {
+  for (std::string step; std::getline(plan, step);) {
     if (!step.empty() && step.back() == '\r') step.pop_back();
-    if (step.rfind("out ", 0) == 0) {
-      std::ofstream out(self.parent_path() / "TvAppsClose.out", std::ios::binary | std::ios::trunc);
-      out << step.substr(4);
-    } else if (step.rfind("exit ", 0) == 0) {
-      exit_code = std::stoi(step.substr(5));
-    } else if (step.rfind("sleep ", 0) == 0) {
+    if (step.starts_with("out "))
+      std::ofstream(self.parent_path() / "TvAppsClose.out", std::ios::binary) << step.substr(4);
+    if (step.starts_with("exit ")) exit_code = std::stoi(step.substr(5));
+    if (step.starts_with("sleep "))
       std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(step.substr(6))));
-    }
   }
   return exit_code;
 }

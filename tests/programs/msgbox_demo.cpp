@@ -4,27 +4,16 @@
 // POSIX side would (dialog, terminal or none).
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
 
-#include "base/text.h"
-#include "os/program_env.h"
+#include "options.h"
 #include "text/msgbox.h"
 
 int main() {
-  const std::vector<std::u16string> args = os::ProgramArguments();
-  std::u16string out, title, text = u"Message box test";
-  int flags = 0;
-  for (std::size_t i = 0; i + 1 < args.size(); i += 2) {
-    if (args[i] == u"--out") out = args[i + 1];
-    if (args[i] == u"--flags") flags = std::stoi(base::Narrow(args[i + 1]));
-    if (args[i] == u"--title") title = args[i + 1];
-    if (args[i] == u"--text") text = args[i + 1];
-  }
-  std::int32_t answer = mUnicodePatch::MsgBox(text, flags, title);
-  if (!out.empty()) {
-    std::ofstream file(std::filesystem::path(out), std::ios::binary | std::ios::trunc);
-    file << answer << "\n";
-  }
+  const helper::Options options;
+  const std::u16string out = options.Text(u"--out"), text = options.Text(u"--text");
+  const std::int32_t answer = mUnicodePatch::MsgBox(
+      options.Has(u"--text") ? text : u"Message box test",
+      static_cast<int>(options.Number(u"--flags", 0)), options.Text(u"--title"));
+  if (!out.empty()) std::ofstream(std::filesystem::path(out), std::ios::binary) << answer << "\n";
   return 0;
 }

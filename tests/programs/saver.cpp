@@ -32,48 +32,38 @@ void Say(const std::string& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 3) {
+  const std::string mode = argc > 1 ? argv[1] : "";
+  if (!(mode == "save" && argc == 4) && !(mode == "load" && argc == 3)) {
     Say("usage: saver save FILE TEXT|@PATH  |  saver load FILE\n");
     return 2;
   }
-  const std::string mode = argv[1];
   const std::u16string file = base::Widen(argv[2]);
   std::vector<std::u16string> log;
   base::ScopedLogSink sink([&](std::u16string_view line) { log.emplace_back(line); });
-  auto flush_log = [&] {
-    for (const auto& line : log) Say("log: " + base::Narrow(line) + "\n");
-    log.clear();
-  };
-
-  if (mode == "save" && argc == 4) {
+  bool done = true;
+  if (mode == "save") {
     std::string bytes = argv[3];
-    if (bytes.rfind('@', 0) == 0) {
+    if (bytes.starts_with('@')) {
       std::ifstream in(bytes.substr(1), std::ios::binary);
       if (!in) {
         Say("cannot read " + bytes.substr(1) + "\n");
         return 2;
       }
-      bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+      bytes.assign(std::istreambuf_iterator<char>(in), {});
     }
-    const std::u16string text = base::Widen(bytes);
     Say("save begins\n");
-    const bool saved =
-        mStringTools::SaveFile(file, text, true, 2, false, 1252, 0, false, u"", 0, 5);
+    done =
+        mStringTools::SaveFile(file, base::Widen(bytes), true, 2, false, 1252, 0, false, u"", 0, 5);
     Say("save ends\n");
-    flush_log();
-    return saved ? 0 : 1;
-  }
-  if (mode == "load" && argc == 3) {
+  } else {
     Say("recovery begins\n");
     mStringTools::RecoverInterruptedSave(file);
     Say("recovery ends\n");
-    const bool present = mFileUtils::FileExists(file);
+    done = mFileUtils::FileExists(file);
     const std::string text = base::Narrow(mGlobal::LoadTextFile(file));
     std::fwrite(text.data(), 1, text.size(), stdout);
     std::fflush(stdout);
-    flush_log();
-    return present ? 0 : 3;
   }
-  Say("unknown mode " + mode + "\n");
-  return 2;
+  for (const auto& line : log) Say("log: " + base::Narrow(line) + "\n");
+  return done ? 0 : mode == "save" ? 1 : 3;
 }

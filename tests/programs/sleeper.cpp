@@ -16,19 +16,15 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <string>
 #include <thread>
 
-#include <vector>
-
-#include "base/text.h"
-#include "os/program_env.h"
+#include "options.h"
 
 #ifdef _WIN32
-#include <windows.h>
+#include <fcntl.h>
+#include <io.h>
 #else
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -43,72 +39,38 @@ extern "C" void OnTerm(int) {
 }  // namespace
 
 int main() {
-  // The arguments as UTF-8 whatever the platform's narrow code page ("Clé USB" on Windows).
-  std::vector<std::string> argv{""};
-  for (const std::u16string& arg : os::ProgramArguments()) argv.push_back(base::Narrow(arg));
-  const int argc = static_cast<int>(argv.size());
-  std::string ready, open_file, map_file;
-  bool ignore_term = false, pipe = false;
-  long term_delay_ms = -1, life_s = 120;
-  for (int i = 1; i < argc; ++i) {
-    std::string a = argv[i];
-    bool has_value = i + 1 < argc;
-    if (a == "--ready" && has_value)
-      ready = argv[++i];
-    else if (a == "--pipe")
-      pipe = true;
-    else if (a == "--ignore-term")
-      ignore_term = true;
-    else if (a == "--term-delay" && has_value)
-      term_delay_ms = std::atol(argv[++i].c_str());
-    else if (a == "--open" && has_value)
-      open_file = argv[++i];
-    else if (a == "--map" && has_value)
-      map_file = argv[++i];
-    else if (a == "--life" && has_value)
-      life_s = std::atol(argv[++i].c_str());
-  }
-  if (pipe) {
+  const helper::Options options;
+  const long term_delay_ms = options.Number(u"--term-delay", -1);
+  const std::u16string ready = options.Text(u"--ready"), open_file = options.Text(u"--open");
+  const std::string map_file = base::Narrow(options.Text(u"--map"));
+  int ends[2];
 #ifdef _WIN32
-    HANDLE read_end = nullptr, write_end = nullptr;
-    if (CreatePipe(&read_end, &write_end, nullptr, 0))
-      std::thread([read_end] {
-        char byte;
-        DWORD got = 0;
-        ReadFile(read_end, &byte, 1, &got, nullptr);
-      }).detach();
+  const bool piped = options.Has(u"--pipe") && _pipe(ends, 64, _O_BINARY) == 0;
 #else
-    int ends[2];
-    if (::pipe(ends) == 0)
-      std::thread([fd = ends[0]] {
-        char byte;
-        (void)!::read(fd, &byte, 1);
-      }).detach();
+  const bool piped = options.Has(u"--pipe") && ::pipe(ends) == 0;
 #endif
-  }
-  if (ignore_term)
+  static char byte;
+  if (piped) std::thread([fd = ends[0]] { (void)!::read(fd, &byte, 1); }).detach();
+  if (options.Has(u"--ignore-term"))
     std::signal(SIGTERM, SIG_IGN);
   else if (term_delay_ms >= 0)
     std::signal(SIGTERM, OnTerm);
   std::ofstream held;
-  if (!open_file.empty()) held.open(std::filesystem::u8path(open_file), std::ios::app);
+  if (!open_file.empty()) held.open(std::filesystem::path(open_file), std::ios::app);
 #ifndef _WIN32
   if (!map_file.empty()) {
-    { std::ofstream(map_file, std::ios::app) << "mapped\n"; }
+    std::ofstream(map_file, std::ios::app) << "mapped\n";
     const int fd = open(map_file.c_str(), O_RDONLY);
     if (fd < 0 || mmap(nullptr, 7, PROT_READ, MAP_SHARED, fd, 0) == MAP_FAILED) return 2;
     close(fd);
   }
 #endif
-  if (!ready.empty()) std::ofstream(std::filesystem::u8path(ready)) << "ready\n";
+  if (!ready.empty()) std::ofstream(std::filesystem::path(ready)) << "ready\n";
 
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(life_s);
-  while (std::chrono::steady_clock::now() < end) {
-    if (terminated) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(term_delay_ms));
-      return 0;
-    }
+  const auto end =
+      std::chrono::steady_clock::now() + std::chrono::seconds(options.Number(u"--life", 120));
+  while (std::chrono::steady_clock::now() < end && !terminated)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
+  if (terminated) std::this_thread::sleep_for(std::chrono::milliseconds(term_delay_ms));
   return 0;
 }

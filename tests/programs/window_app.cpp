@@ -12,50 +12,26 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <string>
 #include <thread>
-#include <vector>
+
+#include "options.h"
 
 #ifdef _WIN32
 #include <windows.h>
-
-#include <shellapi.h>
 #endif
 
 namespace {
 
 struct Options {
-  std::filesystem::path ready;
-  long close_delay_ms = 0;
-  long life_s = 120;
-  bool ignore_close = false;
-  bool windowless = false;
+  helper::Options given;
+  std::filesystem::path ready = given.Text(u"--ready");
+  long close_delay_ms = given.Number(u"--close-delay", 0);
+  long life_s = given.Number(u"--life", 120);
+  bool ignore_close = given.Has(u"--ignore-close");
+  bool windowless = given.Has(u"--windowless");
 };
-
-template <class Str>
-Options Parse(const std::vector<Str>& args) {
-  auto narrow = [](const Str& s) { return std::string(s.begin(), s.end()); };
-  Options o;
-  for (std::size_t i = 1; i < args.size(); ++i) {
-    const std::string name = narrow(args[i]);
-    if (name == "--ignore-close")
-      o.ignore_close = true;
-    else if (name == "--windowless")
-      o.windowless = true;
-    else if (i + 1 == args.size())
-      break;
-    else if (name == "--ready")
-      o.ready = std::filesystem::path(args[++i]);
-    else if (name == "--close-delay")
-      o.close_delay_ms = std::atol(narrow(args[++i]).c_str());
-    else if (name == "--life")
-      o.life_s = std::atol(narrow(args[++i]).c_str());
-  }
-  return o;
-}
 
 void WriteReady(const Options& o) {
   if (!o.ready.empty()) std::ofstream(o.ready) << "ready\n";
@@ -67,60 +43,36 @@ void WriteReady(const Options& o) {
 
 namespace {
 Options options;
-constexpr UINT_PTR kCloseTimer = 1;
-constexpr UINT_PTR kLifeTimer = 2;
 
+// A close is ignored, or waits for the timer of its delay; the end of the session, the close's
+// timer and the life's end it.
 LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM w, LPARAM l) {
-  switch (message) {
-    case WM_QUERYENDSESSION:
-      return TRUE;
-    case WM_ENDSESSION:
-      if (w) DestroyWindow(window);
-      return 0;
-    case WM_CLOSE:
-      if (options.ignore_close) return 0;
-      if (options.close_delay_ms > 0) {
-        SetTimer(window, kCloseTimer, static_cast<UINT>(options.close_delay_ms), nullptr);
-        return 0;
-      }
-      DestroyWindow(window);
-      return 0;
-    case WM_TIMER:
-      DestroyWindow(window);
-      return 0;
-    case WM_DESTROY:
-      PostQuitMessage(0);
-      return 0;
-  }
-  return DefWindowProcW(window, message, w, l);
+  const bool close = message == WM_CLOSE && !options.ignore_close;
+  if (message == WM_QUERYENDSESSION) return TRUE;
+  if (close && options.close_delay_ms > 0)
+    SetTimer(window, 1, static_cast<UINT>(options.close_delay_ms), nullptr);
+  else if (close || message == WM_TIMER || (message == WM_ENDSESSION && w))
+    DestroyWindow(window);
+  else if (message == WM_DESTROY)
+    PostQuitMessage(0);
+  else if (message != WM_CLOSE && message != WM_ENDSESSION)
+    return DefWindowProcW(window, message, w, l);
+  return 0;
 }
 }  // namespace
 
 int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR, int) {
-  int argc = 0;
-  wchar_t** argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-  options = Parse(std::vector<std::wstring>(argv, argv + argc));
-  LocalFree(argv);
-
-  WNDCLASSW wc{};
-  wc.lpfnWndProc = WindowProc;
-  wc.hInstance = instance;
-  wc.lpszClassName = L"TvEjectTestWindow";
+  const WNDCLASSW wc{0,       WindowProc, 0,       0,       instance,
+                     nullptr, nullptr,    nullptr, nullptr, L"TvEjectTestWindow"};
   RegisterClassW(&wc);
   HWND window = CreateWindowW(wc.lpszClassName, L"window_app", WS_OVERLAPPEDWINDOW, 10, 10, 240,
                               120, nullptr, nullptr, instance, nullptr);
   if (!window) return 1;
-  if (!options.windowless) {
-    ShowWindow(window, SW_SHOWNORMAL);
-    UpdateWindow(window);
-  }
-  SetTimer(window, kLifeTimer, static_cast<UINT>(options.life_s * 1000), nullptr);
+  if (!options.windowless) ShowWindow(window, SW_SHOWNORMAL);
+  SetTimer(window, 2, static_cast<UINT>(options.life_s * 1000), nullptr);
   WriteReady(options);
   MSG msg;
-  while (GetMessageW(&msg, nullptr, 0, 0) > 0) {
-    TranslateMessage(&msg);
-    DispatchMessageW(&msg);
-  }
+  while (GetMessageW(&msg, nullptr, 0, 0) > 0) DispatchMessageW(&msg);
   return 0;
 }
 
@@ -133,8 +85,8 @@ extern "C" void OnTerm(int) {
 }
 }  // namespace
 
-int main(int argc, char** argv) {
-  Options o = Parse(std::vector<std::string>(argv, argv + argc));
+int main() {
+  const Options o;
   std::signal(SIGTERM, o.ignore_close ? SIG_IGN : OnTerm);
   WriteReady(o);
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(o.life_s);

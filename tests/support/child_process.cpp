@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <thread>
 
 #include "support/temp_dir.h"
@@ -38,13 +39,11 @@ bool ChildProcess::Start(const std::u16string& program, const std::vector<std::u
   Kill();
   std::wstring command = Quote(program);
   for (const auto& a : args) command += L" " + Quote(a);
-  std::wstring dir(working_folder.begin(), working_folder.end());
-  std::wstring exe(program.begin(), program.end());
-  STARTUPINFOW si{};
-  si.cb = sizeof si;
+  const std::wstring dir(working_folder.begin(), working_folder.end());
+  STARTUPINFOW si{sizeof si};
   PROCESS_INFORMATION pi{};
-  if (!CreateProcessW(exe.c_str(), command.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                      dir.empty() ? nullptr : dir.c_str(), &si, &pi))
+  if (!CreateProcessW(std::wstring(program.begin(), program.end()).c_str(), command.data(), nullptr,
+                      nullptr, FALSE, 0, nullptr, dir.empty() ? nullptr : dir.c_str(), &si, &pi))
     return false;
   CloseHandle(pi.hThread);
   process_ = pi.hProcess;
@@ -66,9 +65,7 @@ void ChildProcess::Kill() {
   if (exited_) return;
   TerminateProcess(process_, 1);
   WaitForSingleObject(process_, 10000);
-  CloseHandle(process_);
-  process_ = nullptr;
-  exited_ = true;
+  Exited();
 }
 
 #else
@@ -96,43 +93,40 @@ bool ChildProcess::Start(const std::u16string& program, const std::vector<std::u
 
 bool ChildProcess::Exited() {
   if (exited_) return true;
-  int status = 0;
-  if (waitpid(static_cast<pid_t>(pid_), &status, WNOHANG) == 0) return false;
-  exited_ = true;
-  return true;
+  exited_ = waitpid(static_cast<pid_t>(pid_), nullptr, WNOHANG) != 0;
+  return exited_;
 }
 
 void ChildProcess::Kill() {
   if (exited_) return;
   kill(static_cast<pid_t>(pid_), SIGKILL);
-  int status = 0;
-  waitpid(static_cast<pid_t>(pid_), &status, 0);
+  waitpid(static_cast<pid_t>(pid_), nullptr, 0);
   exited_ = true;
 }
 
 #endif
+
+namespace {
+// Asks done() every 10 ms until it says yes or ms have passed; its last answer.
+bool Poll(std::uint32_t ms, const std::function<bool()>& done) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+  while (!done() && std::chrono::steady_clock::now() < end)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  return done();
+}
+}  // namespace
 
 ChildProcess::~ChildProcess() {
   Kill();
 }
 
 bool ChildProcess::WaitExit(std::uint32_t ms) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-  while (!Exited()) {
-    if (std::chrono::steady_clock::now() >= end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return true;
+  return Poll(ms, [this] { return Exited(); });
 }
 
 bool WaitForFile(const std::u16string& path, std::uint32_t ms) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
   std::error_code ec;
-  while (!fs::exists(fs::path(path), ec)) {
-    if (std::chrono::steady_clock::now() >= end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return true;
+  return Poll(ms, [&] { return fs::exists(fs::path(path), ec); });
 }
 
 std::u16string CopyHelperProgram(std::u16string_view name, const std::u16string& folder) {

@@ -1,9 +1,9 @@
 #include "support/loop_mount.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "base/text.h"
 
@@ -28,29 +28,9 @@ bool LoopMount::Mounted() const {
 
 namespace {
 
-// Runs a shell command; its first output line when out is given. True on exit status 0.
-bool Run(const std::string& command, std::string* out = nullptr) {
-  FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
-  if (!pipe) return false;
-  char line[512] = {};
-  std::string first;
-  if (fgets(line, sizeof line, pipe)) first = line;
-  while (fgets(line, sizeof line, pipe)) {
-  }
-  int rc = pclose(pipe);
-  while (!first.empty() && (first.back() == '\n' || first.back() == '\r')) first.pop_back();
-  if (out) *out = first;
-  return rc == 0;
-}
-
-bool KernelKnows(const std::string& fs_type) {
-  std::ifstream in("/proc/filesystems");
-  std::string line;
-  while (std::getline(in, line))
-    if (line.size() > fs_type.size() &&
-        line.compare(line.size() - fs_type.size() - 1, std::string::npos, "\t" + fs_type) == 0)
-      return true;
-  return false;
+// Runs a shell command quietly; true on exit status 0.
+bool Run(const std::string& command) {
+  return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
 }
 
 }  // namespace
@@ -64,7 +44,9 @@ bool LoopMount::Create(const TempDir& dir, std::string* why) {
   const std::string mount_point = (dir.path() / "mnt").string();
   std::filesystem::create_directories(mount_point);
   // FAT, as on a stick; ext2 when the kernel has no FAT driver (some virtual machines).
-  const bool fat = KernelKnows("vfat");
+  std::ifstream filesystems("/proc/filesystems");
+  const bool fat = std::string(std::istreambuf_iterator<char>(filesystems), {}).find("\tvfat\n") !=
+                   std::string::npos;
   fs_type_ = fat ? "vfat" : "ext2";
   const std::string mkfs = fat ? "mkfs.vfat -C " + image + " 8192"
                                : "truncate -s 8M " + image + " && mkfs.ext2 -q -F " + image;
@@ -72,8 +54,11 @@ bool LoopMount::Create(const TempDir& dir, std::string* why) {
     *why = fat ? "mkfs.vfat (dosfstools) is missing or failed" : "mkfs.ext2 failed";
     return false;
   }
-  std::string device;
-  if (!Run("losetup --find --show " + image, &device) || device.empty()) {
+  const bool attached =
+      std::system(("losetup --find --show " + image + " > " + image + ".dev").c_str()) == 0;
+  std::string device = dir.Read(u"drive.img.dev");
+  while (!device.empty() && device.back() == '\n') device.pop_back();
+  if (!attached || device.empty()) {
     *why = "no loop device could be attached (losetup failed: none free, or not permitted here)";
     return false;
   }

@@ -4,17 +4,15 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #ifndef _WIN32
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <climits>
 #endif
 
 namespace testing_support {
@@ -22,13 +20,15 @@ namespace {
 
 constexpr const char* kMarkVariable = "TVEJECT_TEST_PIDNS";
 
-void SayNoNamespace(const char* why) {
+// Says why the test runs without a namespace; false, for the caller to return.
+bool SayNoNamespace(const char* why) {
   const auto* test = testing::UnitTest::GetInstance()->current_test_info();
   std::printf(
       "[   NOTE   ] %s.%s: no PID namespace (%s); it signals only programs it started "
       "itself, from a folder of its own\n",
       test->test_suite_name(), test->name(), why);
   std::fflush(stdout);
+  return false;
 }
 
 }  // namespace
@@ -36,8 +36,7 @@ void SayNoNamespace(const char* why) {
 #ifdef _WIN32
 
 bool RunInOwnPidNamespace() {
-  SayNoNamespace("Windows has none");
-  return false;
+  return SayNoNamespace("Windows has none");
 }
 
 #else
@@ -48,12 +47,9 @@ bool RunInOwnPidNamespace() {
     if (FILE* f = std::fopen(mark, "w")) std::fclose(f);
     return false;
   }
-  char self[PATH_MAX + 1] = {};
-  const ssize_t n = readlink("/proc/self/exe", self, PATH_MAX);
-  if (n <= 0) {
-    SayNoNamespace("the test program cannot be found");
-    return false;
-  }
+  std::error_code error;
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe", error).string();
+  if (self.empty()) return SayNoNamespace("the test program cannot be found");
   const auto* test = testing::UnitTest::GetInstance()->current_test_info();
   const std::string filter =
       std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
@@ -75,23 +71,21 @@ bool RunInOwnPidNamespace() {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       setenv(kMarkVariable, mark.c_str(), 1);
       std::vector<const char*> argv = ways[way];
-      argv.insert(argv.end(), {self, filter.c_str(), nullptr});
+      argv.insert(argv.end(), {self.c_str(), filter.c_str(), nullptr});
       execvp(argv[0], const_cast<char* const*>(argv.data()));
       _exit(127);
     }
     int status = 0;
     while (waitpid(child, &status, 0) < 0) {
     }
-    struct stat st;
-    if (stat(mark.c_str(), &st) == 0) {
+    if (access(mark.c_str(), F_OK) == 0) {
       std::remove(mark.c_str());
       EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
           << "the test failed in its own PID namespace (wait status " << status << ")";
       return true;
     }
   }
-  SayNoNamespace("unshare could not make one");
-  return false;
+  return SayNoNamespace("unshare could not make one");
 }
 
 #endif

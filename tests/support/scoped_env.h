@@ -26,9 +26,8 @@ class ScopedEnv {
     }
   }
   ~ScopedEnv() {
-    for (auto it = saved_.rbegin(); it != saved_.rend(); ++it) {
+    for (auto it = saved_.rbegin(); it != saved_.rend(); ++it)
       Put(it->first.c_str(), it->second ? it->second->c_str() : nullptr);
-    }
   }
   ScopedEnv(const ScopedEnv&) = delete;
   ScopedEnv& operator=(const ScopedEnv&) = delete;
@@ -38,11 +37,7 @@ class ScopedEnv {
 #ifdef _WIN32
     _putenv_s(name, value ? value : "");
 #else
-    if (value) {
-      setenv(name, value, 1);
-    } else {
-      unsetenv(name);
-    }
+    value ? setenv(name, value, 1) : unsetenv(name);
 #endif
   }
 

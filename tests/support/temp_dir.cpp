@@ -3,7 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "os/process.h"
 
@@ -15,16 +15,11 @@ std::atomic<int> counter{0};
 }
 
 TempDir::TempDir() {
-  auto stamp = std::chrono::steady_clock::now().time_since_epoch().count();
-  for (;;) {
-    fs::path candidate = fs::temp_directory_path() / ("tveject-test-" + std::to_string(stamp) +
-                                                      "-" + std::to_string(counter.fetch_add(1)));
-    std::error_code ec;
-    if (fs::create_directory(candidate, ec)) {
-      path_ = candidate;
-      return;
-    }
-  }
+  const auto stamp = std::to_string(std::chrono::steady_clock::now().time_since_epoch().count());
+  std::error_code ec;
+  do
+    path_ = fs::temp_directory_path() / ("tveject-test-" + stamp + "-" + std::to_string(counter++));
+  while (!fs::create_directory(path_, ec));
 }
 
 TempDir::~TempDir() {
@@ -55,10 +50,7 @@ std::u16string TempDir::Write(std::u16string_view name, std::string_view bytes) 
 
 std::string TempDir::Read(std::u16string_view name) const {
   std::ifstream in(path_ / fs::path(std::u16string(name)), std::ios::binary);
-  if (!in) return std::string();
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 bool TempDir::Exists(std::u16string_view name) const {
@@ -70,11 +62,10 @@ std::u16string ProgramFolder() {
 }
 
 std::u16string HelperProgram(std::u16string_view name) {
-  fs::path p = fs::path(ProgramFolder()) / fs::path(std::u16string(name));
-#ifdef _WIN32
-  p += ".exe";
-#endif
-  return p.u16string();
+  // The test program's own extension: ".exe" on Windows, none elsewhere.
+  return (fs::path(ProgramFolder()) / fs::path(std::u16string(name)))
+      .concat(fs::path(os::ModuleFileName()).extension().u16string())
+      .u16string();
 }
 
 }  // namespace testing_support
