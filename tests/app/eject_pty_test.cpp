@@ -76,15 +76,13 @@ TEST(EjectInTerminal, ConfirmCancelAndStillRunning) {
     std::vector<std::string> shown;  // texts that must appear, in order
     bool ejector_started;
   } rows[] = {
+      // clang-format off
       {"cancel", "out 0", "", {"c"}, {"Tarvel USB Eject v2.0.12", "[1] OK  [2] Cancel"}, false},
-      {"two still running",
-       "out 2",
-       "",
-       {"1", ""},
-       {"p\xC3\xA9riph\xC3\xA9rique USB !", "(Information) Il reste encore des applications"},
-       false},
+      {"two still running", "out 2", "", {"1", ""}, {"p\xC3\xA9riph\xC3\xA9rique USB !",
+       "(Information) Il reste encore des applications"}, false},
       // The ejector outlives TvEject and the hang-up of its terminal.
       {"nothing left", "out 0", "sleep 700\nout ejected", {"ok"}, {"[1] OK  [2] Cancel"}, true},
+      // clang-format on
   };
   const fs::path bin = fs::path(testing_support::ProgramFolder());
   for (const auto& row : rows) {
