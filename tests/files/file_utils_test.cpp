@@ -114,13 +114,9 @@ TEST_F(FileUtils, KillFile) {
       os::fault::Arm(os::fault::Op::kDeleteFile, os::kErrorSharingViolation, 1, row.refusals);
     EXPECT_EQ(mFileUtils::KillFile(P(row.name), row.retries), row.result);
     EXPECT_EQ(dir.Exists(row.name), row.refusals > 0 && !row.result);
-    if (row.logged < 0) {
-      EXPECT_TRUE(log.lines.empty());
-    } else {
-      EXPECT_EQ(log.lines, std::vector<std::u16string>{u"Erreur " + base::ToText(row.logged) +
-                                                       u" dans KillFile : " +
-                                                       mFileUtils::SystemErrorText(row.logged)});
-    }
+    const std::u16string line = u"Erreur " + base::ToText(row.logged) + u" dans KillFile : " +
+                                mFileUtils::SystemErrorText(row.logged);
+    EXPECT_EQ(log.lines, row.logged < 0 ? std::vector<std::u16string>{} : std::vector{line});
   }
 }
 
@@ -134,19 +130,18 @@ TEST_F(FileUtils, FindFileListsOneNamePerCall) {
     std::uint32_t filter;
     S names;
   } rows[] = {
-      {u"*", 0, {"a.txt", "b.txt", "c.dat"}},
+      // clang-format off
+      {u"*", 0, {"a.txt", "b.txt", "c.dat"}}, {u"s*", 0, {}}, {u"nothing*", 0, {}},
       {u"*.txt", os::kAttributeHidden, {".h.txt", "a.txt", "b.txt"}},
       {u"*", os::kAttributeDirectory, {".", "..", "a.txt", "b.txt", "c.dat", "sub"}},
-      {u"s*", 0, {}},
-      {u"nothing*", 0, {}},
+      // clang-format on
   };
   for (const Row& row : rows) {
     // The continuation calls keep the first call's filter whatever they pass.
     S names;
     for (std::u16string name = mFileUtils::FindFile(P(row.pattern), row.filter); !name.empty();
-         name = mFileUtils::FindFile(u"", 0)) {
+         name = mFileUtils::FindFile(u"", 0))
       names.insert(base::Narrow(name));
-    }
     EXPECT_EQ(names, row.names) << base::Narrow(row.pattern) << " " << row.filter;
     EXPECT_EQ(mFileUtils::FindFile(u"", 0), u"") << "the search stays closed";
   }
