@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <random>
 #include <string>
 
@@ -12,27 +13,16 @@
 
 namespace {
 
-// IsUTF8's rules, byte by byte.
+// IsUTF8's rules, byte by byte: a lead byte's leading ones count its sequence's bytes.
 bool LenientReference(const std::string& b) {
   bool multi = false;
-  for (std::size_t i = 0; i < b.size();) {
-    const unsigned lead = static_cast<unsigned char>(b[i]);
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    int follow = (lead & 0xE0) == 0xC0   ? 1
-                 : (lead & 0xF0) == 0xE0 ? 2
-                 : (lead & 0xF8) == 0xF0 ? 3
-                 : (lead & 0xFC) == 0xF8 ? 4
-                 : (lead & 0xFE) == 0xFC ? 5
-                                         : -1;
-    if (follow < 0 || static_cast<std::size_t>(follow) > b.size() - i - 1) return false;
-    for (int k = 1; k <= follow; ++k) {
-      if ((static_cast<unsigned char>(b[i + k]) & 0xC0) != 0x80) return false;
-    }
+  for (std::size_t i = 0; i < b.size(); ++i) {
+    const int ones = std::countl_one(static_cast<unsigned char>(b[i]));
+    if (ones == 0) continue;
+    if (ones == 1 || ones > 6 || static_cast<std::size_t>(ones) > b.size() - i) return false;
+    for (int k = 1; k < ones; ++k)
+      if (std::countl_one(static_cast<unsigned char>(b[++i])) != 1) return false;
     multi = true;
-    i += static_cast<std::size_t>(follow) + 1;
   }
   return multi;
 }
