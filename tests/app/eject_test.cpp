@@ -75,15 +75,13 @@ TEST(RunEject, Scenarios) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     TempDir dir;
-    fs::create_directories(dir.path() / "TvEject");
-    fs::create_directories(dir.path() / "TvAppsClose");
     const fs::path companion(testing_support::HelperProgram(u"fake_companion"));
-    fs::copy_file(companion, fs::path(dir.u16(u"TvEject/TvDiskEjector" + kExe)));
     const std::u16string closer = u"TvAppsClose/TvAppsClose" + kExe;
-    if (row.closer_plan) fs::copy_file(companion, fs::path(dir.u16(closer)));
     dir.Write(u"TvEject/TvEject.xml", row.config);
     dir.Write(u"TvEject/TvEject_lng.xml", kLanguages);
+    fs::copy_file(companion, fs::path(dir.u16(u"TvEject/TvDiskEjector" + kExe)));
     if (row.closer_plan) dir.Write(closer + u".plan", row.closer_plan);
+    if (row.closer_plan) fs::copy_file(companion, fs::path(dir.u16(closer)));
     if (row.stale_result) dir.Write(u"TvAppsClose/TvAppsClose.out", row.stale_result);
     mGlobal::SetProgramFile(dir.u16(u"TvEject/TvEject" + kExe));
     std::vector<std::u16string> texts;
