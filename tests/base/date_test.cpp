@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 namespace {
 
 TEST(Date, MakeAndSplit) {
@@ -23,13 +25,9 @@ TEST(Date, MakeAndSplit) {
   for (const Row& r : rows) {
     base::Date date = base::MakeDate(r.y, r.mo, r.d, r.h, r.mi, r.s);
     EXPECT_NEAR(date, r.value, 1e-9) << r.y << "-" << r.mo << "-" << r.d;
-    base::DateParts p = base::SplitDate(date);
-    EXPECT_EQ(p.year, r.ey);
-    EXPECT_EQ(p.month, r.emo);
-    EXPECT_EQ(p.day, r.ed);
-    EXPECT_EQ(p.hour, r.eh);
-    EXPECT_EQ(p.minute, r.emi);
-    EXPECT_EQ(p.second, r.es);
+    const base::DateParts p = base::SplitDate(date);
+    EXPECT_EQ((std::array{p.year, p.month, p.day, p.hour, p.minute, p.second}),
+              (std::array{r.ey, r.emo, r.ed, r.eh, r.emi, r.es}));
   }
 }
 

@@ -53,8 +53,9 @@ TEST(Paths, PartsAndMarks) {
       // clang-format off
       {u"C:\\A/b.txt", u"C:/A", u"b.txt", u"txt"}, {u"b.txt", u"b.txt", u"b.txt", u"txt"},
       {u"/tmp/x.tar.gz", u"/tmp", u"x.tar.gz", u"gz"}, {u"C:\\A.B\\file", u"C:\\A.B", u"file", u""},
-      {u"C:\\A\\name.", u"C:\\A", u"name.", u""}, {u"C:\\A\\File.XML", u"C:\\A", u"File.XML", u"XML"},
-      {u"C:\\A\\", u"C:\\A", u"", u""}, {u"", u"", u"", u""},
+      {u"C:\\A\\name.", u"C:\\A", u"name.", u""},
+      {u"C:\\A\\File.XML", u"C:\\A", u"File.XML", u"XML"}, {u"C:\\A\\", u"C:\\A", u"", u""},
+      {u"", u"", u"", u""},
       // clang-format on
   };
   for (const Row& row : rows) {
@@ -63,12 +64,13 @@ TEST(Paths, PartsAndMarks) {
     EXPECT_EQ(Show(mFileUtils::FileExtention(row.path)), Show(row.extension)) << Show(row.path);
   }
   // Only a drive path is marked.
-  for (auto [path, marked] : {std::pair<std::u16string, std::u16string>{u"C:x", u"\\\\?\\C:x"},
-                              {u"\\\\server\\s\\x", u"\\\\server\\s\\x"},
-                              {u"\\\\?\\C:\\x", u"\\\\?\\C:\\x"},
-                              {u"rel\\x", u"rel\\x"},
-                              {u"/tmp/x", u"/tmp/x"},
-                              {u"", u""}})
+  using Pairs = std::vector<std::pair<std::u16string, std::u16string>>;
+  // clang-format off
+  const Pairs marks = {{u"C:x", u"\\\\?\\C:x"}, {u"\\\\server\\s\\x", u"\\\\server\\s\\x"},
+      {u"\\\\?\\C:\\x", u"\\\\?\\C:\\x"}, {u"rel\\x", u"rel\\x"}, {u"/tmp/x", u"/tmp/x"},
+      {u"", u""}};
+  // clang-format on
+  for (const auto& [path, marked] : marks)
     EXPECT_EQ(mFileUtils::LongPath(path), marked) << Show(path);
 }
 
@@ -77,36 +79,35 @@ TEST(Paths, UnderWholeComponentsParentsAndRoots) {
   struct Row {
     const char16_t *path, *folder;
     bool ignore_case, under;
-  } under[] = {{u"E:\\Suite\\App\\app.exe", u"E:\\", true, true},
-               {u"e:\\suite\\app.exe", u"E:\\Suite", true, true},
-               {u"e:\\suite\\app.exe", u"E:\\Suite", false, false},
-               {u"E:\\Suite2\\app.exe", u"E:\\Suite", true, false},
-               {u"E:\\Suite", u"E:\\Suite\\", true, true},
-               {u"D:\\Suite\\app.exe", u"E:\\", true, false},
-               {u"/media/u/STICK/app", u"/media/u/STICK/", false, true},
-               {u"/media/u/STICK2/app", u"/media/u/STICK", false, false},
-               {u"/media/u/STICK/app", u"\\media\\u\\STICK", false, true},
-               {u"/usr/bin/x", u"/", false, true},
-               {u"relative/x", u"/", false, false},
-               {u"/x", u"", false, false}};
+  } under[] = {
+      // clang-format off
+      {u"E:\\Suite\\App\\app.exe", u"E:\\", true, true},
+      {u"e:\\suite\\app.exe", u"E:\\Suite", true, true},
+      {u"e:\\suite\\app.exe", u"E:\\Suite", false, false},
+      {u"E:\\Suite", u"E:\\Suite\\", true, true},
+      {u"E:\\Suite2\\app.exe", u"E:\\Suite", true, false},
+      {u"D:\\Suite\\app.exe", u"E:\\", true, false},
+      {u"/media/u/STICK/app", u"/media/u/STICK/", false, true}, {u"/usr/bin/x", u"/", false, true},
+      {u"/media/u/STICK2/app", u"/media/u/STICK", false, false}, {u"/x", u"", false, false},
+      {u"/media/u/STICK/app", u"\\media\\u\\STICK", false, true},
+      {u"relative/x", u"/", false, false},
+      // clang-format on
+  };
   for (const auto& row : under)
     EXPECT_EQ(sys::PathIsUnder(row.path, row.folder, row.ignore_case), row.under)
         << base::Narrow(row.path) << " under " << base::Narrow(row.folder);
   struct Parent {
     const char16_t *path, *parent;
     bool root;
-  } parents[] = {{u"E:\\Suite\\TvAppsClose\\", u"E:\\Suite", false},
-                 {u"z:\\app.exe", u"z:\\", false},
-                 {u"a:", u"", true},
-                 {u"1:", u"", false},
-                 {u"E:\\", u"", true},
-                 {u"/media/stick/TvAppsClose/x", u"/media/stick/TvAppsClose", false},
-                 {u"/app", u"/", false},
-                 {u"//", u"/", true},
-                 {u"\\\\server\\share\\", u"\\\\server", true},
-                 {u"\\\\server\\share\\dir", u"\\\\server\\share", false},
-                 {u"app.exe", u"", false},
-                 {u"", u"", false}};
+  } parents[] = {
+      // clang-format off
+      {u"E:\\Suite\\TvAppsClose\\", u"E:\\Suite", false}, {u"z:\\app.exe", u"z:\\", false},
+      {u"a:", u"", true}, {u"1:", u"", false}, {u"E:\\", u"", true}, {u"/app", u"/", false},
+      {u"//", u"/", true}, {u"/media/stick/TvAppsClose/x", u"/media/stick/TvAppsClose", false},
+      {u"app.exe", u"", false}, {u"\\\\server\\share\\", u"\\\\server", true},
+      {u"\\\\server\\share\\dir", u"\\\\server\\share", false}, {u"", u"", false},
+      // clang-format on
+  };
   for (const auto& row : parents) {
     EXPECT_EQ(sys::ParentFolder(row.path), row.parent) << base::Narrow(row.path);
     EXPECT_EQ(sys::IsRootPath(row.path), row.root) << base::Narrow(row.path);

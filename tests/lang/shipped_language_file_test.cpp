@@ -2,15 +2,13 @@
 // TvEject_lng.xml), met as a user's program meets it on its first run.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "base/catalogue.h"
 #include "base/text.h"
 #include "companions/common/companion_text.h"
+#include "files/text_file.h"
 #include "lang/lang.h"
 #include "lang/language_file.h"
 #include "support/temp_dir.h"
@@ -26,10 +24,8 @@ using testing_support::TempDir;
 // built-in ones), the file is not touched, a region speaks as its language, and the companions
 // find the same language. French and English are built in: the file says the very same.
 TEST(ShippedLanguageFile, EveryCodeOfAShippedLanguageSpeaksIt) {
-  std::ifstream in(std::filesystem::path(testing_support::ProgramFolder()) / ".." / "packaging" /
-                       "TvEject_lng.xml",
-                   std::ios::binary);
-  const std::string shipped((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::string shipped;
+  mGlobal::LoadFile(testing_support::ProgramFolder() + u"/../packaging/TvEject_lng.xml", shipped);
   ASSERT_FALSE(shipped.empty()) << "build/<preset>/packaging/TvEject_lng.xml not found";
   // Laid out as the program writes it: a later save changes only what a lookup added.
   XmlNodePtr document = cXmlNode::Create();
@@ -49,9 +45,8 @@ TEST(ShippedLanguageFile, EveryCodeOfAShippedLanguageSpeaksIt) {
   }
   for (const char16_t* language : {u"de", u"en", u"es", u"fr", u"it", u"nl", u"pt"}) {
     std::vector<std::u16string> codes = {language};
-    for (const mLang::CatalogueRow& row : mLang::CatalogueRows()) {
+    for (const mLang::CatalogueRow& row : mLang::CatalogueRows())
       if (row.code.substr(0, row.code.find(u'-')) == language) codes.emplace_back(row.code);
-    }
     std::vector<std::u16string> first;  // the texts under the two letters
     for (const std::u16string& code : codes) {
       SCOPED_TRACE(base::Narrow(code));
@@ -79,9 +74,8 @@ TEST(ShippedLanguageFile, EveryCodeOfAShippedLanguageSpeaksIt) {
       dir.Write(u"TvEject_lng.xml", shipped);
       EXPECT_EQ(app::LoadCompanionLanguage(dir.u16()), code);
       EXPECT_EQ(lang.LangID(), code) << "the companions chose another element";
-      for (std::size_t i = companions; i < keys.size(); ++i) {
+      for (std::size_t i = companions; i < keys.size(); ++i)
         EXPECT_EQ(app::CompanionText(keys[i]), texts[i]) << base::Narrow(keys[i]);
-      }
       if (first.empty()) first = texts;
       EXPECT_EQ(texts, first) << "a region speaks differently from its language";
     }

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "base/text.h"
 #include "support/ansi.h"
 #include "support/log_capture.h"
 #include "text/encoding.h"
@@ -59,27 +60,22 @@ TEST(Strings, SplitLinesAddBackSlashAndPathRoot) {
   EXPECT_EQ(log.lines, std::vector<std::u16string>{u"Error 5 (Invalid procedure call or argument) "
                                                    u"in Function mStringTools.SplitLines"});
   // The separator added is the kind the path already uses, "/" winning a mixed one.
-  for (auto [path, result] : {std::pair<std::u16string, std::u16string>{u"C:/data", u"C:/data/"},
-                              {u"C:\\data", u"C:\\data\\"},
-                              {u"C:\\data/", u"C:\\data/"},
-                              {u"", u"\\"},
-                              {u"C:\\a/b\\c", u"C:\\a/b\\c/"}}) {
+  using Pairs = std::vector<std::pair<std::u16string, std::u16string>>;
+  // clang-format off
+  const Pairs with_slash = {{u"C:/data", u"C:/data/"}, {u"C:\\data", u"C:\\data\\"},
+      {u"C:\\data/", u"C:\\data/"}, {u"", u"\\"}, {u"C:\\a/b\\c", u"C:\\a/b\\c/"}};
+  const Pairs roots = {{u"\\\\?\\E:\\apps\\x.exe", u"E:\\"}, {u"E:", u"E:\\"},
+      {u"E:/apps/x.exe", u"E:\\"}, {u"apps\\x.exe", u""}, {u"E:apps", u""},
+      {u"//server/share/dir", u"\\\\server\\share\\"},
+      {u"\\\\server\\share", u"\\\\server\\share\\"}, {u"\\\\server", u"\\\\server\\"},
+      {u"/tmp/x", u""}, {u"", u""}};
+  // clang-format on
+  for (auto [path, result] : with_slash) {
     EXPECT_EQ(mStringTools::AddBackSlash(path), result);
     EXPECT_EQ(path, result) << "the argument is changed too";
   }
-  for (auto [path, root] :
-       {std::pair<std::u16string, std::u16string>{u"\\\\?\\E:\\apps\\x.exe", u"E:\\"},
-        {u"E:", u"E:\\"},
-        {u"E:/apps/x.exe", u"E:\\"},
-        {u"apps\\x.exe", u""},
-        {u"E:apps", u""},
-        {u"//server/share/dir", u"\\\\server\\share\\"},
-        {u"\\\\server\\share", u"\\\\server\\share\\"},
-        {u"\\\\server", u"\\\\server\\"},
-        {u"/tmp/x", u""},
-        {u"", u""}}) {
-    EXPECT_EQ(mStringTools::PathRoot(path), root) << std::string(path.begin(), path.end());
-  }
+  for (const auto& [path, root] : roots)
+    EXPECT_EQ(mStringTools::PathRoot(path), root) << base::Narrow(path);
 }
 
 }  // namespace
