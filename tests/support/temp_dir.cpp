@@ -49,7 +49,10 @@ std::u16string TempDir::Write(std::u16string_view name, std::string_view bytes) 
 }
 
 std::string TempDir::Read(std::u16string_view name) const {
-  std::ifstream in(path_ / fs::path(std::u16string(name)), std::ios::binary);
+  // A folder reads as nothing (the stream would throw reading it).
+  const fs::path file = path_ / fs::path(std::u16string(name));
+  if (!fs::is_regular_file(file)) return std::string();
+  std::ifstream in(file, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
