@@ -42,25 +42,23 @@ TEST(MsgBox, BuildsTheBoxThePlatformShows) {
   } rows[] = {{u"", 1, -1, false, "40 0 1 Tarvel USB Eject v2.0.12|Line \xc3\xa9"},
               {u"Mon titre \u2713", 64, -1, true, "40 0 8256 Mon titre \xe2\x9c\x93|Line \xc3\xa9"},
               {u"T", 0, 0x1234, false, "40 4660 0 T|Line \xc3\xa9"}};
+  os::fault::Scope scope;
+  std::string seen;
+  os::fault::SetMessageBoxAnswer([&](const os::MessageBoxParams& p) -> std::int32_t {
+    if (p.text == std::u16string_view(u"fail")) base::Raise(base::kTypeMismatch);
+    seen = std::to_string(p.size) + " " + std::to_string(p.owner) + " " + std::to_string(p.style) +
+           " " + base::Narrow(p.caption) + "|" + base::Narrow(p.text);
+    return 2;
+  });
   for (const auto& row : rows) {
-    os::fault::Scope scope;
-    std::string seen;
-    os::fault::SetMessageBoxAnswer([&](const os::MessageBoxParams& p) {
-      seen = std::to_string(p.size) + " " + std::to_string(p.owner) + " " +
-             std::to_string(p.style) + " " + base::Narrow(p.caption) + "|" + base::Narrow(p.text);
-      return 2;
-    });
     EXPECT_EQ(mUnicodePatch::MsgBox(u"Line \u00e9", row.buttons, row.title, u"", 0, row.owner,
                                     row.task_modal),
               2);
     EXPECT_EQ(seen, row.seen);
   }
   // A failure inside is logged and answers 0.
-  os::fault::Scope scope;
   LogCapture log;
-  os::fault::SetMessageBoxAnswer(
-      [](const os::MessageBoxParams&) -> std::int32_t { base::Raise(base::kTypeMismatch); });
-  EXPECT_EQ(mUnicodePatch::MsgBox(u"text", 1), 0);
+  EXPECT_EQ(mUnicodePatch::MsgBox(u"fail", 1), 0);
   EXPECT_EQ(log.lines, std::vector<std::u16string>{
                            u"Erreur 13 (Type mismatch) dans Function mUnicodePatch.MsgBox"});
 }
