@@ -60,7 +60,7 @@ TEST(RunEject, Scenarios) {
       {"cancel", kConfig, "out 2", "7", os::kIdCancel, {kIntro}, {1}, 0},
       {"closer missing", kConfig, nullptr, nullptr, os::kIdOk, {kIntro, kCloseError}, {1, 16}, 0},
       {"count 0", kConfig, "out 0", nullptr, os::kIdOk, {kIntro}, {1}, 2},
-      {"count with blanks and a word", kConfig, "out   3 apps", nullptr, os::kIdOk,
+      {"count with blanks and a word", kConfig, "out   1 app", nullptr, os::kIdOk,
        {kIntro, kStillRunning}, {1, 64}, 1},
       {"not a number", kConfig, "out abc", nullptr, os::kIdOk, {kIntro}, {1}, 2},
       {"stale result, closer writes nothing", kConfig, "", "5", os::kIdOk, {kIntro}, {1}, 2},
