@@ -8,7 +8,6 @@
 
 namespace {
 
-using xml_test::Dump;
 using xml_test::Node;
 
 TEST(XmlWriter, WritesOneElementPerLineIndentedByTabs) {
@@ -60,20 +59,6 @@ TEST(XmlWriter, IndentLeavesCdataLinesAlone) {
       {u"a", -1, u"\t", u""}};
   for (const auto& [text, level, indent, out] : cases)
     EXPECT_EQ(cXmlNode::Indent(text, level, indent), out);
-}
-
-TEST(XmlWriter, RoundTripGivesTheSameTree) {
-  XmlNodePtr root =
-      Node({u"cfg", u"", {{u"v", u"1 & \"2\""}}},
-           {Node({u"Language", u"fr"}),
-            Node(u"Messages", {Node({u"Err", u"<![CDATA[a\r\n<b>]]>"}), Node({u"T", u"x > y"})}),
-            Node({u"bin", u"\u00E9\u0001", {{u"ContentEncoding", u"base64"}}}), Node(u"empty")});
-  const std::u16string text = root->XmlData();
-  for (bool full : {false, true}) {
-    XmlNodePtr back = xml_test::Read(text, full);
-    EXPECT_EQ(Dump(back), Dump(root));
-    EXPECT_EQ(back->XmlData(), text);
-  }
 }
 
 }  // namespace
