@@ -50,7 +50,15 @@ const Lines kDeleteB = {u"d:Deleted",         u"c:ChildDeleted(d)",    u"b:Child
 // throwing listener ends its own part of the walk only, and is logged.
 TEST(XmlNodeEvents, EachChangeFamilyInItsOrder) {
   const std::pair<std::function<void(Tree&)>, Lines> rows[] = {
-      {[](Tree& t) { t.c->Value(u"x"); },
+      {[](Tree& t) {
+         // The name, the encoding and the raw text raise nothing, nor the same Value; another
+         // case is another text.
+         t.c->RawValue(u"X");
+         t.c->Name(u"c");
+         t.c->XMLEncoding(u"utf-8");
+         t.c->Value(u"X");
+         t.c->Value(u"x");
+       },
        {u"c:Modified()", u"b:ChildModified(c,)", u"a:ChildModified(c,)", u"root:ChildModified(c,)",
         u"d:ParentModifed(c,)"}},
       {[](Tree& t) { t.a->Attribut(u"id", u"7"); },
@@ -80,6 +88,19 @@ TEST(XmlNodeEvents, EachChangeFamilyInItsOrder) {
          t.a->DelChild(t.b);
        },
        kDeleteB},
+      // Release deletes the children with their events, keeps the node and clears its link
+      // only: the parent still lists it.
+      {[](Tree& t) {
+         t.a->Attribut(u"k", u"v");
+         t.events.clear();
+         t.a->Release();
+         EXPECT_EQ(xml_test::Dump(t.a) + t.root->Child(1)->Name(), u"aa");
+         EXPECT_TRUE(!t.a->Parent() && t.b->Deleted && !t.a->Deleted);
+       },
+       {u"s:Deleted", u"a:ChildDeleted(s)", u"root:ChildDeleted(s)", u"d:Deleted",
+        u"c:ChildDeleted(d)", u"b:ChildDeleted(d)", u"a:ChildDeleted(d)", u"root:ChildDeleted(d)",
+        u"c:Deleted", u"b:ChildDeleted(c)", u"a:ChildDeleted(c)", u"root:ChildDeleted(c)",
+        u"b:Deleted", u"a:ChildDeleted(b)", u"root:ChildDeleted(b)"}},
       {[](Tree& t) {
          t.b->RaiseNodeEvent(u"Go");
          t.d->RaiseNodeEvent(u"Ping");  // a missing list is made empty
