@@ -32,14 +32,12 @@ TEST(XmlNodeChildren, ChildValueAndChildAttribut) {
   Lines events;
   auto rec = Recorder::On({p}, events);
   p->ChildValue(u"new", u"1");
-  EXPECT_EQ(p->Child(3)->Value(), u"1");
   EXPECT_EQ(events, Lines{u"p:ChildAdded(new)"});
   // The getter finds with FindNode, so the node's own name answers first; the setter takes a
   // dotted path and makes it.
   EXPECT_EQ(p->ChildAttribut(u"p", u"id") + p->ChildAttribut(u"a", u"id"), u"self");
   p->ChildAttribut(u"a.b", u"id", u"7");
-  EXPECT_EQ(p->GetChildNode(u"a.b")->Attribut(u"id"), u"7");
-  EXPECT_EQ(ChildNames(p), u"Lang,lang,new,a");
+  EXPECT_EQ(Dump(p), u"p[id=self]{Lang\"de\";lang\"en\";new\"1\";a{b[id=7]}}");
 }
 
 TEST(XmlNodeChildren, AddChildPositions) {
@@ -159,8 +157,7 @@ TEST(XmlNodeChildren, DelChildsAndDeleteEmptyChilds) {
   XmlNodePtr keep = Node(u"keep", {Node({u"t2", u"", {{u"tmp", u"1"}}}), Node(u"k2")});
   XmlNodePtr root = Node(u"root", {t1, keep});
   root->DelChilds(rules);
-  EXPECT_EQ(Dump(root), u"root{keep{k2}}");
-  EXPECT_TRUE(t1->Deleted);
+  EXPECT_EQ(Dump(root) + (t1->Deleted ? u"+" : u"-"), u"root{keep{k2}}+");
   // Recursive: holder is emptied first, then deleted itself. The Value of an empty CDATA is
   // empty.
   for (bool recursive : {false, true}) {
