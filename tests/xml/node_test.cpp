@@ -19,21 +19,18 @@ std::u16string NameOf(const XmlNodePtr& n) {
   return n ? n->Name() : u"-";
 }
 
-TEST(XmlNodeValue, StripsCdataMarkersOnlyWhenBothArePresent) {
-  const std::pair<const char16_t*, const char16_t*> rows[] = {
+TEST(XmlNodeValueAndAttributes, CdataMarkersAndAttributeUpdates) {
+  const std::pair<const char16_t*, const char16_t*> values[] = {
       {u"<![CDATA[a<b]]>", u"a<b"},
       {u"<![CDATA[]]>", u""},
       {u"<![CDATA[a<b", u"<![CDATA[a<b"},
       {u"a<b]]>", u"a<b]]>"},
       {u" <![CDATA[x]]>", u" <![CDATA[x]]>"},  // the marker must open the text
       {u"<![CDATA[<![CDATA[x]]>]]>", u"<![CDATA[x]]>"}};
-  for (const auto& [raw, value] : rows) {
+  for (const auto& [raw, value] : values) {
     XmlNodePtr n = Node({u"n", raw});
     EXPECT_EQ(n->Value() + u"|" + n->RawValue(), value + (u"|" + std::u16string(raw)));
   }
-}
-
-TEST(XmlNodeAttributes, UpdateRulesKeepPositionsAndReportChanges) {
   // Found without regard to case: position and name kept; the same value raises nothing; an
   // empty value removes (or adds nothing); a removed name comes back at the end.
   const std::tuple<const char16_t*, const char16_t*, const char16_t*, bool> steps[] = {
@@ -253,7 +250,7 @@ TEST(XmlTreeShapes, MillionLevelsAndMillionChildren) {
   EXPECT_EQ(cXmlNode::LiveNodeCount(), live);  // no nested destructor per level either
 }
 
-TEST(XmlPath, Forms) {
+TEST(XmlPath, FormsAndChildPaths) {
   XmlNodePtr c = Node({u"c", u"", {{u"name", u"nc"}}});
   XmlNodePtr a = Node(u"a", {Node({u"b", u"", {{u"id", u"7"}, {u"name", u"nb"}}}, {c})});
   XmlNodePtr e2 = Node(u""), e1 = Node(u"", {e2}), top = Node(u"a", {e1});
@@ -274,17 +271,16 @@ TEST(XmlPath, Forms) {
   EXPECT_EQ(c->Path(u"", u".", Node(u"elsewhere")), u"a.b.c.");
   EXPECT_EQ(log.lines, Lines{u"Erreur 91 (Object variable or With block variable not set) dans "
                              u"Property cXmlNode.Path"});
-}
-
-TEST(XmlChildPath, GetChildValueAndNodeReadAndCreateOnRequest) {
   XmlNodePtr root = Node(u"cfg", {Node({u"a", u"", {{u"id", u"A"}}}, {Node({u"b", u"B"})})});
   // A missing step makes nothing unless asked; no steps is the node itself; empty steps are
   // empty names, and the first made answers the second step for itself.
-  const std::tuple<const char16_t*, bool, const char16_t*, const char16_t*, std::int32_t> rows[] = {
-      {u"a.b", false, u"", u"B", 2},  {u"A.B", false, u"", u"B", 2},  {u"a", false, u"id", u"A", 2},
-      {u"a", false, u"none", u"", 2}, {u"a.x.y", false, u"", u"", 2}, {u"", false, u"", u"", 2},
-      {u"a.x.y", true, u"", u"", 4},  {u"a..", true, u"", u"", 5},    {u"a..", false, u"", u"", 5}};
-  for (const auto& [path, create, attr, value, nodes_after] : rows) {
+  const std::tuple<const char16_t*, bool, const char16_t*, const char16_t*, std::int32_t> steps[] =
+      {{u"a.b", false, u"", u"B", 2},  {u"A.B", false, u"", u"B", 2},
+       {u"a", false, u"id", u"A", 2},  {u"a", false, u"none", u"", 2},
+       {u"a.x.y", false, u"", u"", 2}, {u"", false, u"", u"", 2},
+       {u"a.x.y", true, u"", u"", 4},  {u"a..", true, u"", u"", 5},
+       {u"a..", false, u"", u"", 5}};
+  for (const auto& [path, create, attr, value, nodes_after] : steps) {
     EXPECT_EQ(root->GetChildValue(path, create, attr), value) << base::Narrow(path);
     EXPECT_EQ(root->NodeCount(), nodes_after) << base::Narrow(path);
   }

@@ -95,7 +95,7 @@ TEST(XmlParser, DeclarationSetsVersionAndOnlyOnRequestTheEncoding) {
   EXPECT_EQ(Dump(Read(u"<?x<!-- -->ml v=\"1\"?><a/>", true)), u"a");
 }
 
-TEST(XmlParser, LazyReadingKeepsChildrenAsleepUntilAskedAndRaisesOnlyOnAssignment) {
+TEST(XmlParser, LazyReadingKeepsChildrenAsleepUntilAskedAndTheFullPathDeletesThemWithEvents) {
   XmlNodePtr root = xml_test::Node(u"root");
   XmlNodePtr n = cXmlNode::Create();
   root->AddChild(n);
@@ -124,9 +124,6 @@ TEST(XmlParser, LazyReadingKeepsChildrenAsleepUntilAskedAndRaisesOnlyOnAssignmen
   // A comment alone stays asleep and reads as nothing.
   XmlNodePtr c = Read(u"<!-- only -->");
   EXPECT_TRUE(c->IsSleeping() && c->ChildCount() == 0 && !c->IsSleeping());
-}
-
-TEST(XmlParser, FullPathDeletesChildrenWithEvents) {
   // Awake or still asleep, the old children go with their events.
   for (const XmlNodePtr& n :
        {xml_test::Node(u"n", {xml_test::Node(u"old")}), Read(u"<n><old/></n>")}) {

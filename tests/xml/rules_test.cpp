@@ -75,7 +75,7 @@ TEST(XmlRules, MatchRuleCasesAndGetParent) {
   for (const auto& [depth, parent] : parents) EXPECT_EQ(title->GetParent(depth), parent) << depth;
 }
 
-TEST(XmlRules, NodeMatchPairsByNameAndTheApplicableRulesKeys) {
+TEST(XmlRules, NodeMatchAndFindFirstMatch) {
   // Pair "item" elements by id (and the parent's lang), only where kind is "file".
   XmlNodePtr rules = R({Rule(u"list.item", {Attr(u"kind", u"file", u"filter"), Attr(u"id"),
                                             Attr(u"lang", u"", u"", u"1")})});
@@ -109,17 +109,15 @@ TEST(XmlRules, NodeMatchPairsByNameAndTheApplicableRulesKeys) {
   EXPECT_TRUE(a->Match(rules, tree({u"1", u"2"}), true) && a->Match(rules, tree({u"1", u"3"})));
   EXPECT_FALSE(a->Match(rules, tree({u"1", u"3"}), true) ||
                a->Match(rules, tree({u"2", u"1"}), true) || a->Match(rules, tree({u"1"}), true));
-}
-
-TEST(XmlRules, FindFirstMatchSearchesPreOrderWithinTheDepth) {
-  XmlNodePtr rules = R({Rule(u"", {Attr(u"id")})});
+  // FindFirstMatch: the first in pre-order, at most max_depth levels down.
+  rules = R({Rule(u"", {Attr(u"id")})});
   XmlNodePtr deep = Item(u"x", u"9"), first = Item(u"x", u"9");
   XmlNodePtr root = Node(u"root", {Node(u"a", {Node(u"b", {deep})}), Node(u"c", {first})});
   XmlNodePtr probe = Item(u"X", u"9");
-  EXPECT_EQ(root->FindFirstMatch(rules, probe, 3), deep);
-  EXPECT_EQ(root->FindFirstMatch(rules, probe, 2), first);
-  EXPECT_EQ(root->FindFirstMatch(rules, probe, 1), nullptr);
-  EXPECT_EQ(deep->FindFirstMatch(rules, probe, 0), deep);
+  EXPECT_EQ(
+      std::make_tuple(root->FindFirstMatch(rules, probe, 3), root->FindFirstMatch(rules, probe, 2),
+                      root->FindFirstMatch(rules, probe, 1), deep->FindFirstMatch(rules, probe, 0)),
+      std::make_tuple(deep, first, XmlNodePtr(), deep));
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ namespace {
 
 using xml_test::Node;
 
-TEST(XmlWriter, WritesOneElementPerLineIndentedByTabs) {
+TEST(XmlWriter, WritesOneElementPerLineIndentedByTabsInItsEncoding) {
   const std::pair<XmlNodePtr, const char16_t*> cases[] = {
       {Node(u"a"), u"<a/>"},
       {Node({u"a", u"", {{u"x", u"1 < 2"}, {u"y&", u"'\""}}}),
@@ -36,9 +36,6 @@ TEST(XmlWriter, WritesOneElementPerLineIndentedByTabs) {
   EXPECT_EQ(std::make_tuple(body.size(), body.find(u"\r\n"), body.rfind(u"\r\n")),
             std::make_tuple(268u + 4 * 2, 81u, 268u + 3 * 2));
   EXPECT_EQ(cXmlNode::Create()->CreateChild(text)->RawValue(), value);
-}
-
-TEST(XmlWriter, Utf8EncodingWritesBytesAsCharacters) {
   XmlNodePtr root = Node(u"r", {Node({u"c", u"\u00E9", {{u"k", u"\u20AC"}}})});
   root->XMLEncoding(u"UTF-8");
   EXPECT_EQ(root->XmlData(), u"<r>\r\n\t<c k=\"\u00E2\u201A\u00AC\">\u00C3\u00A9</c>\r\n</r>");
