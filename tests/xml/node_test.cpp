@@ -73,15 +73,11 @@ TEST(XmlNodeTree, VersionEncodingParentAndIndex) {
   a->EmancipateChild(1);
   a->EmancipateChild(b->Index() == 1 ? b : nullptr);
   EXPECT_EQ(c->XMLVersion(), u"2.0");
-  // The parent setter takes the node out of the old list but does not put it into the new;
-  // clearing the link leaves the old parent's list alone.
+  // The parent setter takes the node out of the old list but does not put it into the new.
   XmlNodePtr p2 = Node(u"p2");
   c->Parent(p2);
   EXPECT_EQ(std::make_tuple(b->ChildCount(), p2->ChildCount(), c->Parent(), c->Index()),
             std::make_tuple(0, 0, p2, 0));
-  p2->AddChild(c);
-  c->Parent(nullptr);
-  EXPECT_EQ(std::make_tuple(p2->ChildCount(), c->Index()), std::make_tuple(1, 1));
 }
 
 // Members handed nothing for a node or a position past the children answer their neutral
@@ -179,14 +175,6 @@ TEST(XmlLifecycle, SleepKeepsTheTextAndSparesTheBranchesHeldFromOutside) {
   EXPECT_EQ(held->Parent(), root->Child(1));  // in place
   held->Value(u"2");
   EXPECT_EQ(root->GetChildValue(u"a.a1"), u"2");
-  // A detached subtree offers its sleep text to its own top node.
-  events.clear();
-  XmlNodePtr a = root->Child(1);
-  root->EmancipateChild(1);
-  a->AddEventSink(rec);
-  a->Child(2)->WakeUp(true);
-  a->Child(2)->Sleep();
-  EXPECT_EQ(events, Lines{u"a:SaveSleepData(a2,<a2/>)"});
 }
 
 // A chain of a million nested nodes and a node with a million children, as users' files and
@@ -292,11 +280,10 @@ TEST(XmlPath, FormsAndChildPaths) {
   root->GetChildNode(u"p/q", true, false, u"/");
   EXPECT_EQ(events, (Lines{u"x:ChildAdded(p)", u"x:ChildAdded(q)"}));
   EXPECT_EQ(root->GetChildNode(u"p/q", false, false, u"/")->Path(), u"x.p.q");
-  EXPECT_EQ(root->GetChildNode(u"p/q"), nullptr);  // with ".", one step named "p/q"
-  // FindNode tests the current node first: a step named like the node itself stays there.
-  EXPECT_EQ(root->GetChildNode(u"x.y")->Name(), u"y");
-  EXPECT_EQ(root->GetChildNode(u"z"), nullptr);
-  EXPECT_EQ(root->GetChildNode(u"z", false, true)->Name(), u"z");
+  // With ".", one step named "p/q"; FindNode tests the current node first (a step named like
+  // the node itself stays there) and is handed recursive.
+  EXPECT_TRUE(!root->GetChildNode(u"p/q") && root->GetChildNode(u"x.y")->Name() == u"y" &&
+              !root->GetChildNode(u"z") && root->GetChildNode(u"z", false, true)->Name() == u"z");
 }
 
 // Fields past the end of the text are short, then empty; a negative length or separator is
