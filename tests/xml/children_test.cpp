@@ -181,29 +181,27 @@ TEST(XmlNodeChildren, CloneAndCopyItemData) {
   EXPECT_TRUE(!copy->Parent() && !copy->EventProxyObject() && copy->XMLVersion().empty());
   EXPECT_EQ(copy->XMLEncoding(), u"utf-8");  // inherited on the source, own on the copy
   EXPECT_EQ(Dump(copy), u"inner[id=1,x=2]{leaf[k=v]\"a<b\"}");  // markers go
-  EXPECT_TRUE(copy->ItemData == 3 && copy->Child(1)->ItemData == 4 &&
-              copy->Child(1)->Parent() == copy);
   copy->Child(1)->Attribut(u"k", u"changed");
-  EXPECT_EQ(leaf->Attribut(u"k"), u"v");
+  EXPECT_TRUE(copy->ItemData == 3 && copy->Child(1)->ItemData == 4 &&
+              copy->Child(1)->Parent() == copy && leaf->Attribut(u"k") == u"v");
 
-  // root > (a, b > extra_b x e), extra_top x c: where child counts differ nothing is copied at
-  // that level or below.
-  const auto tree = [](std::int32_t data, int extra_b, int extra_top) {
-    XmlNodePtr b = Node(u"b");
-    for (int i = 0; i < extra_b; ++i) b->AddChild(Node(u"e"));
-    XmlNodePtr root = Node(u"root", {Node(u"a"), b});
-    for (int i = 0; i < extra_top; ++i) root->AddChild(Node(u"c"));
-    std::tie(root->ItemData, root->Child(1)->ItemData, b->ItemData) =
-        std::make_tuple(data, data + 1, data + 2);
-    return root;
+  // ItemData numbered in document order from first; read back the same way. Where child
+  // counts differ nothing is copied at that level or below.
+  const auto numbered = [](const char16_t* text, std::int32_t first) {
+    XmlNodePtr top = xml_test::Read(text, true);
+    for (XmlNodePtr n = top; n; n = n->NextNode()) n->ItemData = first++;
+    return top;
   };
-  using Data = std::tuple<std::int32_t, std::int32_t, std::int32_t>;
-  const std::tuple<int, int, Data> rows[] = {
-      {1, 0, {10, 11, 12}}, {2, 0, {10, 11, 2}}, {1, 1, {0, 1, 2}}};
-  for (const auto& [extra_b, extra_top, data] : rows) {
-    XmlNodePtr to = tree(0, extra_b, extra_top);
-    tree(10, 1, 0)->CopyItemDataTo(to);
-    EXPECT_EQ(Data(to->ItemData, to->Child(1)->ItemData, to->Child(2)->ItemData), data);
+  const std::pair<const char16_t*, const char16_t*> rows[] = {
+      {u"<r><a/><b><e/></b></r>", u"10 11 12 13 "},
+      {u"<r><a/><b><e/><e/></b></r>", u"10 11 2 3 4 "},
+      {u"<r><a/><b><e/></b><c/></r>", u"0 1 2 3 4 "}};
+  for (const auto& [text, data] : rows) {
+    XmlNodePtr to = numbered(text, 0);
+    numbered(u"<r><a/><b><e/></b></r>", 10)->CopyItemDataTo(to);
+    std::u16string read;
+    for (XmlNodePtr n = to; n; n = n->NextNode()) read += base::ToText(n->ItemData) + u" ";
+    EXPECT_EQ(read, data);
   }
 }
 

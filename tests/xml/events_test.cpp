@@ -29,16 +29,6 @@ struct Thrower : xml::XmlNodeEvents {
   void ParentModifed(cXmlNode&, const XmlNodePtr&, const std::u16string&) override { throw 1; }
 };
 
-// Runs its action once, on the first deletion it hears.
-struct Subscriber : xml::XmlNodeEvents {
-  std::function<void()> once = [] {};
-  void Deleted(cXmlNode&) override { Fire(); }
-  void ChildDeleted(cXmlNode&, const XmlNodePtr&) override { Fire(); }
-  void Fire() {
-    std::exchange(once, [] {})();
-  }
-};
-
 // The events as one text, each followed by a blank.
 std::u16string Joined(const Lines& events) {
   std::u16string text;
@@ -87,10 +77,11 @@ TEST(XmlNodeEvents, EachChangeFamilyInItsOrder) {
       // A listener that the root gains during a delete hears the rest of it, even
       // within the same raise.
       {[](Tree& t) {
-         auto sub = std::make_shared<Subscriber>();
-         sub->once = [&t] { t.root->AddEventSink(t.rec); };
+         auto receiver = std::make_shared<xml::EventReceiver>();
+         receiver->RegisterMethod(u"m", [&t](auto&, auto&) { t.root->AddEventSink(t.rec); });
          t.root->RemoveEventSink(t.rec.get());
-         t.d->AddEventSink(sub);
+         t.d->EventProxyObject(receiver);
+         t.d->EventProxyFunctionName(u"m");
          t.a->DelChild(t.b);
        },
        kDeleteB},
