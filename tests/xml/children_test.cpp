@@ -4,7 +4,6 @@
 #include <tuple>
 
 #include "base/text.h"
-#include "xml/node.h"
 #include "xml_test_util.h"
 
 namespace {
@@ -172,9 +171,9 @@ TEST(XmlNodeChildren, DelChildsAndDeleteEmptyChilds) {
 TEST(XmlNodeChildren, CloneAndCopyItemData) {
   XmlNodePtr leaf = Node({u"leaf", u"<![CDATA[a<b]]>", {{u"k", u"v"}}});
   XmlNodePtr inner = Node({u"inner", u"dropped", {{u"id", u"1"}, {u"x", u"2"}}}, {leaf});
-  XmlNodePtr root = Node(u"root", {inner});
+  XmlNodePtr root = xml_test::Read(u"<?xml version=\"1.0\"?><root/>");
+  root->AddChild(inner);
   root->XMLEncoding(u"utf-8");
-  XmlNodeTestPeer::SetXmlVersion(*root, u"1.0");
   inner->EventProxyObject(std::make_shared<xml::EventReceiver>());
   std::tie(inner->ItemData, leaf->ItemData) = std::make_pair(3, 4);
   XmlNodePtr copy = inner->Clone();

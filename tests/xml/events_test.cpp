@@ -2,9 +2,7 @@
 
 #include <functional>
 #include <tuple>
-#include <utility>
 
-#include "xml/node.h"
 #include "xml_test_util.h"
 
 namespace {

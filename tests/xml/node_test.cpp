@@ -62,9 +62,11 @@ TEST(XmlNodeValueAndAttributes, CdataMarkersAndAttributeUpdates) {
 }
 
 TEST(XmlNodeTree, VersionEncodingParentAndIndex) {
-  XmlNodePtr c = Node(u"c"), b = Node(u"b", {c}), a = Node(u"a", {Node(u"x"), b});
-  XmlNodeTestPeer::SetXmlVersion(*a, u"1.0");
-  XmlNodeTestPeer::SetXmlVersion(*b, u"2.0");  // never read while b has a parent
+  // b's own version is never read while b has a parent.
+  XmlNodePtr a = xml_test::Read(u"<?xml version=\"1.0\"?><a><x/></a>", true), c = Node(u"c");
+  XmlNodePtr b = xml_test::Read(u"<?xml version=\"2.0\"?><b/>", true);
+  a->AddChild(b);
+  b->AddChild(c);
   a->XMLEncoding(u"utf-8");
   EXPECT_EQ(c->XMLVersion() + c->XMLEncoding(), u"1.0utf-8");
   b->XMLEncoding(u"windows-1252");

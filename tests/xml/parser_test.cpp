@@ -3,7 +3,6 @@
 #include <tuple>
 
 #include "base/text.h"
-#include "xml/node.h"
 #include "xml/scan.h"
 #include "xml_test_util.h"
 
@@ -75,9 +74,7 @@ TEST(XmlParser, DeclarationSetsVersionAndOnlyOnRequestTheEncoding) {
            u"windows-1252", u"a\"\u00C3\u00A9\""}};
   for (const auto& [ignore, text, version, encoding, tree] : cases) {
     for (bool full : {false, true}) {
-      XmlNodePtr n = cXmlNode::Create();
-      n->IgnoreDataXmlEncoding = ignore;
-      full ? n->XmlData___NonRecursif(text) : n->XmlData(text);
+      XmlNodePtr n = Read(text, full, !ignore);
       EXPECT_EQ(n->XMLVersion() + u"|" + n->XMLEncoding() + u"|" + Dump(n),
                 version + (u"|" + std::u16string(encoding)) + u"|" + tree);
     }
@@ -85,9 +82,7 @@ TEST(XmlParser, DeclarationSetsVersionAndOnlyOnRequestTheEncoding) {
   // The lazy path cuts every declaration, the full path only the first: the second is then
   // read as an element named "?xml", which closes itself.
   const char16_t* two = u"<?xml encoding=\"utf-8\"?><?xml version=\"2\"?><a>\u00C3\u00A9</a>";
-  XmlNodePtr lazy = cXmlNode::Create();
-  lazy->IgnoreDataXmlEncoding = false;
-  lazy->XmlData(two);
+  XmlNodePtr lazy = Read(two, false, true);
   EXPECT_EQ(Dump(lazy) + lazy->XMLEncoding(), u"a\"\u00E9\"utf-8");
   EXPECT_EQ(Dump(Read(two, true)), u"?xml[version=2]");
   // A comment cut that joins a declaration: the lazy path stripped declarations before.

@@ -2,7 +2,6 @@
 
 #include <tuple>
 
-#include "xml/node.h"
 #include "xml_test_util.h"
 
 namespace {

@@ -3,7 +3,6 @@
 #include <tuple>
 
 #include "base/text.h"
-#include "xml/node.h"
 #include "xml_test_util.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // Helpers for the cXmlNode tests: building small trees inline, recording events and log lines,
-// and reaching the few internals a test must set (the event lock, the version).
+// and reaching the few internals a test must set (the event lock).
 #pragma once
 
 #include <initializer_list>
@@ -16,9 +16,6 @@
 // Internals that only a wake-up or the reader sets.
 struct XmlNodeTestPeer {
   static void SetEventLockFlag(cXmlNode& node, bool on) { node.event_lock_flag_ = on; }
-  static void SetXmlVersion(cXmlNode& node, std::u16string_view v) {
-    node.GetExtras().xml_version.assign(v);
-  }
   // Raises the Deleted family on a node as it stands (children included).
   static void RaiseDeleted(cXmlNode& node) { node.RaiseDeleted(node.EventLock(), nullptr); }
 };
@@ -48,9 +45,11 @@ inline XmlNodePtr Node(const char16_t* name, std::initializer_list<XmlNodePtr> c
   return Node(NodeDef{name, {}, {}}, children);
 }
 
-// A node read lazily (XmlData) or all at once (XmlData___NonRecursif).
-inline XmlNodePtr Read(std::u16string_view text, bool full = false) {
+// A node read lazily (XmlData) or all at once (XmlData___NonRecursif), taking a declaration's
+// encoding on request.
+inline XmlNodePtr Read(std::u16string_view text, bool full = false, bool encoding = false) {
   XmlNodePtr n = cXmlNode::Create();
+  n->IgnoreDataXmlEncoding = !encoding;
   full ? n->XmlData___NonRecursif(text) : n->XmlData(text);
   return n;
 }
