@@ -44,7 +44,6 @@ TEST(XmlRules, MatchRuleCasesAndGetParent) {
       {R({Rule(u"List.item")}), item, false},                   // path is case-sensitive
       {R({Node(u"matchrule")}), item, false},                   // rule element name is exact
       {R({Rule(u"", {Attr(u"id")})}), item, true},              // attribute exists
-      {R({Rule(u"", {Attr(u"ID")})}), item, false},             // attribute name exact
       {R({Rule(u"", {Attr(u"kind", u"file")})}), item, true},   // attribute value
       {R({Rule(u"", {Attr(u"kind", u"File")})}), item, false},  // attribute value exact
       {R({Rule(u"", {Criterion(u"Child", u"TITLE")})}), item, true},         // child exists
