@@ -20,7 +20,7 @@ const std::u16string kAddRange =
 const std::u16string kAddRefused =
     u"Erreur 5 (Invalid procedure call or argument) dans Function cXmlNode.AddChild";
 
-TEST(XmlNodeChildren, ChildValueAndChildAttribut) {
+TEST(XmlNodeChildren, ChildValueChildAttributAndAddChildPositions) {
   XmlNodePtr p =
       Node({u"p", u"", {{u"id", u"self"}}}, {Node({u"Lang", u"fr"}), Node({u"lang", u"en"})});
   EXPECT_EQ(p->ChildValue(u"LANG") + p->ChildValue(u"none"), u"fr");
@@ -37,9 +37,6 @@ TEST(XmlNodeChildren, ChildValueAndChildAttribut) {
   EXPECT_EQ(p->ChildAttribut(u"p", u"id") + p->ChildAttribut(u"a", u"id"), u"self");
   p->ChildAttribut(u"a.b", u"id", u"7");
   EXPECT_EQ(Dump(p), u"p[id=self]{Lang\"de\";lang\"en\";new\"1\";a{b[id=7]}}");
-}
-
-TEST(XmlNodeChildren, AddChildPositions) {
   using Pos = std::optional<std::int32_t>;
   // Before, after, children after, result, index of the new node, log line.
   const std::tuple<Pos, Pos, const char16_t*, std::int32_t, std::int32_t, std::u16string> rows[] = {
@@ -58,7 +55,7 @@ TEST(XmlNodeChildren, AddChildPositions) {
     EXPECT_EQ(n->Index(), index);
     EXPECT_EQ(log.lines, line.empty() ? Lines{} : Lines{line});
   }
-  XmlNodePtr p = Node(u"p", {Node(u"x"), Node(u"y")});
+  p = Node(u"p", {Node(u"x"), Node(u"y")});
   EXPECT_EQ(p->CreateChild(u"<m/>", 2)->Index(), 2);
   EXPECT_EQ(ChildNames(p), u"x,m,y");
 }

@@ -43,7 +43,7 @@ const std::u16string kDeleteB =
 // an added subtree hears its new parent; a deleted one goes depth-first, each node announced.
 // A lock silences changes at and below the locked node, not node events or ParentDeleted; a
 // throwing listener ends its own part of the walk only, and is logged.
-TEST(XmlNodeEvents, EachChangeFamilyInItsOrder) {
+TEST(XmlNodeEvents, EachChangeFamilyInItsOrderToListenersAndReceivers) {
   const std::pair<std::function<void(Tree&)>, std::u16string> rows[] = {
       {[](Tree& t) {
          // The name, the encoding and the raw text raise nothing, nor the same Value; another
@@ -154,9 +154,6 @@ TEST(XmlNodeEvents, EachChangeFamilyInItsOrder) {
     EXPECT_EQ(log.lines, Lines{u"Error 5 (Invalid procedure call or argument) in Sub cXmlNode." +
                                std::u16string(sub)});
   }
-}
-
-TEST(XmlNodeEvents, ReceiverGetsTheEventIdAndTheParametersThenTheRaisingNode) {
   LogCapture log;
   Tree t;
   auto receiver = std::make_shared<xml::EventReceiver>();

@@ -19,7 +19,7 @@ std::u16string NameOf(const XmlNodePtr& n) {
   return n ? n->Name() : u"-";
 }
 
-TEST(XmlNodeValueAndAttributes, CdataMarkersAndAttributeUpdates) {
+TEST(XmlNodeTree, ValueAttributesVersionEncodingParentAndIndex) {
   const std::pair<const char16_t*, const char16_t*> values[] = {
       {u"<![CDATA[a<b]]>", u"a<b"},
       {u"<![CDATA[a<b", u"<![CDATA[a<b"},
@@ -58,9 +58,6 @@ TEST(XmlNodeValueAndAttributes, CdataMarkersAndAttributeUpdates) {
   EXPECT_EQ(Dump(n), u"n[lang=fr,ID=3]");
   EXPECT_TRUE(n->SetAttributs({u"x", u"y"}, {u"1", u"2"}));
   EXPECT_EQ(Dump(n), u"n[x=1,y=2]");
-}
-
-TEST(XmlNodeTree, VersionEncodingParentAndIndex) {
   // b's own version is never read while b has a parent.
   XmlNodePtr a = xml_test::Read(u"<?xml version=\"1.0\"?><a><x/></a>", true), c = Node(u"c");
   XmlNodePtr b = xml_test::Read(u"<?xml version=\"2.0\"?><b/>", true);
@@ -132,7 +129,7 @@ TEST(XmlNavigation, MissingNodesNeutralAndDocumentOrderSiblingsContains) {
   EXPECT_TRUE(a2->Contains(a21, false) && root->Contains(a21, true));
 }
 
-TEST(XmlLifecycle, SleepKeepsTheTextAndSparesTheBranchesHeldFromOutside) {
+TEST(XmlLifecycle, SleepSparesHeldBranchesAndMillionLevelsOrChildrenAreOrdinary) {
   XmlNodePtr root = xml_test::Read(
       u"<root v=\"1\"><a><a1 k=\"x\">1</a1><a2/></a><b><b1><![CDATA[<q>\r\n]]></b1></b></root>");
   root->WakeUp(true);
@@ -169,13 +166,10 @@ TEST(XmlLifecycle, SleepKeepsTheTextAndSparesTheBranchesHeldFromOutside) {
   EXPECT_EQ(held->Parent(), root->Child(1));  // in place
   held->Value(u"2");
   EXPECT_EQ(root->GetChildValue(u"a.a1"), u"2");
-}
-
-// A chain of a million nested nodes and a node with a million children, as users' files and
-// other programs produce them. Every member that visits a subtree goes through one walk, so
-// one of them at depth stands for all; the walks up the parent links, the bulk delete and the
-// destructor are their own loops.
-TEST(XmlTreeShapes, MillionLevelsAndMillionChildren) {
+  // A chain of a million nested nodes and a node with a million children, as users' files and
+  // other programs produce them. Every member that visits a subtree goes through one walk, so
+  // one of them at depth stands for all; the walks up the parent links, the bulk delete and the
+  // destructor are their own loops.
   constexpr std::int32_t kMillion = 1000000;
   struct Counter : xml::XmlNodeEvents {
     void ChildModified(cXmlNode&, const XmlNodePtr&, const std::u16string&) override { ++heard; }

@@ -59,7 +59,7 @@ TEST(XmlParser, BothPathsReadTheRulesAsWritten) {
   }
 }
 
-TEST(XmlParser, DeclarationSetsVersionAndOnlyOnRequestTheEncoding) {
+TEST(XmlParser, DeclarationsAndLazyReadingUntilAskedAndTheFullPathDeletesWithEvents) {
   // Ignore the encoding, text, version, encoding, tree.
   const std::tuple<bool, const char16_t*, const char16_t*, const char16_t*, const char16_t*>
       cases[] = {
@@ -88,9 +88,6 @@ TEST(XmlParser, DeclarationSetsVersionAndOnlyOnRequestTheEncoding) {
   // A comment cut that joins a declaration: the lazy path stripped declarations before.
   EXPECT_EQ(Dump(Read(u"<?x<!-- -->ml v=\"1\"?><a/>")), u"?xml[v=1]");
   EXPECT_EQ(Dump(Read(u"<?x<!-- -->ml v=\"1\"?><a/>", true)), u"a");
-}
-
-TEST(XmlParser, LazyReadingKeepsChildrenAsleepUntilAskedAndTheFullPathDeletesThemWithEvents) {
   XmlNodePtr root = xml_test::Node(u"root");
   XmlNodePtr n = cXmlNode::Create();
   root->AddChild(n);
