@@ -20,6 +20,7 @@ std::u16string NameOf(const XmlNodePtr& n) {
 }
 
 TEST(XmlNodeTree, ValueAttributesVersionEncodingParentAndIndex) {
+  // Value drops the CDATA markers only when the text has both.
   const std::pair<const char16_t*, const char16_t*> values[] = {
       {u"<![CDATA[a<b]]>", u"a<b"},
       {u"<![CDATA[a<b", u"<![CDATA[a<b"},
