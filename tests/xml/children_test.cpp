@@ -1,14 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <tuple>
 
 #include "base/text.h"
-#include "xml/node.h"
 #include "xml_test_util.h"
 
 namespace {
 
 using xml_test::ChildNames;
+using xml_test::Dump;
 using xml_test::Lines;
 using xml_test::LogCapture;
 using xml_test::Node;
@@ -19,50 +20,42 @@ const std::u16string kAddRange =
 const std::u16string kAddRefused =
     u"Erreur 5 (Invalid procedure call or argument) dans Function cXmlNode.AddChild";
 
-TEST(XmlNodeChildren, ChildValueAndChildAttribut) {
+TEST(XmlNodeChildren, ChildValueChildAttributAndAddChildPositions) {
   XmlNodePtr p =
       Node({u"p", u"", {{u"id", u"self"}}}, {Node({u"Lang", u"fr"}), Node({u"lang", u"en"})});
   EXPECT_EQ(p->ChildValue(u"LANG") + p->ChildValue(u"none"), u"fr");
   EXPECT_TRUE(p->ChildExists(u"lang") && !p->ChildExists(u"lan"));
   p->ChildValue(u"lang", u"de");
   p->ChildValue(u"new", u"");  // no text: nothing made
-  EXPECT_EQ(xml_test::Dump(p), u"p[id=self]{Lang\"de\";lang\"en\"}");
+  EXPECT_EQ(Dump(p), u"p[id=self]{Lang\"de\";lang\"en\"}");
   Lines events;
   auto rec = Recorder::On({p}, events);
   p->ChildValue(u"new", u"1");
-  EXPECT_EQ(p->Child(3)->Value(), u"1");
   EXPECT_EQ(events, Lines{u"p:ChildAdded(new)"});
   // The getter finds with FindNode, so the node's own name answers first; the setter takes a
   // dotted path and makes it.
-  EXPECT_EQ(p->ChildAttribut(u"p", u"id"), u"self");
-  EXPECT_EQ(p->ChildAttribut(u"a", u"id"), u"");
+  EXPECT_EQ(p->ChildAttribut(u"p", u"id") + p->ChildAttribut(u"a", u"id"), u"self");
   p->ChildAttribut(u"a.b", u"id", u"7");
-  EXPECT_EQ(p->GetChildNode(u"a.b")->Attribut(u"id"), u"7");
-  EXPECT_EQ(ChildNames(p), u"Lang,lang,new,a");
-}
-
-TEST(XmlNodeChildren, AddChildPositions) {
-  const struct {
-    std::optional<std::int32_t> before, after;
-    const char16_t* names;
-    std::int32_t result, index;
-    std::u16string log;
-  } rows[] = {{{}, {}, u"x,y,z,n", 4, 4, u""},    {1, {}, u"n,x,y,z", 4, 1, u""},
-              {3, {}, u"x,y,n,z", 4, 3, u""},     {{}, 1, u"x,n,y,z", 4, 2, u""},
-              {{}, 3, u"x,y,z,n", 4, 4, u""},     {4, {}, u"x,y,z", 0, 0, kAddRange},
-              {0, {}, u"x,y,z", 0, 0, kAddRange}, {{}, 0, u"x,y,z", 0, 0, kAddRange},
-              {{}, 4, u"x,y,z", 0, 0, kAddRange}, {1, 1, u"x,y,z", 0, 0, kAddRefused}};
-  for (const auto& r : rows) {
+  EXPECT_EQ(Dump(p), u"p[id=self]{Lang\"de\";lang\"en\";new\"1\";a{b[id=7]}}");
+  using Pos = std::optional<std::int32_t>;
+  // Before, after, children after, result, index of the new node, log line.
+  const std::tuple<Pos, Pos, const char16_t*, std::int32_t, std::int32_t, std::u16string> rows[] = {
+      {{}, {}, u"x,y,z,n", 4, 4, u""},    {1, {}, u"n,x,y,z", 4, 1, u""},
+      {3, {}, u"x,y,n,z", 4, 3, u""},     {{}, 1, u"x,n,y,z", 4, 2, u""},
+      {{}, 3, u"x,y,z,n", 4, 4, u""},     {4, {}, u"x,y,z", 0, 0, kAddRange},
+      {0, {}, u"x,y,z", 0, 0, kAddRange}, {{}, 0, u"x,y,z", 0, 0, kAddRange},
+      {{}, 4, u"x,y,z", 0, 0, kAddRange}, {1, 1, u"x,y,z", 0, 0, kAddRefused}};
+  for (const auto& [before, after, names, result, index, line] : rows) {
     LogCapture log;
     XmlNodePtr p = Node(u"p", {Node(u"x"), Node(u"y"), Node(u"z")});
     XmlNodePtr n = Node(u"n");
-    EXPECT_EQ(p->AddChild(n, r.before, r.after), r.result);
-    EXPECT_EQ(ChildNames(p), r.names);
+    EXPECT_EQ(p->AddChild(n, before, after), result);
+    EXPECT_EQ(ChildNames(p), names);
     EXPECT_EQ(n->Parent(), p);  // the link is made even when the position is refused
-    EXPECT_EQ(n->Index(), r.index);
-    EXPECT_EQ(log.lines, r.log.empty() ? Lines{} : Lines{r.log});
+    EXPECT_EQ(n->Index(), index);
+    EXPECT_EQ(log.lines, line.empty() ? Lines{} : Lines{line});
   }
-  XmlNodePtr p = Node(u"p", {Node(u"x"), Node(u"y")});
+  p = Node(u"p", {Node(u"x"), Node(u"y")});
   EXPECT_EQ(p->CreateChild(u"<m/>", 2)->Index(), 2);
   EXPECT_EQ(ChildNames(p), u"x,m,y");
 }
@@ -70,10 +63,9 @@ TEST(XmlNodeChildren, AddChildPositions) {
 TEST(XmlNodeChildren, AddChildMovesANodeAndRefusesLoops) {
   XmlNodePtr y = Node(u"y");
   XmlNodePtr p = Node(u"p", {Node(u"x"), y, Node(u"z")});
-  EXPECT_EQ(p->AddChild(y), 3);
-  EXPECT_EQ(ChildNames(p), u"x,z,y");
-  EXPECT_EQ(p->AddChild(y, 1), 3);  // positions count after the node left its old one
-  EXPECT_EQ(ChildNames(p), u"y,x,z");
+  EXPECT_TRUE(p->AddChild(y) == 3 && ChildNames(p) == u"x,z,y");
+  // Positions count after the node left its old one.
+  EXPECT_TRUE(p->AddChild(y, 1) == 3 && ChildNames(p) == u"y,x,z");
   XmlNodePtr q = Node(u"q");
   Lines events;
   auto rec = Recorder::On({p, q, y}, events);
@@ -91,9 +83,7 @@ TEST(XmlNodeChildren, AddChildMovesANodeAndRefusesLoops) {
   // the setter, by a refused position, or left behind when the parent was read again.
   XmlNodePtr r = Node(u"r"), s = Node(u"s"), t = Node(u"t"), u = Node(u"u");
   s->Parent(r);
-  EXPECT_EQ(s->AddChild(r), 0);
-  EXPECT_EQ(t->AddChild(u, 5), 0);
-  EXPECT_EQ(u->AddChild(t), 0);
+  EXPECT_EQ(s->AddChild(r) + t->AddChild(u, 5) + u->AddChild(t), 0);
   XmlNodePtr read = xml_test::Read(u"<p><c/></p>");
   const XmlNodePtr kept = read->Child(1);
   read->XmlData(u"<p/>");
@@ -105,59 +95,46 @@ TEST(XmlNodeChildren, AddChildMovesANodeAndRefusesLoops) {
                               kAddRange, kAddRefused, kAddRefused}));
 }
 
-TEST(XmlNodeChildren, EmancipateAndDelChildByNodeOrPosition) {
+// Taking a child out (EmancipateChild) or deleting it (DelChild), named by the node, by a
+// number (rounded, halves to even) or by a text; y has a child yc.
+TEST(XmlNodeChildren, EmancipateAndDeleteChildren) {
   const XmlNodePtr stranger = Node(u"y");
-  const struct {
-    bool del;
-    int form;  // 0 node y, 1 number, 2 text, 3 stranger, 4 nothing
-    double number;
-    const char16_t* text;
-    const char16_t* left;
-    int error;
-  } rows[] = {{false, 0, 0, u"", u"x,z,w", 0},    {false, 1, 2, u"", u"x,z,w", 0},
-              {false, 1, 2.5, u"", u"x,z,w", 0},  // halves to even
-              {false, 1, 3.5, u"", u"x,y,z", 0},  // to the nearest
-              {false, 2, 0, u" 2 ", u"x,z,w", 0}, {false, 1, 0, u"", u"x,y,z,w", 9},
-              {false, 1, 5, u"", u"x,y,z,w", 9},  {false, 2, 0, u"two", u"x,y,z,w", 13},
-              {true, 0, 0, u"", u"x,z,w", 0},     {true, 1, 2.5, u"", u"x,z,w", 0},
-              {true, 2, 0, u"2", u"x,z,w", 0},    {true, 3, 0, u"", u"x,y,z,w", 0},
-              {true, 4, 0, u"", u"x,y,z,w", 0},   {true, 1, 0, u"", u"x,y,z,w", 9},
-              {true, 1, 5, u"", u"x,y,z,w", 9},   {true, 2, 0, u"first", u"x,y,z,w", 13}};
-  for (const auto& r : rows) {
-    SCOPED_TRACE(testing::Message() << r.del << " " << r.form << " " << r.number);
+  enum Form { kNode, kNumber, kText, kStranger, kNothing };
+  const std::u16string ok, e9 = u"Erreur 9 (Subscript out of range)",
+                           e13 = u"Erreur 13 (Type mismatch)";
+  const std::tuple<bool, Form, double, const char16_t*, const char16_t*, std::u16string> rows[] = {
+      {false, kNode, 0, u"", u"x,z,w", ok},       {false, kNumber, 2.5, u"", u"x,z,w", ok},
+      {false, kNumber, 3.5, u"", u"x,y,z", ok},   {false, kText, 0, u" 2 ", u"x,z,w", ok},
+      {false, kNumber, 0, u"", u"x,y,z,w", e9},   {false, kNumber, 5, u"", u"x,y,z,w", e9},
+      {false, kText, 0, u"two", u"x,y,z,w", e13}, {true, kNode, 0, u"", u"x,z,w", ok},
+      {true, kNumber, 2.5, u"", u"x,z,w", ok},    {true, kText, 0, u"2", u"x,z,w", ok},
+      {true, kStranger, 0, u"", u"x,y,z,w", ok},  {true, kNothing, 0, u"", u"x,y,z,w", ok},
+      {true, kNumber, 0, u"", u"x,y,z,w", e9},    {true, kText, 0, u"first", u"x,y,z,w", e13}};
+  for (const auto& [del, form, number, text, left, error] : rows) {
     LogCapture log;
-    XmlNodePtr yc = Node(u"yc");
-    XmlNodePtr y = Node(u"y", {yc});
+    XmlNodePtr yc = Node(u"yc"), y = Node(u"y", {yc});
     XmlNodePtr p = Node(u"p", {Node(u"x"), y, Node(u"z"), Node(u"w")});
     Lines events;
     auto rec = Recorder::On({p, y}, events);
-    const XmlNodePtr node = r.form == 0 ? y : r.form == 3 ? stranger : nullptr;
-    if (r.form == 1) r.del ? p->DelChild(r.number) : p->EmancipateChild(r.number);
-    if (r.form == 2) {
-      const std::u16string_view text = r.text;
-      r.del ? p->DelChild(text) : p->EmancipateChild(text);
-    }
-    if (r.form == 0 || r.form >= 3) r.del ? p->DelChild(node) : p->EmancipateChild(node);
-    EXPECT_EQ(ChildNames(p), r.left);
-    const std::u16string where = r.del ? u"DelChild" : u"ChildEmancipate";
-    EXPECT_EQ(log.lines,
-              r.error == 0 ? Lines{}
-              : r.error == 9
-                  ? Lines{u"Erreur 9 (Subscript out of range) dans Sub cXmlNode." + where}
-                  : Lines{u"Erreur 13 (Type mismatch) dans Sub cXmlNode." + where});
+    const XmlNodePtr node = form == kNode ? y : form == kStranger ? stranger : nullptr;
+    const std::u16string_view view = text;
+    if (form == kNumber) del ? p->DelChild(number) : p->EmancipateChild(number);
+    if (form == kText) del ? p->DelChild(view) : p->EmancipateChild(view);
+    if (form == kNode || form >= kStranger) del ? p->DelChild(node) : p->EmancipateChild(node);
+    EXPECT_EQ(ChildNames(p), left);
+    const std::u16string where =
+        del ? u" dans Sub cXmlNode.DelChild" : u" dans Sub cXmlNode.ChildEmancipate";
+    EXPECT_EQ(log.lines, error.empty() ? Lines{} : Lines{error + where});
     const bool gone = ChildNames(p) == u"x,z,w";
     EXPECT_EQ(y->Parent(), gone ? nullptr : p);
     // Released: no event, nothing deleted. Deleted: the subtree first, each node marked.
-    const bool deleted = gone && r.del;
+    const bool deleted = gone && del;
     EXPECT_TRUE(y->Deleted == deleted && yc->Deleted == deleted && y->ChildCount() == !deleted);
     EXPECT_EQ(events, deleted ? (Lines{u"y:ChildDeleted(yc)", u"p:ChildDeleted(yc)", u"y:Deleted",
                                        u"p:ChildDeleted(y)"})
                               : Lines{});
     EXPECT_FALSE(stranger->Deleted);
   }
-}
-
-TEST(XmlNodeChildren, DelChildsAndDeleteEmptyChilds) {
   XmlNodePtr p = Node(u"p", {Node(u"x"), Node(u"y")});
   Lines events;
   auto rec = Recorder::On({p}, events);
@@ -170,101 +147,85 @@ TEST(XmlNodeChildren, DelChildsAndDeleteEmptyChilds) {
   XmlNodePtr keep = Node(u"keep", {Node({u"t2", u"", {{u"tmp", u"1"}}}), Node(u"k2")});
   XmlNodePtr root = Node(u"root", {t1, keep});
   root->DelChilds(rules);
-  EXPECT_EQ(xml_test::Dump(root), u"root{keep{k2}}");
-  EXPECT_TRUE(t1->Deleted);
-
+  EXPECT_EQ(Dump(root) + (t1->Deleted ? u"+" : u"-"), u"root{keep{k2}}+");
+  // Recursive: holder is emptied first, then deleted itself. The Value of an empty CDATA is
+  // empty.
   for (bool recursive : {false, true}) {
     XmlNodePtr n = Node(
         u"p", {Node(u"empty"), Node({u"text", u"t"}), Node({u"attr", u"", {{u"a", u"1"}}}),
                Node(u"holder", {Node(u"e1"), Node(u"e2")}), Node({u"cdata", u"<![CDATA[]]>"})});
     n->DeleteEmptyChilds(recursive);
-    // Recursive: holder is emptied first, then deleted itself. The Value of an empty CDATA is
-    // empty.
     EXPECT_EQ(ChildNames(n), recursive ? u"text,attr" : u"text,attr,holder");
   }
 }
 
-TEST(XmlNodeChildren, CloneCopiesTheSubtreeButNotTextBesideChildren) {
+TEST(XmlNodeChildren, CloneAndCopyItemData) {
   XmlNodePtr leaf = Node({u"leaf", u"<![CDATA[a<b]]>", {{u"k", u"v"}}});
   XmlNodePtr inner = Node({u"inner", u"dropped", {{u"id", u"1"}, {u"x", u"2"}}}, {leaf});
-  XmlNodePtr root = Node(u"root", {inner});
+  XmlNodePtr root = xml_test::Read(u"<?xml version=\"1.0\"?><root/>");
+  root->AddChild(inner);
   root->XMLEncoding(u"utf-8");
-  XmlNodeTestPeer::SetXmlVersion(*root, u"1.0");
   inner->EventProxyObject(std::make_shared<xml::EventReceiver>());
-  inner->ItemData = 3;
-  leaf->ItemData = 4;
+  std::tie(inner->ItemData, leaf->ItemData) = std::make_pair(3, 4);
   XmlNodePtr copy = inner->Clone();
   EXPECT_TRUE(!copy->Parent() && !copy->EventProxyObject() && copy->XMLVersion().empty());
   EXPECT_EQ(copy->XMLEncoding(), u"utf-8");  // inherited on the source, own on the copy
-  EXPECT_EQ(xml_test::Dump(copy), u"inner[id=1,x=2]{leaf[k=v]\"a<b\"}");  // markers go
-  EXPECT_EQ(copy->ItemData + copy->Child(1)->ItemData, 7);
-  EXPECT_EQ(copy->Child(1)->Parent(), copy);
+  EXPECT_EQ(Dump(copy), u"inner[id=1,x=2]{leaf[k=v]\"a<b\"}");  // markers go
   copy->Child(1)->Attribut(u"k", u"changed");
-  EXPECT_EQ(leaf->Attribut(u"k"), u"v");
-}
+  EXPECT_TRUE(copy->ItemData == 3 && copy->Child(1)->ItemData == 4 &&
+              copy->Child(1)->Parent() == copy && leaf->Attribut(u"k") == u"v");
 
-TEST(XmlNodeChildren, CopyItemDataToFollowsOnlyTheSameShape) {
-  const auto tree = [](std::int32_t data, int extra_b, int extra_top) {
-    XmlNodePtr b = Node(u"b");
-    for (int i = 0; i < extra_b; ++i) b->AddChild(Node(u"e"));
-    XmlNodePtr root = Node(u"root", {Node(u"a"), b});
-    for (int i = 0; i < extra_top; ++i) root->AddChild(Node(u"c"));
-    root->ItemData = data;
-    root->Child(1)->ItemData = data + 1;
-    b->ItemData = data + 2;
-    return root;
+  // ItemData numbered in document order from first; read back the same way. Where child
+  // counts differ nothing is copied at that level or below.
+  const auto numbered = [](const char16_t* text, std::int32_t first) {
+    XmlNodePtr top = xml_test::Read(text, true);
+    for (XmlNodePtr n = top; n; n = n->NextNode()) n->ItemData = first++;
+    return top;
   };
-  XmlNodePtr from = tree(10, 1, 0);
-  // Where child counts differ nothing is copied at that level or below.
-  const struct {
-    int extra_b, extra_top;
-    std::int32_t root, a, b;
-  } rows[] = {{1, 0, 10, 11, 12}, {2, 0, 10, 11, 2}, {1, 1, 0, 1, 2}};
-  for (const auto& r : rows) {
-    XmlNodePtr to = tree(0, r.extra_b, r.extra_top);
-    from->CopyItemDataTo(to);
-    EXPECT_EQ(to->ItemData, r.root);
-    EXPECT_EQ(to->Child(1)->ItemData, r.a);
-    EXPECT_EQ(to->Child(2)->ItemData, r.b);
+  const std::pair<const char16_t*, const char16_t*> rows[] = {
+      {u"<r><a/><b><e/></b></r>", u"10 11 12 13 "},
+      {u"<r><a/><b><e/><e/></b></r>", u"10 11 2 3 4 "},
+      {u"<r><a/><b><e/></b><c/></r>", u"0 1 2 3 4 "}};
+  for (const auto& [text, data] : rows) {
+    XmlNodePtr to = numbered(text, 0);
+    numbered(u"<r><a/><b><e/></b></r>", 10)->CopyItemDataTo(to);
+    std::u16string read;
+    for (XmlNodePtr n = to; n; n = n->NextNode()) read += base::ToText(n->ItemData) + u" ";
+    EXPECT_EQ(read, data);
   }
 }
 
-TEST(XmlNodeChildren, FindNodeQueryForms) {
+TEST(XmlNodeChildren, FindNodeQueryFormsAndFindNodes) {
   XmlNodePtr doc =
       Node({u"doc", u"", {{u"ver", u""}}},
            {Node({u"Language", u"fr", {{u"lang", u"fr"}}}),
             Node({u"item", u"", {{u"id", u"main"}}}, {Node({u"sub", u"x", {{u"id", u"deep"}}})}),
             Node({u"lang", u"fr"}), Node(u"a:id=main")});
-  const struct {
-    const char16_t* query;
-    bool recursive, skip_me;
-    const char16_t* found;
-  } rows[] = {{u"LANGUAGE", false, false, u"Language"},
-              {u"a:lang=FR", false, false, u"Language"},  // attribute value without regard to case
-              {u"a:id=main", false, false, u"item"},      // children by the attribute form only
-              {u"a:id=deep", false, false, u""},          // not recursive: children only
-              {u"a:id=deep", true, false, u"sub"},
-              {u"A:id=main", false, false, u"a:id=main"},  // the prefix is exact: a plain name
-              {u"a:ver", false, false, u"doc"},            // empty attribute: the node itself
-              {u"a:nothing", false, true, u"Language"},    // missing counts as empty
-              {u"Lang=FR", true, false, u""},              // the value is exact
-              {u"lang=fr", true, false, u"lang"},  // the name any case: Language has "fr" too,
-              {u"Language=fr", true, false, u"Language"},  // but its name is not "lang"
-              {u"lang=fr", false, false, u""},             // not recursive: children by name only
-              {u"doc", false, false, u"doc"},
-              {u"doc", false, true, u""},
-              {u"sub", false, false, u""},
-              {u"sub", true, true, u"sub"},
-              {u"", false, false, u""}};
+  // Query, recursive, skip_me, name found.
+  const std::tuple<const char16_t*, bool, bool, const char16_t*> rows[] = {
+      {u"LANGUAGE", false, false, u"Language"},
+      {u"doc", false, false, u"doc"},
+      {u"doc", false, true, u""},
+      {u"sub", false, false, u""},
+      {u"sub", true, true, u"sub"},
+      {u"a:lang=FR", false, false, u"Language"},  // attribute value without regard to case
+      {u"a:id=main", false, false, u"item"},      // children by the attribute form only
+      {u"a:id=deep", false, false, u""},          // not recursive: children only
+      {u"a:id=deep", true, false, u"sub"},
+      {u"A:id=main", false, false, u"a:id=main"},  // the prefix is exact: a plain name
+      {u"a:ver", false, false, u"doc"},            // empty attribute: the node itself
+      {u"a:nothing", false, true, u"Language"},    // missing counts as empty
+      {u"Lang=FR", true, false, u""},              // the value is exact
+      {u"lang=fr", true, false, u"lang"},          // the name any case: Language has "fr" too,
+      {u"Language=fr", true, false, u"Language"},  // but its name is not "lang"
+      {u"lang=fr", false, false, u""}};            // not recursive: children by name only
   EXPECT_EQ(doc->Child(4)->FindNode(u"a:id=main"), doc->Child(4));  // the name before its forms
-  for (const auto& r : rows) {
-    XmlNodePtr found = doc->FindNode(r.query, r.recursive, r.skip_me);
-    EXPECT_EQ(found ? found->Name() : u"", r.found)
-        << base::Narrow(r.query) << " recursive " << r.recursive << " skip_me " << r.skip_me;
+  for (const auto& [query, recursive, skip_me, name] : rows) {
+    XmlNodePtr found = doc->FindNode(query, recursive, skip_me);
+    EXPECT_EQ(found ? found->Name() : u"", name) << base::Narrow(query) << recursive << skip_me;
   }
-}
 
-TEST(XmlNodeChildren, FindNodesCollectsInPreOrderAndStopsAtExactlyMaxFound) {
+  // FindNodes collects in pre-order and stops when the list holds exactly max_found entries.
   XmlNodePtr rules =
       Node(u"R", {Node(u"MatchRule", {Node({u"Attribut", u"", {{u"name", u"hit"}}})})});
   const auto hit = [](const char16_t* name, std::initializer_list<XmlNodePtr> children = {}) {
@@ -273,24 +234,19 @@ TEST(XmlNodeChildren, FindNodesCollectsInPreOrderAndStopsAtExactlyMaxFound) {
   XmlNodePtr root =
       Node(u"root", {hit(u"a", {hit(u"a1"), Node(u"a2", {hit(u"a21")})}), Node(u"b"), hit(u"c")});
   XmlNodePtr late = Node(u"late", {Node(u"b"), hit(u"c")});
-  const struct {
-    XmlNodePtr top;
-    std::size_t held;
-    std::int32_t max;
-    const char16_t* names;
-  } rows[] = {
+  // Top, entries already in the list, max_found, the list after.
+  const std::tuple<XmlNodePtr, std::size_t, std::int32_t, const char16_t*> lists[] = {
       {root, 0, 0, u"a a1 a21 c "},
       {root, 0, 2, u"a a1 "},
       {root, 3, 2, u"- - - a a1 a21 c "},  // a list already past the limit never reaches it
       {late, 0, 2, u"c "},
-      {late, 2, 2, u"- - "},  // exactly at the limit: stops after the first child's search
-  };
-  for (const auto& r : rows) {
-    std::vector<XmlNodePtr> found(r.held, Node(u"-"));
-    r.top->FindNodes(rules, found, r.max);
-    std::u16string names;
-    for (const auto& n : found) names += n->Name() + u" ";
-    EXPECT_EQ(names, r.names);
+      {late, 2, 2, u"- - "}};  // exactly at the limit: stops after the first child's search
+  for (const auto& [top, held, max, names] : lists) {
+    std::vector<XmlNodePtr> found(held, Node(u"-"));
+    top->FindNodes(rules, found, max);
+    std::u16string listed;
+    for (const auto& n : found) listed += n->Name() + u" ";
+    EXPECT_EQ(listed, names);
   }
   EXPECT_EQ(root->NodeCount(), 6);
 }

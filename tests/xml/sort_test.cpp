@@ -1,98 +1,66 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <random>
+#include <tuple>
 
 #include "base/text.h"
-#include "xml/node.h"
 #include "xml_test_util.h"
 
 namespace {
 
 using xml_test::ChildNames;
 using xml_test::Lines;
-
 using xml_test::Read;
 
-TEST(XmlSort, OrdersChildrenByTheirKeys) {
-  const struct {
-    const char16_t *text, *key;
-    bool ascendant;
-    const char16_t* order;
-  } cases[] = {// Numeric columns compare by value through their leading zeros.
-               {u"<r><a n=\"10\"/><b n=\"9\"/><c n=\" 1.5 \"/></r>", u"a:n", true, u"c,b,a"},
-               // One value that is not a number (or missing) makes the column text: 10 before 9.
-               {u"<r><a n=\"10\"/><b n=\"9\"/><c n=\"x\"/></r>", u"a:n", true, u"a,b,c"},
-               {u"<r><a n=\"10\"/><b n=\"9\"/><c/></r>", u"a:n", true, u"c,a,b"},
-               // Text compares without regard to case.
-               {u"<r><a t=\"b\"/><b t=\"A\"/><c t=\"a\"/></r>", u"a:t", true, u"b,c,a"},
-               // Equal keys keep their order ascending and come out reversed descending.
-               {u"<r><a k=\"1\"/><b k=\"1\"/><c k=\"0\"/></r>", u"a:k", true, u"c,a,b"},
-               {u"<r><a k=\"1\"/><b k=\"1\"/><c k=\"0\"/></r>", u"a:k", false, u"b,a,c"},
-               // Child values, grandchild attributes, names, several keys, unknown kinds.
-               {u"<r><a><t>y</t></a><b><t>x</t></b></r>", u"c:t", true, u"b,a"},
-               {u"<r><a><t d=\"2\"/></a><b><t d=\"1\"/></b></r>", u"c:t/a:d", true, u"b,a"},
-               {u"<r><zz/><Y/><x/></r>", u"name", true, u"x,Y,zz"},
-               {u"<r><a g=\"1\" n=\"2\"/><b g=\"0\" n=\"3\"/><c g=\"1\" n=\"1\"/></r>", u"a:g,a:n",
-                true, u"b,c,a"},
-               {u"<r><a k=\"2\"/><b k=\"1\"/></r>", u"q:k", true, u"a,b"},
-               {u"<r><a k=\"2\"/><b k=\"1\"/></r>", u"", true, u"a,b"},
-               // A shorter text pads with spaces: "ab" before "ab!" whatever the rest.
-               {u"<r><a k=\"ab!\"/><b k=\"ab\"/></r>", u"a:k", true, u"b,a"},
-               // Negative numbers do not sort by value.
-               {u"<r><a k=\"-5\"/><b k=\"3\"/><c k=\"-10\"/></r>", u"a:k", true, u"a,c,b"}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(base::Narrow(c.text) + " " + base::Narrow(c.key));
-    XmlNodePtr r = Read(c.text);
-    r->SortChilds(c.key, c.ascendant, 0, true);
-    EXPECT_EQ(ChildNames(r), c.order);
-  }
-}
-
-// Random text keys, few enough letters that many are equal, on both sides of the count where
-// the quicksort takes over: the order is the upper-case one, equal keys by position.
-TEST(XmlSort, RandomKeysComeOutInStableOrder) {
-  std::mt19937 rng(99);
-  const char16_t letters[] = u"aAbB_\u00E9\u00C9";
-  for (int n : {0, 1, 2, 5, 11, 12, 13, 23, 40, 64, 100, 3000}) {
-    for (const bool ascendant : {true, false}) {
-      XmlNodePtr r = xml_test::Node(u"r");
-      std::vector<std::pair<std::u16string, int>> expected;
-      for (int i = 0; i < n; ++i) {
-        std::u16string key, upper;
-        for (int k = rng() % 4; k > 0; --k) key += letters[rng() % 7];
-        for (char16_t c : key) upper += base::UpperChar(c);
-        r->AddChild(xml_test::Node({u"n" + base::ToText(i), u"", {{u"k", key}}}));
-        expected.push_back({upper, i});
-      }
-      std::stable_sort(expected.begin(), expected.end(),
-                       [](const auto& x, const auto& y) { return x.first < y.first; });
-      if (!ascendant) std::reverse(expected.begin(), expected.end());
-      r->SortChilds(u"a:k", ascendant);
-      for (int i = 0; i < n; ++i)
-        ASSERT_EQ(r->Child(i + 1)->Name(), u"n" + base::ToText(expected[i].second))
-            << n << " " << i;
-    }
-  }
-}
-
-TEST(XmlSort, RecursesToTheDepthAskedWithoutEvents) {
-  const char16_t* text = u"<r><b><z/><y><q/><p/></y></b><a><d/><c/></a></r>";
-  const struct {
-    std::int32_t depth;
-    const char16_t *top, *b, *y;
-  } cases[] = {{0, u"a,b", u"z,y", u"q,p"},
-               {1, u"a,b", u"y,z", u"q,p"},
-               {-1, u"a,b", u"y,z", u"p,q"},
-               {-2, u"a,b", u"z,y", u"q,p"}};
-  for (const auto& c : cases) {
+TEST(XmlSort, OrdersChildrenByTheirKeysToTheDepthAskedWithoutEvents) {
+  // Text, key, ascendant, order.
+  const std::tuple<const char16_t*, const char16_t*, bool, const char16_t*> cases[] = {
+      // Numeric columns compare by value through their leading zeros; one value that is not a
+      // number (or missing) makes the column text: 10 before 9.
+      {u"<r><a n=\"10\"/><b n=\"9\"/><c n=\" 1.5 \"/></r>", u"a:n", true, u"c,b,a"},
+      {u"<r><a n=\"10\"/><b n=\"9\"/><c n=\"x\"/></r>", u"a:n", true, u"a,b,c"},
+      {u"<r><a n=\"10\"/><b n=\"9\"/><c/></r>", u"a:n", true, u"c,a,b"},
+      // Text compares without regard to case.
+      {u"<r><a t=\"b\"/><b t=\"A\"/><c t=\"a\"/></r>", u"a:t", true, u"b,c,a"},
+      // Equal keys keep their order ascending and come out reversed descending.
+      {u"<r><a k=\"1\"/><b k=\"1\"/><c k=\"0\"/></r>", u"a:k", true, u"c,a,b"},
+      {u"<r><a k=\"1\"/><b k=\"1\"/><c k=\"0\"/></r>", u"a:k", false, u"b,a,c"},
+      // Child values, grandchild attributes, names, several keys, unknown kinds.
+      {u"<r><a><t>y</t></a><b><t>x</t></b></r>", u"c:t", true, u"b,a"},
+      {u"<r><a><t d=\"2\"/></a><b><t d=\"1\"/></b></r>", u"c:t/a:d", true, u"b,a"},
+      {u"<r><zz/><Y/><x/></r>", u"name", true, u"x,Y,zz"},
+      {u"<r><a g=\"1\" n=\"2\"/><b g=\"0\" n=\"3\"/><c g=\"1\" n=\"1\"/></r>", u"a:g,a:n", true,
+       u"b,c,a"},
+      // A shorter text pads with spaces: "ab" before "ab!" whatever the rest.
+      {u"<r><a k=\"ab!\"/><b k=\"ab\"/></r>", u"a:k", true, u"b,a"},
+      // Thirteen children and more go through the quicksort: equal keys still by position.
+      {u"<r><a k=\"b\"/><b k=\"A\"/><c k=\"a\"/><d k=\"\u00E9\"/><e k=\"B\"/><f k=\"a\"/><g "
+       u"k=\"\"/>"
+       u"<h k=\"\u00C9\"/><i k=\"b\"/><j k=\"_\"/><k k=\"A\"/><l k=\"ab\"/><m k=\"a\"/><n "
+       u"k=\"B\"/></r>",
+       u"a:k", true, u"g,b,c,f,k,m,l,a,e,i,n,j,d,h"},
+      {u"<r><a k=\"b\"/><b k=\"A\"/><c k=\"a\"/><d k=\"\u00E9\"/><e k=\"B\"/><f k=\"a\"/><g "
+       u"k=\"\"/>"
+       u"<h k=\"\u00C9\"/><i k=\"b\"/><j k=\"_\"/><k k=\"A\"/><l k=\"ab\"/><m k=\"a\"/><n "
+       u"k=\"B\"/></r>",
+       u"a:k", false, u"h,d,j,n,i,e,a,l,m,k,f,c,b,g"},
+      // Negative numbers do not sort by value.
+      {u"<r><a k=\"-5\"/><b k=\"3\"/><c k=\"-10\"/></r>", u"a:k", true, u"a,c,b"}};
+  for (const auto& [text, key, ascendant, order] : cases) {
     XmlNodePtr r = Read(text);
+    r->SortChilds(key, ascendant, 0, true);
+    EXPECT_EQ(ChildNames(r), order) << base::Narrow(text) << " " << base::Narrow(key);
+  }
+  // Recursive: the depth asked, -1 for all levels.
+  const std::tuple<std::int32_t, const char16_t*, const char16_t*> depths[] = {
+      {0, u"z,y", u"q,p"}, {1, u"y,z", u"q,p"}, {-1, u"y,z", u"p,q"}, {-2, u"z,y", u"q,p"}};
+  for (const auto& [depth, b, y] : depths) {
+    XmlNodePtr r = Read(u"<r><b><z/><y><q/><p/></y></b><a><d/><c/></a></r>");
     Lines events;
     auto rec = xml_test::Recorder::On({r}, events);
-    r->SortChilds(u"name", true, c.depth, true);
-    EXPECT_EQ(ChildNames(r), c.top);
-    EXPECT_EQ(ChildNames(r->FindNode(u"b", true)), c.b);
-    EXPECT_EQ(ChildNames(r->FindNode(u"y", true)), c.y);
+    r->SortChilds(u"name", true, depth, true);
+    EXPECT_EQ(ChildNames(r), u"a,b");
+    EXPECT_EQ(ChildNames(r->FindNode(u"b", true)), b);
+    EXPECT_EQ(ChildNames(r->FindNode(u"y", true)), y);
     EXPECT_EQ(events, Lines{});
   }
 }

@@ -1,5 +1,5 @@
 // Helpers for the cXmlNode tests: building small trees inline, recording events and log lines,
-// and reaching the few internals a test must set (the event lock, a sleep text).
+// and reaching the few internals a test must set (the event lock).
 #pragma once
 
 #include <initializer_list>
@@ -16,14 +16,6 @@
 // Internals that only a wake-up or the reader sets.
 struct XmlNodeTestPeer {
   static void SetEventLockFlag(cXmlNode& node, bool on) { node.event_lock_flag_ = on; }
-  static void SetSleepText(cXmlNode& node, std::u16string_view text) {
-    node.sleep_ = xml::SleepText::Owned(text);
-  }
-  static std::u16string SleepText(const cXmlNode& node) { return node.sleep_.str(); }
-  static void SetXmlVersion(cXmlNode& node, std::u16string_view v) {
-    node.GetExtras().xml_version.assign(v);
-  }
-  static void RequestSaveSleepData(cXmlNode& node) { node.RequestSaveSleepData(); }
   // Raises the Deleted family on a node as it stands (children included).
   static void RaiseDeleted(cXmlNode& node) { node.RaiseDeleted(node.EventLock(), nullptr); }
 };
@@ -53,14 +45,12 @@ inline XmlNodePtr Node(const char16_t* name, std::initializer_list<XmlNodePtr> c
   return Node(NodeDef{name, {}, {}}, children);
 }
 
-// A node read lazily (XmlData) or all at once (XmlData___NonRecursif).
-inline XmlNodePtr Read(std::u16string_view text, bool full = false) {
+// A node read lazily (XmlData) or all at once (XmlData___NonRecursif), taking a declaration's
+// encoding on request.
+inline XmlNodePtr Read(std::u16string_view text, bool full = false, bool encoding = false) {
   XmlNodePtr n = cXmlNode::Create();
-  if (full) {
-    n->XmlData___NonRecursif(text);
-  } else {
-    n->XmlData(text);
-  }
+  n->IgnoreDataXmlEncoding = !encoding;
+  full ? n->XmlData___NonRecursif(text) : n->XmlData(text);
   return n;
 }
 
@@ -86,7 +76,8 @@ inline std::u16string Dump(const XmlNodePtr& n) {
 }
 
 // A typed listener that writes one line per event: "sender:Event" followed by the names of
-// the node parameters and the texts, e.g. "b:ChildModified(c,id)".
+// the node parameters and the texts, e.g. "b:ChildModified(c,id)". With keep_sleep_text it
+// keeps a sleeping node's text itself, and gives back what kept holds.
 class Recorder : public xml::XmlNodeEvents {
  public:
   explicit Recorder(Lines& out) : out_(out) {}
@@ -99,44 +90,36 @@ class Recorder : public xml::XmlNodeEvents {
   using N = XmlNodePtr;
   using T = std::u16string;
   using P = xml::EventParamList;
-  void Modified(S& s, const T& a) override { Put(s, u"Modified", {a}); }
-  void ChildModified(S& s, const N& n, const T& a) override {
-    Put(s, u"ChildModified", {Of(n), a});
-  }
-  void ParentModifed(S& s, const N& n, const T& a) override {
-    Put(s, u"ParentModifed", {Of(n), a});
-  }
-  void Deleted(S& s) override { Put(s, u"Deleted", {}); }
-  void ChildDeleted(S& s, const N& n) override { Put(s, u"ChildDeleted", {Of(n)}); }
-  void ParentDeleted(S& s, const N& n) override { Put(s, u"ParentDeleted", {Of(n)}); }
-  void Added(S& s) override { Put(s, u"Added", {}); }
-  void ChildAdded(S& s, const N& n) override { Put(s, u"ChildAdded", {Of(n)}); }
-  void ParentAdded(S& s, const N& n) override { Put(s, u"ParentAdded", {Of(n)}); }
-  void NodeEvent(S& s, const T& id, const P&) override { Put(s, u"NodeEvent", {id}); }
-  void ChildNodeEvent(S& s, const T& id, const N& n, const P&) override {
-    Put(s, u"ChildNodeEvent", {id, Of(n)});
-  }
-  void ParentNodeEvent(S& s, const T& id, const N& n, const P&) override {
-    Put(s, u"ParentNodeEvent", {id, Of(n)});
-  }
+  void Modified(S& s, const T& a) override { Put(s, __func__, a); }
+  void ChildModified(S& s, const N& n, const T& a) override { Put(s, __func__, n, a); }
+  void ParentModifed(S& s, const N& n, const T& a) override { Put(s, __func__, n, a); }
+  void Deleted(S& s) override { Put(s, __func__); }
+  void ChildDeleted(S& s, const N& n) override { Put(s, __func__, n); }
+  void ParentDeleted(S& s, const N& n) override { Put(s, __func__, n); }
+  void Added(S& s) override { Put(s, __func__); }
+  void ChildAdded(S& s, const N& n) override { Put(s, __func__, n); }
+  void ParentAdded(S& s, const N& n) override { Put(s, __func__, n); }
+  void NodeEvent(S& s, const T& id, const P&) override { Put(s, __func__, id); }
+  void ChildNodeEvent(S& s, const T& i, const N& n, const P&) override { Put(s, __func__, i, n); }
+  void ParentNodeEvent(S& s, const T& i, const N& n, const P&) override { Put(s, __func__, i, n); }
   void SaveSleepData(S& s, const N& n, T& data, bool& saved) override {
-    Put(s, u"SaveSleepData", {Of(n), data});
+    Put(s, __func__, n, data);
     if (keep_sleep_text) saved = true, kept = data;
   }
-  void RestoreSleepData(S& s, const N& n, T& data) override {
-    Put(s, u"RestoreSleepData", {Of(n)});
-    data = kept;
-  }
+  void RestoreSleepData(S& s, const N& n, T& data) override { Put(s, __func__, n), data = kept; }
 
   bool keep_sleep_text = false;
   std::u16string kept;
 
  private:
   static T Of(const N& n) { return n ? n->Name() : u"<none>"; }
-  void Put(S& sender, std::u16string_view event, std::initializer_list<T> params) {
-    T line = sender.Name() + u":" + T(event);
-    for (const auto& p : params) line += (&p == params.begin() ? u"(" : u",") + p;
-    out_.push_back(params.size() ? line + u")" : line);
+  static T Of(const T& t) { return t; }
+  template <class... A>
+  void Put(S& sender, std::string_view event, const A&... params) {
+    T line = sender.Name() + u":" + T(event.begin(), event.end());
+    [[maybe_unused]] const char16_t* sep = u"(";
+    ((line += sep + Of(params), sep = u","), ...);
+    out_.push_back(sizeof...(A) ? line + u")" : line);
   }
   Lines& out_;
 };
