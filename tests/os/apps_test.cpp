@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "base/text.h"
+#include "os/entry.h"
 #include "os/fault.h"
 #include "support/child_process.h"
 #include "support/pid_namespace.h"
@@ -19,11 +20,7 @@ namespace fs = std::filesystem;
 using testing_support::ChildProcess;
 using testing_support::TempDir;
 
-#ifdef _WIN32
-constexpr bool kWindows = true;
-#else
-constexpr bool kWindows = false;
-#endif
+const bool kWindows = !os::kExecutableSuffix.empty();  // its programs end in .exe
 
 // The entry a listing gives for pid.
 os::ProcessEntry Listed(std::uint32_t pid) {

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "base/text.h"
+#include "os/entry.h"
 #include "os/fault.h"
 #include "os/os.h"
 #include "support/scoped_env.h"
@@ -24,11 +25,7 @@ using os::fault::Event;
 using testing_support::TempDir;
 using Texts = std::vector<std::u16string>;
 
-#ifdef _WIN32
-constexpr bool kWindows = true;
-#else
-constexpr bool kWindows = false;
-#endif
+const bool kWindows = !os::kExecutableSuffix.empty();  // its programs end in .exe
 const std::u16string kChild = testing_support::HelperProgram(u"child");
 const std::u16string kTimedOut = u"The process has timed out.";
 
