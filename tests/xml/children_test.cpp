@@ -148,12 +148,12 @@ TEST(XmlNodeChildren, EmancipateAndDeleteChildren) {
   XmlNodePtr root = Node(u"root", {t1, keep});
   root->DelChilds(rules);
   EXPECT_EQ(Dump(root) + (t1->Deleted ? u"+" : u"-"), u"root{keep{k2}}+");
-  // Recursive: holder is emptied first, then deleted itself. The Value of an empty CDATA is
-  // empty.
+  // Recursive: holder, still asleep, is woken and emptied first, then deleted itself. The
+  // Value of an empty CDATA is empty.
   for (bool recursive : {false, true}) {
-    XmlNodePtr n = Node(
-        u"p", {Node(u"empty"), Node({u"text", u"t"}), Node({u"attr", u"", {{u"a", u"1"}}}),
-               Node(u"holder", {Node(u"e1"), Node(u"e2")}), Node({u"cdata", u"<![CDATA[]]>"})});
+    XmlNodePtr n = xml_test::Read(
+        u"<p><empty/><text>t</text><attr a=\"1\"/><holder><e1/><e2/>"
+        u"</holder><cdata><![CDATA[]]></cdata></p>");
     n->DeleteEmptyChilds(recursive);
     EXPECT_EQ(ChildNames(n), recursive ? u"text,attr" : u"text,attr,holder");
   }
