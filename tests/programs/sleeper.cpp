@@ -1,7 +1,7 @@
-// A program that only waits, for the tests that close, count and scan processes.
+// A program that waits, for the tests that start, close, count and scan processes.
 //
 //   sleeper [--ready FILE] [--ignore-term] [--term-delay MS] [--open FILE] [--map FILE]
-//           [--life SECONDS]
+//           [--pipe] [--marker FILE] [--stop-file FILE] [--life SECONDS] [--exit N]
 //
 // --ready FILE       writes FILE once its signal handling is in place (a SIGTERM sent before
 //                    that would end it whatever --ignore-term says)
@@ -11,8 +11,12 @@
 // --map FILE         keeps FILE mapped into its memory, with no file left open (POSIX only)
 // --pipe             keeps a thread blocked reading a pipe, whose handle a search must not
 //                    try to name (naming it would block too)
+// --marker FILE      writes FILE (UTF-8, whole or not at all): "pid=", "cwd=", then "arg=" for
+//                    every argument, known or not
+// --stop-file FILE   ends as soon as FILE exists
 // --life SECONDS     ends by itself after that long (120 by default), so that nothing is left
 //                    behind by a test that failed half-way
+// --exit N           ends with exit code N (0 by default)
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -21,6 +25,7 @@
 #include <thread>
 
 #include "options.h"
+#include "os/apps.h"
 
 #ifdef _WIN32
 #include <fcntl.h>
@@ -66,11 +71,24 @@ int main() {
   }
 #endif
   if (!ready.empty()) std::ofstream(std::filesystem::path(ready)) << "ready\n";
+  if (const std::u16string marker = options.Text(u"--marker"); !marker.empty()) {
+    const std::filesystem::path part = std::filesystem::path(marker).concat(".part");
+    {
+      std::ofstream out(part, std::ios::binary);
+      out << "pid=" << os::GetCurrentProcessId() << "\ncwd="
+          << base::Narrow(std::filesystem::current_path().u16string()) << "\n";
+      for (const auto& a : options.all) out << "arg=" << base::Narrow(a) << "\n";
+    }
+    std::filesystem::rename(part, std::filesystem::path(marker));
+  }
+  const std::u16string stop = options.Text(u"--stop-file");
+  std::error_code ec;
 
   const auto end =
       std::chrono::steady_clock::now() + std::chrono::seconds(options.Number(u"--life", 120));
-  while (std::chrono::steady_clock::now() < end && !terminated)
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  while (std::chrono::steady_clock::now() < end && !terminated &&
+         !(stop.size() && std::filesystem::exists(stop, ec)))
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   if (terminated) std::this_thread::sleep_for(std::chrono::milliseconds(term_delay_ms));
-  return 0;
+  return static_cast<int>(options.Number(u"--exit", 0));
 }

@@ -1,4 +1,4 @@
-// Starting programs through the shell and waiting for them, with a helper program ("child")
+// Starting programs through the shell and waiting for them, with a helper program (the sleeper)
 // that records how it was started; the seam's observer sees each step of the wait.
 #include "sys/sync_shell.h"
 
@@ -26,7 +26,7 @@ using testing_support::TempDir;
 using Texts = std::vector<std::u16string>;
 
 const bool kWindows = !os::kExecutableSuffix.empty();  // its programs end in .exe
-const std::u16string kChild = testing_support::HelperProgram(u"child");
+const std::u16string kChild = testing_support::HelperProgram(u"sleeper");
 const std::u16string kTimedOut = u"The process has timed out.";
 
 // Waits (without going through the seam, so nothing is observed) until done() or 20 s.
@@ -45,10 +45,11 @@ Texts Marked(const TempDir& dir, const std::string& key) {
   return out;
 }
 
-// The child's options to write its marker, and to run until the test writes the stop file.
+// The child's options to write its marker, and to end at once or run until the test writes the
+// stop file.
 std::u16string Marker(const TempDir& dir, bool running = false) {
-  return (running ? u"--sleep 60000 --stop-file \"" + dir.u16(u"stop") + u"\" " : u"") +
-         u"--marker \"" + dir.u16(u"m") + u"\"";
+  return u"--marker \"" + dir.u16(u"m") + u"\" " +
+         (running ? u"--stop-file \"" + dir.u16(u"stop") + u"\" --life 60" : u"--life 0");
 }
 
 std::uint32_t ExitCode(os::Handle process) {
@@ -104,7 +105,7 @@ TEST(SyncShell, ShowModesBecomePlatformCommandsAndReachTheShell) {
     SeamWatch watch;
     std::u16string error;
     std::int32_t result = 0;
-    EXPECT_TRUE(SyncShell(kChild, u"--exit 0", std::nullopt, row.mode, error, 20000, u""));
+    EXPECT_TRUE(SyncShell(kChild, u"--life 0", std::nullopt, row.mode, error, 20000, u""));
     EXPECT_TRUE(ShellExec(kChild, row.mode, Marker(dir), std::nullopt, u"", 0, result));
     EXPECT_GE(result, 33);
     EXPECT_EQ(watch.Seen(Event::kShellExecute), std::vector<std::intptr_t>(2, row.command));
@@ -126,10 +127,10 @@ TEST(SyncShell, AnyEndingCompletesAndTheTimeOutEndsTheWait) {
     std::intptr_t exit_code;    // the last one read
     int turns;                  // -1: not counted
   } rows[] = {
-      {u"--exit 0", 20000, 0, 0, nullptr, 0, -1},
-      {u"--exit 7", 20000, 0, 0, nullptr, 7, -1},
-      {u"--exit 255", 20000, 0, 0, nullptr, 255, -1},
-      {u"--exit 259", 300, 0, 0, kWindows ? kTimedOut.c_str() : nullptr, kWindows ? 259 : 3, -1},
+      {u"--life 0", 20000, 0, 0, nullptr, 0, -1},
+      {u"--life 0 --exit 7", 20000, 0, 0, nullptr, 7, -1},
+      {u"--life 0 --exit 255", 20000, 0, 0, nullptr, 255, -1},
+      {u"--life 0 --exit 259", 300, 0, 0, kWindows ? kTimedOut.c_str() : nullptr, kWindows ? 259 : 3, -1},
       {nullptr, 0, 0, 0, kTimedOut.c_str(), os::kStillActive, 1},  // one look, left running
       {nullptr, 2000000000, 0x7FFFFFF0u, 0x20, u"Overflow", os::kStillActive, 1},
       {nullptr, 96, 0xFFFFFFF0u, 0x20, kTimedOut.c_str(), os::kStillActive, 4},
@@ -155,7 +156,7 @@ TEST(SyncShell, AnyEndingCompletesAndTheTimeOutEndsTheWait) {
   SeamWatch watch;
   watch.wait_for_end = true;
   std::u16string error;
-  EXPECT_TRUE(SyncShell(kChild, u"--exit 7", std::nullopt, 1, error, 20000, u""));
+  EXPECT_TRUE(SyncShell(kChild, u"--life 0 --exit 7", std::nullopt, 1, error, 20000, u""));
   EXPECT_EQ(watch.Seen(Event::kExitCodeRead), std::vector<std::intptr_t>{7});
   EXPECT_EQ(watch.Seen(Event::kMessagesPumped).size(), 1u);
   EXPECT_EQ(watch.Seen(Event::kSlept), std::vector<std::intptr_t>{10});
@@ -214,8 +215,8 @@ TEST(SyncShell, ParametersAndWorkingFolderReachTheProgram) {
     ASSERT_TRUE(
         SyncShell(kChild, Marker(dir) + u" " + row.parameters, row.folder, 0, error, 20000, u""));
     const Texts args = Marked(dir, "arg="), cwd = Marked(dir, "cwd=");
-    ASSERT_GE(args.size(), 2u);
-    EXPECT_EQ(Texts(args.begin() + 2, args.end()), row.args);
+    ASSERT_GE(args.size(), 4u);
+    EXPECT_EQ(Texts(args.begin() + 4, args.end()), row.args);
     ASSERT_EQ(cwd.size(), 1u);
     const bool given = row.folder && !row.folder->empty();
     EXPECT_TRUE(fs::equivalent(fs::path(cwd[0]), given ? fs::path(folder) : fs::current_path()));
@@ -246,7 +247,7 @@ TEST(ShellExecPosix, DocumentsGoToTheDesktopOpenerAndOnlyOpenIsKnown) {
   }
   SeamWatch watch;
   std::u16string error;
-  EXPECT_TRUE(SyncShell(kChild, u"", std::nullopt, 1, error, 20000, u"OPEN"));
+  EXPECT_TRUE(SyncShell(kChild, u"--life 0", std::nullopt, 1, error, 20000, u"OPEN"));
 }
 
 // However a child is started and whoever holds its handle, it is reaped when it ends.
