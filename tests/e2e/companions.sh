@@ -53,8 +53,8 @@ suite "$s" 2 0
 mkdir -p "$s/Apps/Editor" "$s/Apps/Stubborn"
 cp "$SLEEPER" "$s/Apps/Editor/editor"
 cp "$SLEEPER" "$s/Apps/Stubborn/stubborn"
-start editor1 "$s/Apps/Editor/editor" --term-delay 300; editor=$started
-start stubborn1 "$s/Apps/Stubborn/stubborn" --ignore-term; stubborn=$started
+start editor1 "$s/Apps/Editor/editor" --close-delay 300; editor=$started
+start stubborn1 "$s/Apps/Stubborn/stubborn" --ignore-close; stubborn=$started
 start outsider1 "$SLEEPER"; outsider=$started
 t0=$(date +%s%N)
 TVEJECT_LOG="$work/s1.log" "$s/TvAppsClose/TvAppsClose" /now /out </dev/null

@@ -74,7 +74,7 @@ TEST(OsApps, AHeldProcessIsSignalledOnlyWhileItIsTheListedProgram) {
     ChildProcess child;
     ASSERT_TRUE(
         child.Start(testing_support::HelperProgram(row.program),
-                    {u"--ready", temp.u16(u"ready"), row.ignore_term ? u"--ignore-term" : u""}));
+                    {u"--ready", temp.u16(u"ready"), row.ignore_term ? u"--ignore-close" : u""}));
     ASSERT_TRUE(testing_support::WaitForFile(temp.u16(u"ready")));
     os::ProcessEntry entry = Listed(child.pid());
     if (row.change == kStart) entry.start += 1;

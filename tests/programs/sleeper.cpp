@@ -1,12 +1,13 @@
 // A program that waits, for the tests that start, close, count and scan processes.
 //
-//   sleeper [--ready FILE] [--ignore-term] [--term-delay MS] [--open FILE] [--map FILE]
+//   sleeper [--ready FILE] [--ignore-close] [--close-delay MS] [--open FILE] [--map FILE]
 //           [--pipe] [--marker FILE] [--stop-file FILE] [--life SECONDS] [--exit N]
 //
 // --ready FILE       writes FILE once its signal handling is in place (a SIGTERM sent before
-//                    that would end it whatever --ignore-term says)
-// --ignore-term      ignores SIGTERM, like an application that will not be closed politely
-// --term-delay MS    ends MS milliseconds after SIGTERM, like one that saves first
+//                    that would end it whatever --ignore-close says)
+// --ignore-close     ignores SIGTERM (the polite request to close), like an application that
+//                    will not be closed politely
+// --close-delay MS   ends MS milliseconds after SIGTERM, like one that saves first
 // --open FILE        keeps FILE open for writing while it runs
 // --map FILE         keeps FILE mapped into its memory, with no file left open (POSIX only)
 // --pipe             keeps a thread blocked reading a pipe, whose handle a search must not
@@ -45,7 +46,7 @@ extern "C" void OnTerm(int) {
 
 int main() {
   const helper::Options options;
-  const long term_delay_ms = options.Number(u"--term-delay", -1);
+  const long term_delay_ms = options.Number(u"--close-delay", -1);
   const std::u16string ready = options.Text(u"--ready"), open_file = options.Text(u"--open");
   const std::string map_file = base::Narrow(options.Text(u"--map"));
   int ends[2];
@@ -56,7 +57,7 @@ int main() {
 #endif
   static char byte;
   if (piped) std::thread([fd = ends[0]] { (void)!::read(fd, &byte, 1); }).detach();
-  if (options.Has(u"--ignore-term"))
+  if (options.Has(u"--ignore-close"))
     std::signal(SIGTERM, SIG_IGN);
   else if (term_delay_ms >= 0)
     std::signal(SIGTERM, OnTerm);
@@ -75,8 +76,8 @@ int main() {
     const std::filesystem::path part = std::filesystem::path(marker).concat(".part");
     {
       std::ofstream out(part, std::ios::binary);
-      out << "pid=" << os::GetCurrentProcessId() << "\ncwd="
-          << base::Narrow(std::filesystem::current_path().u16string()) << "\n";
+      out << "pid=" << os::GetCurrentProcessId()
+          << "\ncwd=" << base::Narrow(std::filesystem::current_path().u16string()) << "\n";
       for (const auto& a : options.all) out << "arg=" << base::Narrow(a) << "\n";
     }
     std::filesystem::rename(part, std::filesystem::path(marker));

@@ -1,26 +1,20 @@
-// A small application with one window, for the tests that close applications politely.
+// A small Windows application with one window, for the tests that close applications politely.
 //
 //   window_app [--ready FILE] [--close-delay MS] [--life SECONDS] [--ignore-close] [--windowless]
 //
-// On Windows it shows one top-level window and ends when the window is closed (WM_CLOSE); with
-// --close-delay it takes that long first, like an application that saves its work. Elsewhere
-// the same happens on SIGTERM. --ready FILE is written once the window is shown (or the signal
-// handler is in place); --life ends it by itself after that long (120 s by default).
-// --ignore-close: the request to close is ignored (WM_CLOSE, SIGTERM). --windowless: like a tray
-// application, its only window stays hidden; it ends on WM_CLOSE or at the end of the session
-// (WM_ENDSESSION).
-#include <atomic>
-#include <chrono>
-#include <csignal>
+// It shows one top-level window and ends when the window is closed (WM_CLOSE); with
+// --close-delay it takes that long first, like an application that saves its work. --ready FILE
+// is written once the window is shown; --life ends it by itself after that long (120 s by
+// default). --ignore-close: WM_CLOSE is ignored. --windowless: like a tray application, its only
+// window stays hidden; it ends on WM_CLOSE or at the end of the session (WM_ENDSESSION).
+// Elsewhere an application is asked to close by SIGTERM, and the sleeper, which takes the same
+// options, is built under this name.
+#include <windows.h>
+
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "options.h"
-
-#ifdef _WIN32
-#include <windows.h>
-#endif
 
 namespace {
 
@@ -33,15 +27,6 @@ struct Options {
   bool windowless = given.Has(u"--windowless");
 };
 
-void WriteReady(const Options& o) {
-  if (!o.ready.empty()) std::ofstream(o.ready) << "ready\n";
-}
-
-}  // namespace
-
-#ifdef _WIN32
-
-namespace {
 Options options;
 
 // A close is ignored, or waits for the timer of its delay; the end of the session, the close's
@@ -70,30 +55,8 @@ int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR, int) {
   if (!window) return 1;
   if (!options.windowless) ShowWindow(window, SW_SHOWNORMAL);
   SetTimer(window, 2, static_cast<UINT>(options.life_s * 1000), nullptr);
-  WriteReady(options);
+  if (!options.ready.empty()) std::ofstream(options.ready) << "ready\n";
   MSG msg;
   while (GetMessageW(&msg, nullptr, 0, 0) > 0) DispatchMessageW(&msg);
   return 0;
 }
-
-#else
-
-namespace {
-std::atomic<bool> terminated{false};
-extern "C" void OnTerm(int) {
-  terminated = true;
-}
-}  // namespace
-
-int main() {
-  const Options o;
-  std::signal(SIGTERM, o.ignore_close ? SIG_IGN : OnTerm);
-  WriteReady(o);
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(o.life_s);
-  while (std::chrono::steady_clock::now() < end && !terminated)
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  if (terminated) std::this_thread::sleep_for(std::chrono::milliseconds(o.close_delay_ms));
-  return 0;
-}
-
-#endif

@@ -130,7 +130,8 @@ TEST(SyncShell, AnyEndingCompletesAndTheTimeOutEndsTheWait) {
       {u"--life 0", 20000, 0, 0, nullptr, 0, -1},
       {u"--life 0 --exit 7", 20000, 0, 0, nullptr, 7, -1},
       {u"--life 0 --exit 255", 20000, 0, 0, nullptr, 255, -1},
-      {u"--life 0 --exit 259", 300, 0, 0, kWindows ? kTimedOut.c_str() : nullptr, kWindows ? 259 : 3, -1},
+      {u"--life 0 --exit 259", 300, 0, 0, kWindows ? kTimedOut.c_str() : nullptr,
+       kWindows ? 259 : 3, -1},
       {nullptr, 0, 0, 0, kTimedOut.c_str(), os::kStillActive, 1},  // one look, left running
       {nullptr, 2000000000, 0x7FFFFFF0u, 0x20, u"Overflow", os::kStillActive, 1},
       {nullptr, 96, 0xFFFFFFF0u, 0x20, kTimedOut.c_str(), os::kStillActive, 4},
