@@ -31,8 +31,8 @@ class TempDir {
 
 // The folder that holds the running test binary and the helper programs built beside it.
 std::u16string ProgramFolder();
-// The full path of a helper program from tests/programs ("child" gives ".../child.exe" on
-// Windows, ".../child" elsewhere).
+// The full path of a helper program from tests/programs ("sleeper" gives ".../sleeper.exe" on
+// Windows, ".../sleeper" elsewhere).
 std::u16string HelperProgram(std::u16string_view name);
 
 }  // namespace testing_support
