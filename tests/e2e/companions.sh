@@ -134,7 +134,7 @@ mkdir -p "$work/tmp6"
 s6="$work/Cl\xc3\xa9 USB \xc3\xa9t\xc3\xa9"
 s6=$(printf "$s6")
 suite "$s6" 1 0
-(sleep 1; printf 'ok\r'; sleep 2) | TVEJECT_LOG="$work/s6.log" TMPDIR="$work/tmp6" DISPLAY= WAYLAND_DISPLAY= \
+(sleep 1; printf 'ok\r'; sleep 2) | LC_ALL=C.UTF-8 TVEJECT_LOG="$work/s6.log" TMPDIR="$work/tmp6" DISPLAY= WAYLAND_DISPLAY= \
   script -qc "'$s6/TvEject/TvEject'" /dev/null >"$work/s6.screen" 2>&1
 why=""
 grep -q '\[1\] OK  \[2\] Cancel' "$work/s6.screen" || why="$why TvEject asked nothing;"

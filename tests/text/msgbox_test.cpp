@@ -122,6 +122,7 @@ TEST(MsgBoxPosix, TerminalBoxTakesEachFormOfAnswer) {
     std::int32_t answer;
     const char* shown = "";
     std::size_t asked_again = 0;
+    const char* locale = "C.UTF-8";  // the system's words are the user's language's
   } rows[] = {
       // clang-format off
       {1, "2\n", 2, "[1] OK  [2] Cancel\r\n"}, {1 | 16, "1\n", 1, "(Error) First line"},
@@ -134,6 +135,8 @@ TEST(MsgBoxPosix, TerminalBoxTakesEachFormOfAnswer) {
       {4, "\x04", 0}, {5, "\n", 4, "[1] Retry  [2] Cancel\r\n"}, {0x101, "\n", 2}, {6, "t\n", 10},
       {6, "continue\n", 11, "[1] Cancel  [2] Try Again  [3] Continue\r\n"},
       {1, "maybe\n3\n0\nx\ncancel\n", 2, "Please answer", 4}, {6, "c\ncancel\n", 2, "", 1},
+      {3, "nein\n", 7, "[1] Ja  [2] Nein  [3] Abbrechen\r\n", 0, "de_DE.UTF-8"},
+      {4, "no\n", 7, "[1] Sim  [2] N\xC3\xA3o\r\n", 0, "pt_BR"},  // English is understood too
       // clang-format on
   };
   std::string slave;
@@ -144,6 +147,7 @@ TEST(MsgBoxPosix, TerminalBoxTakesEachFormOfAnswer) {
   testing_support::ScopedEnv tty({{"TVEJECT_TTY", slave.c_str()}});
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << "flags " << row.flags << " answer \"" << row.input << "\"");
+    testing_support::ScopedEnv locale({{"LC_ALL", row.locale}});
     auto answer = std::async(std::launch::async, [&] {
       return mUnicodePatch::MsgBox(u"First line\r\nSecond \u00e9 line", row.flags);
     });
@@ -301,6 +305,8 @@ TEST(MsgBoxPosix, DialogProgramsInTurn) {
       {4, {{"zenity", "", 255}, {"kdialog", "", 134}, {"xmessage", "", 101}}, 6, "xmessage"},
       {1, {{"xmessage", "", 1, "Error: Can't open display: :98\\n"}}, 2, nullptr},
       {0, {{"xterm", "", 1}}, 1, nullptr},  // a terminal that cannot open its window
+      {4, {{"zenity", "Nein\n", 1}}, 7, "zenity", "--extra-button=Ja\n--extra-button=Nein\n", {},
+       "de_DE.UTF-8"},
       // clang-format on
   };
   for (const auto& row : rows) {

@@ -27,6 +27,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -47,32 +49,90 @@ constexpr std::uint32_t kErrorInvalidMessageBoxStyle = 1438;
 constexpr std::int32_t kIdTryAgain = 10;
 constexpr std::int32_t kIdContinue = 11;
 
+// A button: its answer, the word it shows and its English word (an answer in English is
+// understood whatever the box shows).
 struct Button {
   std::int32_t id;
   std::string_view name;
+  std::string_view english;
 };
+
+// The system's words for the buttons, as Windows shows them in these languages, in the order
+// OK, Cancel, Abort, Retry, Ignore, Yes, No, Try Again, Continue; English for any other.
+using Words = std::array<std::string_view, 9>;
+constexpr std::pair<std::string_view, Words> kSystemWords[] = {
+    {"en", {"OK", "Cancel", "Abort", "Retry", "Ignore", "Yes", "No", "Try Again", "Continue"}},
+    {"de",
+     {"OK", "Abbrechen", "Abbrechen", "Wiederholen", "Ignorieren", "Ja", "Nein", "Wiederholen",
+      "Weiter"}},
+    {"es",
+     {"Aceptar", "Cancelar", "Anular", "Reintentar", "Omitir", "S\u00ED", "No", "Reintentar",
+      "Continuar"}},
+    {"fr",
+     {"OK", "Annuler", "Abandonner", "R\u00E9essayer", "Ignorer", "Oui", "Non", "R\u00E9essayer",
+      "Continuer"}},
+    {"it",
+     {"OK", "Annulla", "Interrompi", "Riprova", "Ignora", "S\u00EC", "No", "Riprova", "Continua"}},
+    {"nl",
+     {"OK", "Annuleren", "Afbreken", "Opnieuw", "Negeren", "Ja", "Nee", "Opnieuw", "Doorgaan"}},
+    {"pt",
+     {"OK", "Cancelar", "Anular", "Repetir", "Ignorar", "Sim", "N\u00E3o", "Tentar novamente",
+      "Continuar"}}};
+
+// The words in the language of the user's messages (LC_ALL, LC_MESSAGES, then LANG, as the C
+// library takes them).
+const Words& SystemWords() {
+  std::string_view locale;
+  for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    const char* value = std::getenv(name);
+    if (value && *value) {
+      locale = value;
+      break;
+    }
+  }
+  for (const auto& [language, words] : kSystemWords) {
+    if (locale.substr(0, 2) == language &&
+        (locale.size() == 2 || !std::isalpha(static_cast<unsigned char>(locale[2]))))
+      return words;
+  }
+  return kSystemWords[0].second;
+}
 
 // The buttons of a style, by its low four bits (MB_OK ... MB_CANCELTRYCONTINUE); none for a
 // value Windows refuses.
 std::vector<Button> ButtonsOf(std::uint32_t style) {
+  enum { kOk, kCancel, kAbort, kRetry, kIgnore, kYes, kNo, kTryAgain, kContinue };
+  std::vector<std::pair<std::int32_t, int>> ids;
   switch (style & 0xF) {
     case 0:
-      return {{kIdOk, "OK"}};
+      ids = {{kIdOk, kOk}};
+      break;
     case 1:
-      return {{kIdOk, "OK"}, {kIdCancel, "Cancel"}};
+      ids = {{kIdOk, kOk}, {kIdCancel, kCancel}};
+      break;
     case 2:
-      return {{kIdAbort, "Abort"}, {kIdRetry, "Retry"}, {kIdIgnore, "Ignore"}};
+      ids = {{kIdAbort, kAbort}, {kIdRetry, kRetry}, {kIdIgnore, kIgnore}};
+      break;
     case 3:
-      return {{kIdYes, "Yes"}, {kIdNo, "No"}, {kIdCancel, "Cancel"}};
+      ids = {{kIdYes, kYes}, {kIdNo, kNo}, {kIdCancel, kCancel}};
+      break;
     case 4:
-      return {{kIdYes, "Yes"}, {kIdNo, "No"}};
+      ids = {{kIdYes, kYes}, {kIdNo, kNo}};
+      break;
     case 5:
-      return {{kIdRetry, "Retry"}, {kIdCancel, "Cancel"}};
+      ids = {{kIdRetry, kRetry}, {kIdCancel, kCancel}};
+      break;
     case 6:
-      return {{kIdCancel, "Cancel"}, {kIdTryAgain, "Try Again"}, {kIdContinue, "Continue"}};
+      ids = {{kIdCancel, kCancel}, {kIdTryAgain, kTryAgain}, {kIdContinue, kContinue}};
+      break;
     default:
       return {};
   }
+  const Words& shown = SystemWords();
+  std::vector<Button> buttons;
+  for (const auto& [id, word] : ids)
+    buttons.push_back({id, shown[word], kSystemWords[0].second[word]});
+  return buttons;
 }
 
 // The word that stands for the icon in a text box ("" for none).
@@ -137,8 +197,8 @@ bool SameNoCase(std::string_view a, std::string_view b) {
   return base::EqualNoCase(base::Widen(a), base::Widen(b));
 }
 
-// The button an answer names: its number, its name or its first letter (when no other button
-// starts with that letter), without regard to case.
+// The button an answer names: its number, its word (or its English one) or its first letter
+// (when no other button starts with that letter), without regard to case.
 std::optional<std::size_t> ButtonFromAnswer(const std::string& answer,
                                             const std::vector<Button>& buttons) {
   if (!answer.empty() && answer.size() <= 2 &&
@@ -148,7 +208,7 @@ std::optional<std::size_t> ButtonFromAnswer(const std::string& answer,
     return std::nullopt;
   }
   for (std::size_t i = 0; i < buttons.size(); ++i) {
-    if (SameNoCase(answer, buttons[i].name)) return i;
+    if (SameNoCase(answer, buttons[i].name) || SameNoCase(answer, buttons[i].english)) return i;
   }
   if (answer.size() == 1) {
     std::optional<std::size_t> found;

@@ -103,10 +103,11 @@ class PosixUdisks : public testing::TestWithParam<FakeUdisks> {
     for (auto [path, face, table] : {std::tuple{block, ".Filesystem", kFilesystem},
                                      {block, ".Block", kBlock},
                                      {fake_.drive, ".Drive", kDrive}})
-      if (path != "/")
+      if (path != "/") {
         ASSERT_GE(sd_bus_add_object_vtable(bus_, nullptr, path.c_str(), (ud + face).c_str(), table,
                                            &fake_),
                   0);
+      }
     ASSERT_GE(sd_bus_request_name(bus_, ud.c_str(), 0), 0);
     loop_ = std::thread([this] {
       while (!stop_)
