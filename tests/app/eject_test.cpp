@@ -39,6 +39,8 @@ const std::u16string kStillRunning =
     u"annul\u00E9e";
 const std::u16string kCloseError =
     u"Erreur en ex\u00E9cutant le programme de fermeture des applications";
+const std::u16string kEjectError =
+    u"Erreur en ex\u00E9cutant le programme d'ejection du disque USB";
 const std::u16string kInvalid = u"Invalid configuration file";
 
 // A portable folder: <root>/TvEject/{TvEject, TvEject.xml, TvDiskEjector} and
@@ -54,12 +56,17 @@ TEST(RunEject, Scenarios) {
     std::vector<std::u16string> texts;  // every box shown, in order
     std::vector<std::uint32_t> icons;   // and its buttons and icon
     int started;                        // 0: no companion, 1: the closer, 2: both
+    bool ejector = true;                // the ejector is in its place
   };
   const Row rows[] = {
       // clang-format off
       {"cancel", kConfig, "out 2", "7", os::kIdCancel, {kIntro}, {1}, 0},
       {"closer missing", kConfig, nullptr, nullptr, os::kIdOk, {kIntro, kCloseError}, {1, 16}, 0},
       {"count 0", kConfig, "out 0", nullptr, os::kIdOk, {kIntro}, {1}, 2},
+      {"negative count", kConfig, "out -1", nullptr, os::kIdOk, {kIntro}, {1}, 2},
+      {"count 0 in English", kEnglish, "out 0", nullptr, os::kIdOk, {kIntro}, {1}, 2},
+      {"ejector missing", kConfig, "out 0", nullptr, os::kIdOk, {kIntro, kEjectError}, {1, 16}, 1,
+       false},
       {"count with blanks and a word", kConfig, "out   1 app", nullptr, os::kIdOk,
        {kIntro, kStillRunning}, {1, 64}, 1},
       {"not a number", kConfig, "out abc", nullptr, os::kIdOk, {kIntro}, {1}, 2},
@@ -79,7 +86,7 @@ TEST(RunEject, Scenarios) {
     const std::u16string closer = u"TvAppsClose/TvAppsClose" + kExe;
     dir.Write(u"TvEject/TvEject.xml", row.config);
     dir.Write(u"TvEject/TvEject_lng.xml", kLanguages);
-    fs::copy_file(companion, fs::path(dir.u16(u"TvEject/TvDiskEjector" + kExe)));
+    if (row.ejector) fs::copy_file(companion, fs::path(dir.u16(u"TvEject/TvDiskEjector" + kExe)));
     if (row.closer_plan) dir.Write(closer + u".plan", row.closer_plan);
     if (row.closer_plan) fs::copy_file(companion, fs::path(dir.u16(closer)));
     if (row.stale_result) dir.Write(u"TvAppsClose/TvAppsClose.out", row.stale_result);
@@ -104,9 +111,10 @@ TEST(RunEject, Scenarios) {
     EXPECT_EQ(dir.Read(ejector), row.started == 2 ? "/retry\n" : "");
     // The result file is gone whenever the closer ran; a cancel touches nothing.
     EXPECT_EQ(dir.Exists(u"TvAppsClose/TvAppsClose.out"), row.confirm == os::kIdCancel);
-    // The language file is written only on the path that reaches the ejector, and a refused
-    // configuration is left as it is.
-    EXPECT_TRUE(row.started == 2 || dir.Read(u"TvEject/TvEject_lng.xml") == kLanguages);
+    // The language file is written (with the texts it lacked) only on the path that reaches the
+    // ejector, and never in French; a refused configuration is left as it is.
+    EXPECT_EQ(dir.Read(u"TvEject/TvEject_lng.xml") != kLanguages,
+              row.started == 2 && row.config == kEnglish);
     EXPECT_TRUE(row.started > 0 || dir.Read(u"TvEject/TvEject.xml") == row.config);
   }
 }
