@@ -136,7 +136,7 @@ TEST(MsgBoxPosix, TerminalBoxTakesEachFormOfAnswer) {
       {6, "continue\n", 11, "[1] Cancel  [2] Try Again  [3] Continue\r\n"},
       {1, "maybe\n3\n0\nx\ncancel\n", 2, "Please answer", 4}, {6, "c\ncancel\n", 2, "", 1},
       {3, "nein\n", 7, "[1] Ja  [2] Nein  [3] Abbrechen\r\n", 0, "de_DE.UTF-8"},
-      {4, "no\n", 7, "[1] Sim  [2] N\xC3\xA3o\r\n", 0, "pt_BR"},  // English is understood too
+      {4 | 16, "no\n", 7, "(Erro) First line", 0, "pt_BR"},  // English is understood too
       // clang-format on
   };
   std::string slave;

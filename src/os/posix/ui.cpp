@@ -58,26 +58,31 @@ struct Button {
 };
 
 // The system's words for the buttons, as Windows shows them in these languages, in the order
-// OK, Cancel, Abort, Retry, Ignore, Yes, No, Try Again, Continue; English for any other.
-using Words = std::array<std::string_view, 9>;
+// OK, Cancel, Abort, Retry, Ignore, Yes, No, Try Again, Continue, then the words that stand for
+// the icons (Error, Question, Warning, Information); English for any other language.
+using Words = std::array<std::string_view, 13>;
 constexpr std::pair<std::string_view, Words> kSystemWords[] = {
-    {"en", {"OK", "Cancel", "Abort", "Retry", "Ignore", "Yes", "No", "Try Again", "Continue"}},
+    {"en",
+     {"OK", "Cancel", "Abort", "Retry", "Ignore", "Yes", "No", "Try Again", "Continue", "Error",
+      "Question", "Warning", "Information"}},
     {"de",
      {"OK", "Abbrechen", "Abbrechen", "Wiederholen", "Ignorieren", "Ja", "Nein", "Wiederholen",
-      "Weiter"}},
+      "Weiter", "Fehler", "Frage", "Warnung", "Information"}},
     {"es",
      {"Aceptar", "Cancelar", "Anular", "Reintentar", "Omitir", "S\u00ED", "No", "Reintentar",
-      "Continuar"}},
+      "Continuar", "Error", "Pregunta", "Advertencia", "Informaci\u00F3n"}},
     {"fr",
      {"OK", "Annuler", "Abandonner", "R\u00E9essayer", "Ignorer", "Oui", "Non", "R\u00E9essayer",
-      "Continuer"}},
+      "Continuer", "Erreur", "Question", "Avertissement", "Information"}},
     {"it",
-     {"OK", "Annulla", "Interrompi", "Riprova", "Ignora", "S\u00EC", "No", "Riprova", "Continua"}},
+     {"OK", "Annulla", "Interrompi", "Riprova", "Ignora", "S\u00EC", "No", "Riprova", "Continua",
+      "Errore", "Domanda", "Avviso", "Informazioni"}},
     {"nl",
-     {"OK", "Annuleren", "Afbreken", "Opnieuw", "Negeren", "Ja", "Nee", "Opnieuw", "Doorgaan"}},
+     {"OK", "Annuleren", "Afbreken", "Opnieuw", "Negeren", "Ja", "Nee", "Opnieuw", "Doorgaan",
+      "Fout", "Vraag", "Waarschuwing", "Informatie"}},
     {"pt",
      {"OK", "Cancelar", "Anular", "Repetir", "Ignorar", "Sim", "N\u00E3o", "Tentar novamente",
-      "Continuar"}}};
+      "Continuar", "Erro", "Pergunta", "Aviso", "Informa\u00E7\u00E3o"}}};
 
 // The words in the language of the user's messages (LC_ALL, LC_MESSAGES, then LANG, as the C
 // library takes them).
@@ -137,18 +142,8 @@ std::vector<Button> ButtonsOf(std::uint32_t style) {
 
 // The word that stands for the icon in a text box ("" for none).
 std::string_view IconWord(std::uint32_t style) {
-  switch (style & 0xF0) {
-    case 0x10:
-      return "Error";
-    case 0x20:
-      return "Question";
-    case 0x30:
-      return "Warning";
-    case 0x40:
-      return "Information";
-    default:
-      return "";
-  }
+  const std::uint32_t icon = (style & 0xF0) >> 4;
+  return icon >= 1 && icon <= 4 ? SystemWords()[8 + icon] : std::string_view();
 }
 
 // What closing the box answers: Cancel where there is a Cancel button, OK for OK alone. A
