@@ -54,7 +54,7 @@ TEST(RunEject, Scenarios) {
     const char* stale_result;           // a result file left from an earlier run
     std::int32_t confirm;               // answer to the first box
     std::vector<std::u16string> texts;  // every box shown, in order
-    std::vector<std::uint32_t> icons;   // and its buttons and icon
+    std::vector<std::uint32_t> icons;   // and its buttons and icon (each box task-modal)
     int started;                        // 0: no companion, 1: the closer, 2: both
     bool ejector = true;                // the ejector is in its place
   };
@@ -96,7 +96,7 @@ TEST(RunEject, Scenarios) {
     {
       os::fault::Scope faults;
       os::fault::SetMessageBoxAnswer([&](const os::MessageBoxParams& p) {
-        texts.emplace_back(p.text), icons.push_back(p.style & 0xFF);
+        texts.emplace_back(p.text), icons.push_back(p.style ^ 0x2000);
         return texts.size() == 1 ? row.confirm : os::kIdOk;
       });
       app::RunEject();
@@ -124,9 +124,12 @@ TEST(ParseCount, LeadingNumberRoundedHalfToEven) {
     const char16_t* text;
     std::int32_t count;
   } rows[] = {
-      {u"3", 3},   {u"   3", 3}, {u"3\r\n", 3}, {u"3 apps", 3},        {u"", 0},
-      {u"abc", 0}, {u"2.5", 2},  {u"3.5", 4},   {u"-1", -1},           {u"1e1", 10},
-      {u"\t7", 7}, {u".5", 0},   {u"1.5x", 2},  {u"9e99", 2147483647},
+      // clang-format off
+      {u"3", 3}, {u"   3", 3}, {u"3\r\n", 3}, {u"3 apps", 3}, {u"", 0}, {u"abc", 0}, {u"2.5", 2},
+      {u"3.5", 4}, {u"-1", -1}, {u"1e1", 10}, {u"\t7", 7}, {u".5", 0}, {u"1.5x", 2},
+      {u"9e99", 2147483647}, {u"-9e99", 0}, {u"2147483647", 2147483647},
+      {u"-2147483648", -2147483647 - 1},
+      // clang-format on
   };
   for (const auto& row : rows)
     EXPECT_EQ(app::ParseCount(row.text), row.count) << base::Narrow(row.text);
