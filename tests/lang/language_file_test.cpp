@@ -161,6 +161,7 @@ TEST(cLangLookup, KeysDefaultsAndChildValues) {
   EXPECT_EQ(flat(node),
             "<en name=\"English\"><Message><AppStillRunning>one</AppStillRunning></Message>"
             "<Messages><Intro>two</Intro><Messages>inner</Messages></Messages></en>");
+  EXPECT_EQ(lang.GetString(u"Intro", u"top"), u"top") << "a key is never found deeper down";
 
   // A value without a language suffix is adopted as the language's; otherwise the first of any.
   XmlNodePtr holder = cXmlNode::Create();
@@ -175,6 +176,10 @@ TEST(cLangLookup, KeysDefaultsAndChildValues) {
   EXPECT_EQ(
       flat(holder),
       "<><Title.en>plain</Title.en><Caption.de>Titel</Caption.de><Tip.en>new tip</Tip.en></>");
+  // The plain child wins over another language's and over a deeper one of the same name.
+  XmlNodePtr box = cXmlNode::Create();
+  box->XmlData(u"<b><L.de>Etikett</L.de><Deep><L>deep</L></Deep><L>plain</L></b>");
+  EXPECT_EQ(lang.LocalChildValue(box, u"L"), u"plain");
   XmlNodePtr title = cXmlNode::Create();
   title->Name(u"Title");
   title->ChildValue(u"Title", u"inner");
