@@ -103,40 +103,19 @@ const Words& SystemWords() {
   return kSystemWords[0].second;
 }
 
-// The buttons of a style, by its low four bits (MB_OK ... MB_CANCELTRYCONTINUE); none for a
-// value Windows refuses.
+// The buttons of a style, by its low four bits (MB_OK ... MB_CANCELTRYCONTINUE), as places in
+// the words above; none for a value Windows refuses.
 std::vector<Button> ButtonsOf(std::uint32_t style) {
-  enum { kOk, kCancel, kAbort, kRetry, kIgnore, kYes, kNo, kTryAgain, kContinue };
-  std::vector<std::pair<std::int32_t, int>> ids;
-  switch (style & 0xF) {
-    case 0:
-      ids = {{kIdOk, kOk}};
-      break;
-    case 1:
-      ids = {{kIdOk, kOk}, {kIdCancel, kCancel}};
-      break;
-    case 2:
-      ids = {{kIdAbort, kAbort}, {kIdRetry, kRetry}, {kIdIgnore, kIgnore}};
-      break;
-    case 3:
-      ids = {{kIdYes, kYes}, {kIdNo, kNo}, {kIdCancel, kCancel}};
-      break;
-    case 4:
-      ids = {{kIdYes, kYes}, {kIdNo, kNo}};
-      break;
-    case 5:
-      ids = {{kIdRetry, kRetry}, {kIdCancel, kCancel}};
-      break;
-    case 6:
-      ids = {{kIdCancel, kCancel}, {kIdTryAgain, kTryAgain}, {kIdContinue, kContinue}};
-      break;
-    default:
-      return {};
-  }
+  static constexpr std::string_view kStyles[] = {"0", "01", "234", "561", "56", "31", "178"};
+  static constexpr std::int32_t kIds[] = {kIdOk,  kIdCancel, kIdAbort,    kIdRetry,   kIdIgnore,
+                                          kIdYes, kIdNo,     kIdTryAgain, kIdContinue};
+  if ((style & 0xF) >= std::size(kStyles)) return {};
   const Words& shown = SystemWords();
   std::vector<Button> buttons;
-  for (const auto& [id, word] : ids)
-    buttons.push_back({id, shown[word], kSystemWords[0].second[word]});
+  for (char place : kStyles[style & 0xF]) {
+    const int word = place - '0';
+    buttons.push_back({kIds[word], shown[word], kSystemWords[0].second[word]});
+  }
   return buttons;
 }
 
